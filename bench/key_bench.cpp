@@ -1,0 +1,149 @@
+// A key on its way through the library, and handlers that come and go, beside plain Ecore event handlers.
+#include <kevent.h>
+
+#include <Ecore.h>
+#include <Ecore_Input.h>
+#include <benchmark/benchmark.h>
+
+#include <deque>
+#include <string>
+
+namespace {
+
+constexpr int kPriorities = 7;
+
+// What a handler does: it counts, and consumes the key or leaves it to the next one.
+struct Work {
+  int *asked;
+  bool consumes;
+};
+
+// Which handler consumes the key.
+enum Consumer { kFirst, kLast, kNobody };
+
+void Keep(void *, void *) {}
+
+// Handlers of plain Ecore, for an event type of their own: the library stays installed for keys once it was used.
+class Bare {
+public:
+  using Handler = Ecore_Event_Handler *;
+
+  Handler Add(int, Work *work) { return ecore_event_handler_add(m_type, OnKey, work); }
+  void Delete(Handler handler) { ecore_event_handler_del(handler); }
+  int Type() const { return m_type; }
+
+private:
+  static Eina_Bool OnKey(void *data, int, void *) {
+    const Work *work = static_cast<Work *>(data);
+    ++*work->asked;
+    return work->consumes ? ECORE_CALLBACK_DONE : ECORE_CALLBACK_PASS_ON;
+  }
+
+  int m_type = ecore_event_type_new();
+};
+
+class Library {
+public:
+  using Handler = lumio_kevent_handler *;
+
+  ~Library() { lumio_kevent_fini(m_kevent); }
+
+  Handler Add(int priority, Work *work) {
+    return lumio_kevent_handler_add(m_kevent, LUMIO_KEVENT_PRESS, priority, OnKey, work);
+  }
+  void Delete(Handler handler) { lumio_kevent_handler_del(handler); }
+  int Type() const { return ECORE_EVENT_KEY_DOWN; }
+
+private:
+  static int OnKey(lumio_kevent *, lumio_kevent_type, void *, void *data) {
+    const Work *work = static_cast<Work *>(data);
+    ++*work->asked;
+    return work->consumes ? 0 : 1;
+  }
+
+  lumio_kevent *m_kevent = lumio_kevent_init("bench");
+};
+
+// Handlers in the order of their priorities, an equal number at each.
+template <class Side> class Handlers {
+public:
+  Handlers(Side *side, int count, Consumer consumer) : m_side(side) {
+    for (int i = 0; i < count; ++i) {
+      const bool consumes = (consumer == kFirst && i == 0) || (consumer == kLast && i == count - 1);
+      Work *work = &m_work.emplace_back(Work{&m_asked, consumes});
+      m_handlers.push_back(side->Add(i * kPriorities / count, work));
+    }
+  }
+
+  ~Handlers() {
+    for (const typename Side::Handler handler : m_handlers) {
+      m_side->Delete(handler);
+    }
+  }
+
+  // One handler more, and the oldest one less.
+  void Renew() {
+    m_handlers.push_back(m_side->Add(0, &m_work.front()));
+    m_side->Delete(m_handlers.front());
+    m_handlers.pop_front();
+  }
+
+  int Asked() const { return m_asked; }
+
+private:
+  Side *m_side;
+  int m_asked = 0;
+  std::deque<Work> m_work;
+  std::deque<typename Side::Handler> m_handlers;
+};
+
+// One press from the queue of the main loop to the handlers, and the loop's turn around it. Its time is taken from the
+// clock, so that it is never too old.
+template <class Side> void Key(benchmark::State &state, Consumer consumer) {
+  Side side;
+  const int count = static_cast<int>(state.range(0));
+  const Handlers<Side> handlers(&side, count, consumer);
+  Ecore_Event_Key key{};
+  key.keyname = "XF86AudioRaiseVolume";
+  while (state.KeepRunning()) {
+    key.timestamp = static_cast<unsigned>(static_cast<long long>(ecore_time_get() * 1000));
+    ecore_event_add(side.Type(), &key, Keep, nullptr);
+    ecore_main_loop_iterate();
+  }
+  const benchmark::IterationCount expected = state.iterations() * (consumer == kFirst ? 1 : count);
+  if (handlers.Asked() != expected) {
+    state.SkipWithError("keys were lost");
+  }
+}
+
+// A handler added and another one deleted while many are registered.
+template <class Side> void AddAndDelete(benchmark::State &state) {
+  Side side;
+  Handlers<Side> handlers(&side, static_cast<int>(state.range(0)), kNobody);
+  while (state.KeepRunning()) {
+    handlers.Renew();
+  }
+}
+
+// The registry of the benchmark library owns what is registered.
+// NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
+template <class Side> void Register(const std::string &side) {
+  const std::pair<const char *, Consumer> consumers[] = {{"first", kFirst}, {"last", kLast}, {"nobody", kNobody}};
+  for (const auto &[name, consumer] : consumers) {
+    benchmark::RegisterBenchmark(("key_consumed_by_" + std::string(name) + side).c_str(), Key<Side>, consumer)
+        ->RangeMultiplier(10)
+        ->Range(1, 1000);
+  }
+  benchmark::RegisterBenchmark(("handler_add_and_delete" + side).c_str(), AddAndDelete<Side>)
+      ->RangeMultiplier(10)
+      ->Range(10, 10000);
+}
+// NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
+
+const bool g_registered = [] {
+  Register<Bare>("/bare");
+  Register<Library>("/library");
+  return true;
+}();
+
+} // namespace

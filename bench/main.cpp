@@ -1,0 +1,65 @@
+// Runs the benchmarks with the platform's log and store, or without them:
+//   --platform=real  a vconf store of this run alone, and the log written to /dev/null (the default)
+//   --platform=none  functions that do nothing, so that the library's own cost shows
+#include <Ecore.h>
+#include <Ecore_Input.h>
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "ratio_reporter.h"
+
+namespace {
+
+// Takes the option out of the arguments and returns whether it was there.
+bool TakeOption(int *argc, char **argv, const char *option) {
+  char **end = std::remove_if(argv + 1, argv + *argc, [option](const char *given) { return !strcmp(given, option); });
+  const bool taken = end != argv + *argc;
+  *argc = static_cast<int>(end - argv);
+  *end = nullptr;
+  return taken;
+}
+
+// Starts the program again with the platform's functions replaced. Returns only if that fails.
+void RestartWithoutPlatform(char **argv) {
+  setenv("LD_PRELOAD", NO_PLATFORM, 1);
+  execv("/proc/self/exe", argv);
+  perror(argv[0]);
+}
+
+int Run() {
+  char store[] = "/tmp/kevent_bench-XXXXXX";
+  if (!mkdtemp(store)) {
+    perror(store);
+    return 1;
+  }
+  setenv("LUMIO_VCONF_DIR", store, 1);
+  setenv("LUMIO_LOG", "/dev/null", 1);
+  ecore_app_no_system_modules();
+  ecore_init();
+  ecore_event_init();
+  eina_log_domain_level_set("eina_safety", EINA_LOG_LEVEL_CRITICAL); // no display, and so no events of its extensions
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  ecore_event_shutdown();
+  ecore_shutdown();
+  std::filesystem::remove_all(store);
+  return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (TakeOption(&argc, argv, "--platform=none")) {
+    RestartWithoutPlatform(argv);
+    return 1;
+  }
+  TakeOption(&argc, argv, "--platform=real");
+  benchmark::Initialize(&argc, argv);
+  return benchmark::ReportUnrecognizedArguments(argc, argv) ? 1 : Run();
+}

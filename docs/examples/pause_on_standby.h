@@ -1,0 +1,28 @@
+// A module that pauses while the viewer is not on the screen.
+#pragma once
+
+#include <LumioStateSubscriber.h>
+
+#include <atomic>
+
+enum ELUMIO_STATE : int { kLumioStateShown = 1, kLumioStateStandby = 2 };
+
+class PauseOnStandby {
+public:
+  PauseOnStandby() : m_subscriber("pause") { m_subscriber.RegisterLumioStateChangeCb(OnStateChanged, this); }
+  ~PauseOnStandby() { m_subscriber.UnregisterLumioStateChangeCb(OnStateChanged); }
+
+  PauseOnStandby(const PauseOnStandby &) = delete;
+  PauseOnStandby &operator=(const PauseOnStandby &) = delete;
+
+  bool Paused() const { return m_paused; }
+
+private:
+  // One registration per function: a second object of this class would be refused.
+  static void OnStateChanged(ELUMIO_STATE state, void *data) {
+    static_cast<PauseOnStandby *>(data)->m_paused = state == kLumioStateStandby;
+  }
+
+  CLumioStateSubscriber m_subscriber;
+  std::atomic<bool> m_paused{false}; // the application may announce from any thread
+};

@@ -1,0 +1,42 @@
+// A module that turns the volume with the remote control's keys.
+#pragma once
+
+#include <Ecore_Input.h>
+#include <kevent.h>
+
+#include <string>
+
+class VolumeKeys {
+public:
+  // Priority 3: after a menu that may want the keys for itself, before modules that only look on.
+  VolumeKeys() : m_domain(lumio_kevent_init("volume")) {
+    lumio_kevent_handler_add(m_domain, LUMIO_KEVENT_PRESS, 3, OnPress, this);
+  }
+
+  // Closing the domain deletes its handlers too.
+  ~VolumeKeys() { lumio_kevent_fini(m_domain); }
+
+  VolumeKeys(const VolumeKeys &) = delete;
+  VolumeKeys &operator=(const VolumeKeys &) = delete;
+
+  int Volume() const { return m_volume; }
+
+private:
+  static int OnPress(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
+    auto *self = static_cast<VolumeKeys *>(data);
+    const auto *event = static_cast<const Ecore_Event_Key *>(event_info);
+    const std::string key = event->keyname;
+    if (key == "XF86AudioRaiseVolume") {
+      ++self->m_volume;
+      return 0; // ours: no module after this one sees the key
+    }
+    if (key == "XF86AudioLowerVolume") {
+      --self->m_volume;
+      return 0;
+    }
+    return 1; // not ours: the next module is asked
+  }
+
+  lumio_kevent *m_domain;
+  int m_volume = 10;
+};

@@ -1,0 +1,161 @@
+// Banner states: the bits of one vconf integer, and the callbacks that are told of their changes.
+//
+// There is no lock: registering and setting belong to the main thread. Callbacks may register, delete and set in turn,
+// which the walks bear because a link, once on a list, stays there for good.
+#include "lumio-banner-state.h"
+
+#include <Eina.h>
+#include <vconf.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "list.h"
+#include "log.h"
+
+using lumio::Append;
+using lumio::kError;
+using lumio::kTrace;
+
+namespace {
+
+constexpr char kStateKey[] = "memory/lumio/lumio_banner_state_1";
+constexpr int kBanners = 32; // as many as the word has bits
+constexpr unsigned kShown = 1;
+
+struct banner_cb_info {
+  int id;
+  lumio_banner_state_cb cb;
+  void *data;
+};
+
+// By banner, in order of registration. The link of a deleted registration stays, without a record.
+Eina_List *g_banner_mgr[kBanners];
+
+banner_cb_info *_info(const Eina_List *link) { return static_cast<banner_cb_info *>(eina_list_data_get(link)); }
+
+// As an unsigned value a negative id is out of range too.
+bool _is_banner(int id) { return static_cast<unsigned>(id) < kBanners; }
+
+bool _is_registered_data(const void *data) {
+  for (const Eina_List *list : g_banner_mgr) {
+    for (const Eina_List *link = list; link; link = eina_list_next(link)) {
+      const banner_cb_info *info = _info(link);
+      if (info && info->data == data) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+// Registrations may share their data, which goes with the last of them.
+void _release(banner_cb_info *info) {
+  if (!_is_registered_data(info->data)) {
+    free(info->data);
+  }
+  free(info);
+}
+
+} // namespace
+
+extern "C" {
+
+void lumio_banner_init(void) { LUMIO_LOG(kTrace, "init"); }
+
+void lumio_banner_state_cb_add(int banner_id, lumio_banner_state_cb cb, void *data) {
+  LUMIO_LOG(kTrace, "banner state cb add");
+  if (!cb || !data || !_is_banner(banner_id)) {
+    LUMIO_LOG(kError, "Invalid Argument");
+    return;
+  }
+  auto *info = static_cast<banner_cb_info *>(calloc(1, sizeof(banner_cb_info)));
+  if (info) {
+    *info = {banner_id, cb, data};
+    if (Append(&g_banner_mgr[banner_id], info)) {
+      return;
+    }
+    free(info);
+  }
+  LUMIO_LOG(kError, "Calloc failed");
+}
+
+void lumio_banner_state_cb_del(int banner_id, lumio_banner_state_cb cb) {
+  LUMIO_LOG(kTrace, "lumio_banner_state_handler_del"); // an older name of this function; log filters know it
+  if (!cb || !_is_banner(banner_id)) {
+    LUMIO_LOG(kError, "Invalid argument"); // spelled otherwise than in the add, which tells the two apart
+    return;
+  }
+  for (Eina_List *link = g_banner_mgr[banner_id]; link; link = eina_list_next(link)) {
+    banner_cb_info *info = _info(link);
+    if (!info || info->cb != cb) {
+      continue;
+    }
+    // Removes nothing, since it looks for a record and the link is none. That is meant: the link stays, so that this
+    // may happen while a set walks the list. It is the record that comes off the link, so that no walk meets it any
+    // more.
+    g_banner_mgr[banner_id] = eina_list_remove(g_banner_mgr[banner_id], link);
+    eina_list_data_set(link, nullptr);
+    _release(info);
+  }
+}
+
+int lumio_set_banner_state(int banner_id, int state) {
+  LUMIO_LOG(kTrace, "Set banner [%d]  to state [%d]", banner_id, state);
+  if (!_is_banner(banner_id)) {
+    LUMIO_LOG(kError, "banner id out of range");
+    return -1;
+  }
+  if (static_cast<unsigned>(state) > kShown) {
+    LUMIO_LOG(kError, "banner state out of control");
+    return -1;
+  }
+  int old_word = 0;
+  if (vconf_get_int(kStateKey, &old_word) != 0) {
+    LUMIO_LOG(kError, "vconf get banner1 status failed. ");
+    return -1;
+  }
+  // Hiding leaves the bit set. That is meant: once shown, a banner stays marked for whoever reads the key.
+  const int new_word = static_cast<int>(static_cast<unsigned>(old_word) | (static_cast<unsigned>(state) << banner_id));
+  // Written also when nothing has changed, which wakes the other processes that watch the key.
+  if (vconf_set_int(kStateKey, new_word) != 0) {
+    LUMIO_LOG(kError, "vconf set banner1 status failed.");
+    return -1;
+  }
+  if (new_word == old_word) {
+    return 0;
+  }
+  LUMIO_LOG(kTrace, "value changed,should call cb");
+  for (const Eina_List *link = g_banner_mgr[banner_id]; link; link = eina_list_next(link)) {
+    if (const banner_cb_info *info = _info(link)) {
+      LUMIO_LOG(kTrace, "callback");
+      info->cb(info->id, info->data); // may delete its own record: nothing of it is read after this
+    }
+  }
+  return 0;
+}
+
+int lumio_get_banner_state(int banner_id, int *state) {
+  LUMIO_LOG(kTrace, "get banner [%d] state", banner_id);
+  if (!_is_banner(banner_id)) {
+    LUMIO_LOG(kError, "banner id out of range");
+    return -1;
+  }
+  int word = 0;
+  if (vconf_get_int(kStateKey, &word) != 0) {
+    LUMIO_LOG(kError, "vconf get banner1 status failed. ");
+    return -1;
+  }
+  const bool shown = ((static_cast<unsigned>(word) >> banner_id) & 1) != 0;
+  if (shown) {
+    LUMIO_LOG(kTrace, "banner [%d] show", banner_id);
+  } else {
+    LUMIO_LOG(kTrace, "banner [%d] hide", banner_id);
+  }
+  *state = shown ? 1 : 0;
+  // The number is where the state was stored, not the state. That is meant: it tells callers apart in the log.
+  LUMIO_LOG(kTrace, "banner [%d] state is [%d]", banner_id, static_cast<int>(reinterpret_cast<std::intptr_t>(state)));
+  return 0;
+}
+
+} // extern "C"

@@ -1,0 +1,169 @@
+#include "server_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace lumio {
+
+namespace {
+
+constexpr int kTerminations = 100;
+constexpr int kTerminationWait = 100;                  // milliseconds
+constexpr size_t kLastLines = 20;                      // of the server's log, for an error message
+constexpr char kDebianServer[] = "/usr/lib/xorg/Xorg"; // the Xorg in Debian's PATH may insist on a console
+constexpr char kNoServer[] =
+    "It cannot be run. Debian's xserver-xorg-core has an X server; scripts/setup installs it.\n";
+
+[[noreturn]] void FailWithErrno(const std::string &what) { throw std::runtime_error(what + ": " + strerror(errno)); }
+
+std::string ServerPath(const std::string &wanted) {
+  if (!wanted.empty()) {
+    return wanted;
+  }
+  return access(kDebianServer, X_OK) == 0 ? kDebianServer : "Xorg";
+}
+
+// The last lines of the file, each on a line of its own.
+std::string Tail(const std::string &file) {
+  std::ifstream stream(file);
+  std::deque<std::string> lines;
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back("\n  " + line);
+    if (lines.size() > kLastLines) {
+      lines.pop_front();
+    }
+  }
+  std::string tail;
+  for (const std::string &line : lines) {
+    tail += line;
+  }
+  return tail;
+}
+
+// What the server writes when it is ready: the display number and a line end. Empty when it ends instead.
+std::string ReadDisplayNumber(const FileDescriptor &ready) {
+  std::string number;
+  for (char next; WaitReadable(ready) && read(ready.Get(), &next, 1) == 1; number += next) {
+    if (next == '\n') {
+      return number;
+    }
+  }
+  return "";
+}
+
+// In the child: becomes the server. Only what is allowed after a fork of a program with threads.
+[[noreturn]] void Become(char *const *arguments, pid_t owner, int ready, int output) {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != owner) {
+    _exit(1); // it ended before it could be watched
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  fcntl(ready, F_SETFD, 0);
+  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+  dup2(output, STDOUT_FILENO);
+  dup2(output, STDERR_FILENO);
+  setsid(); // an interrupt from the keyboard is for the owner, who ends it
+  execvp(arguments[0], arguments);
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kNoServer, sizeof kNoServer - 1);
+  _exit(1);
+}
+
+} // namespace
+
+bool WaitReadable(const FileDescriptor &descriptor, int milliseconds) {
+  pollfd wait = {descriptor.Get(), POLLIN, 0};
+  int ready;
+  while ((ready = poll(&wait, 1, milliseconds)) < 0 && errno == EINTR) {
+  }
+  return ready > 0;
+}
+
+TemporaryDirectory::TemporaryDirectory()
+    : path_((std::filesystem::temp_directory_path() / "lumio-display-XXXXXX").string()) {
+  if (!mkdtemp(path_.data())) {
+    FailWithErrno("Cannot create " + path_);
+  }
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+ServerProcess::ServerProcess(const std::string &server, const TemporaryDirectory &directory) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    FailWithErrno("Cannot create a pipe");
+  }
+  FileDescriptor ready(ends[0]);
+  FileDescriptor server_end(ends[1]);
+  // Any display number that no other server has. Without GLX, which takes long to start, and without key repeat, which
+  // would depend on the load of the machine.
+  const std::string number_to = std::to_string(server_end.Get());
+  const std::string config = directory.File("xorg.conf"), log = directory.File("log"),
+                    output = directory.File("output");
+  const std::vector<std::string> command = {
+      ServerPath(server), "-displayfd", number_to,    "-config",  config,      "-configdir",
+      directory.File(""), "-logfile",   log,          "-noreset", "-nolisten", "tcp",
+      "-novtswitch",      "-sharevts",  "-extension", "GLX",      "-r"};
+  Start(command, server_end, output);
+  server_end.Close();
+  const std::string number = ReadDisplayNumber(ready);
+  if (number.empty()) {
+    Stop();
+    throw std::runtime_error("The X server " + command[0] +
+                             " does not start:" + Tail(access(log.c_str(), R_OK) == 0 ? log : output));
+  }
+  display_name_ = ":" + number;
+}
+
+void ServerProcess::Start(const std::vector<std::string> &command, const FileDescriptor &ready,
+                          const std::string &output) {
+  std::vector<char *> arguments(command.size() + 1); // ends with a null
+  std::transform(command.begin(), command.end(), arguments.begin(),
+                 [](const std::string &argument) { return const_cast<char *>(argument.c_str()); });
+  const FileDescriptor output_file(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  const pid_t owner = getpid();
+  const pid_t child = fork();
+  if (child == 0) {
+    Become(arguments.data(), owner, ready.Get(), output_file.Get());
+  }
+  if (child < 0) {
+    FailWithErrno("Cannot start the X server");
+  }
+  // Not by its number: EFL reaps every child of the process, and the number may be another one's then.
+  process_ = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+}
+
+void ServerProcess::Stop() {
+  if (process_.Get() < 0) {
+    return;
+  }
+  // Again and again, since the server misses a signal that comes just as it goes to sleep.
+  int attempts = kTerminations;
+  do {
+    syscall(SYS_pidfd_send_signal, process_.Get(), SIGTERM, nullptr, 0);
+  } while (!WaitReadable(process_, kTerminationWait) && --attempts > 0);
+  syscall(SYS_pidfd_send_signal, process_.Get(), SIGKILL, nullptr, 0);
+  WaitReadable(process_);
+  siginfo_t ignored;
+  waitid(P_PIDFD, static_cast<id_t>(process_.Get()), &ignored, WEXITED | WNOHANG);
+  process_.Close();
+}
+
+} // namespace lumio

@@ -1,0 +1,258 @@
+#include "environment.h"
+
+#include "display/file_descriptor.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace lumio::store {
+
+namespace {
+
+constexpr size_t kMapSize = size_t{16} << 20;      // far more than settings need, and little enough address space
+constexpr size_t kLockFileSize = size_t{64} << 10; // places for about a thousand reading threads
+
+// A file that outlives a power cut is of no use in a directory that does not. Some file systems have nothing to sync.
+int SyncDirectory(int directory) { return fsync(directory) == 0 || errno == EINVAL ? 0 : errno; }
+
+int MakeDirectory(const std::string &path) {
+  if (access(path.c_str(), F_OK) == 0) {
+    return 0;
+  }
+  const size_t slash = path.find_last_of('/');
+  const bool has_parent = slash != std::string::npos && slash != 0;
+  const std::string parent = has_parent ? path.substr(0, slash) : slash == 0 ? "/" : ".";
+  const int code = has_parent ? MakeDirectory(parent) : 0;
+  if (code != 0) {
+    return code;
+  }
+  if (mkdir(path.c_str(), 0700) != 0) {
+    return errno == EEXIST ? 0 : errno; // another process was quicker
+  }
+  const FileDescriptor directory(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return directory.Get() < 0 ? errno : SyncDirectory(directory.Get());
+}
+
+// Holds the directory against every process that opens the same environment until the descriptor is closed: LMDB
+// leaves a lock file half prepared when its process is killed, and gets confused when another one joins just then.
+int LockDirectory(int directory) {
+  struct stat status;
+  if (directory < 0 || fstat(directory, &status) != 0) {
+    return errno;
+  }
+  if (status.st_uid != geteuid()) {
+    return EPERM; // somebody else made it, perhaps to read along
+  }
+  while (flock(directory, LOCK_EX) != 0) {
+    if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+int FillDataFile(const std::string &path) {
+  MDB_env *env = nullptr;
+  int code = mdb_env_create(&env);
+  if (code == 0) {
+    mdb_env_set_mapsize(env, kMapSize);
+    code = mdb_env_open(env, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0600);
+    if (code == 0) {
+      code = mdb_env_sync(env, 1);
+    }
+    mdb_env_close(env);
+  }
+  return code;
+}
+
+// LMDB maps the lock file and writes through the map: without blocks of its own below it a full disk would be a SIGBUS.
+int FillLockFile(const std::string &path) {
+  const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const std::vector<char> zeros(kLockFileSize);
+  const ssize_t written = file.Get() < 0 ? -1 : write(file.Get(), zeros.data(), zeros.size());
+  if (written < 0) {
+    return errno;
+  }
+  return static_cast<size_t>(written) == zeros.size() ? 0 : ENOSPC;
+}
+
+// The file comes into being whole, or not at all when the process is killed meanwhile.
+int CreateWhole(const std::string &path, int (*fill)(const std::string &)) {
+  if (access(path.c_str(), F_OK) == 0) {
+    return 0;
+  }
+  const std::string unfinished = path + ".new";
+  if (unlink(unfinished.c_str()) != 0 && errno != ENOENT) {
+    return errno;
+  }
+  int code = fill(unfinished);
+  if (code == 0 && rename(unfinished.c_str(), path.c_str()) != 0) {
+    code = errno;
+  }
+  if (code != 0) {
+    unlink(unfinished.c_str());
+  }
+  return code;
+}
+
+MDB_val KeyOf(const Seed &seed) { return {strlen(seed.key), const_cast<char *>(seed.key)}; }
+
+} // namespace
+
+Reader::~Reader() {
+  const std::lock_guard<std::mutex> gate(environment_.gate_);
+  environment_.readers_.erase(this);
+  mdb_txn_abort(transaction_);
+}
+
+Environment::Inside Environment::Enter(int *code, Reader *reader) {
+  const std::lock_guard<std::mutex> gate(gate_);
+  *code = env_ == nullptr ? Open() : 0;
+  if (*code == 0 && reader != nullptr && reader->transaction_ == nullptr) {
+    readers_.insert(reader);
+  }
+  return Inside(inside_);
+}
+
+// Keeps everybody out and waits until nobody is inside. Every thread loses its place in the table of readers: a forked
+// child must not hold, and a closed environment must not have, transactions.
+void Environment::ShutGate() {
+  gate_.lock();
+  const std::lock_guard<std::shared_mutex> nobody(inside_);
+  for (Reader *reader : readers_) {
+    mdb_txn_abort(reader->transaction_);
+    reader->transaction_ = nullptr;
+  }
+  readers_.clear();
+}
+
+bool Environment::LeavesRoom(MDB_txn *transaction, MDB_dbi dbi) {
+  MDB_stat tree;
+  return mdb_stat(transaction, dbi, &tree) == 0 &&
+         (tree.ms_branch_pages + tree.ms_leaf_pages) * tree.ms_psize <= kMapSize / 2;
+}
+
+void Environment::Close() {
+  ShutGate();
+  mdb_env_close(env_);
+  env_ = nullptr;
+  gate_.unlock();
+}
+
+void Environment::AfterForkInChild() {
+  mdb_env_close(env_); // before the child opens its own: closing the lock file drops all of a process's locks on it
+  env_ = nullptr;
+  gate_.unlock();
+}
+
+int Environment::Open() {
+  const std::string directory = directory_();
+  int code = MakeDirectory(directory);
+  if (code != 0) {
+    return code;
+  }
+  const FileDescriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  code = LockDirectory(lock.Get());
+  if (code == 0) {
+    code = OpenFiles(directory);
+  }
+  if (code == 0 && durable_) {
+    code = SyncDirectory(lock.Get());
+  }
+  if (code == 0) {
+    code = PlantSeeds();
+  }
+  if (code != 0) {
+    mdb_env_close(env_);
+    env_ = nullptr;
+  }
+  return code;
+}
+
+int Environment::OpenFiles(const std::string &directory) {
+  int code = CreateWhole(directory + "/data.mdb", FillDataFile);
+  if (code == 0) {
+    code = CreateWhole(directory + "/lock.mdb", FillLockFile);
+  }
+  if (code == 0) {
+    code = mdb_env_create(&env_);
+  }
+  if (code == 0) {
+    mdb_env_set_mapsize(env_, kMapSize);
+    code = mdb_env_open(env_, directory.c_str(), MDB_NOTLS | flags_, 0600);
+  }
+  if (code == 0) {
+    code = mdb_reader_check(env_, nullptr);
+  }
+  return code;
+}
+
+// Only what is absent is planted, behind the writers' lock, so that no value that was set is ever overwritten. As a
+// rule there is nothing to plant, which a reader can tell.
+int Environment::PlantSeeds() {
+  MDB_txn *transaction = nullptr;
+  int code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &transaction);
+  if (code != 0) {
+    return code;
+  }
+  bool complete = true;
+  code = mdb_dbi_open(transaction, nullptr, 0, &dbi_);
+  for (const Seed &seed : seeds_) {
+    MDB_val key = KeyOf(seed), value;
+    complete = complete && code == 0 && mdb_get(transaction, dbi_, &key, &value) == 0;
+  }
+  mdb_txn_abort(transaction);
+  if (code != 0 || complete) {
+    return code;
+  }
+  code = mdb_txn_begin(env_, nullptr, 0, &transaction);
+  if (code != 0) {
+    return code;
+  }
+  for (const Seed &seed : seeds_) {
+    MDB_val key = KeyOf(seed), value = {sizeof seed.value, const_cast<int *>(&seed.value)};
+    const int put = mdb_put(transaction, dbi_, &key, &value, MDB_NOOVERWRITE);
+    code = put == MDB_KEYEXIST || code != 0 ? code : put;
+  }
+  return EndWrite(transaction, code);
+}
+
+int Environment::BeginRead(Reader &reader) {
+  return reader.transaction_ == nullptr ? mdb_txn_begin(env_, nullptr, MDB_RDONLY, &reader.transaction_)
+                                        : mdb_txn_renew(reader.transaction_);
+}
+
+int Environment::EndWrite(MDB_txn *transaction, int code) {
+  if (code != 0) {
+    mdb_txn_abort(transaction);
+    return code;
+  }
+  code = mdb_txn_commit(transaction);
+  // The commit has left its last page in the page cache only, which spares waiting writers one turn of the disk.
+  return code == 0 && durable_ ? mdb_env_sync(env_, 1) : code;
+}
+
+// Whether it is worth to try again. Readers killed in mid-transaction keep their places and every page they could see
+// until someone looks after them. After a failed commit LMDB wants the environment to be opened anew.
+bool Environment::Mend(int code) {
+  switch (code) {
+  case MDB_MAP_FULL:
+  case MDB_READERS_FULL: {
+    int ignored = 0;
+    const Inside inside = Enter(&ignored);
+    return ignored == 0 && mdb_reader_check(env_, nullptr) == 0;
+  }
+  case MDB_PANIC:
+    Close();
+    return true;
+  default:
+    return false;
+  }
+}
+
+} // namespace lumio::store

@@ -1,0 +1,243 @@
+#include "store.h"
+
+#include "environment.h"
+
+#include <pthread.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace lumio::store {
+
+namespace {
+
+constexpr size_t kMaxKey = 511; // LMDB's own limit
+
+std::string Variable(const char *name) {
+  const char *value = getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+// The user's directories have absolute names; others are to be ignored.
+std::string BaseDirectory(const char *variable) {
+  const std::string path = Variable(variable);
+  return path[0] == '/' ? path : "";
+}
+
+std::string Home() {
+  char buffer[4096];
+  struct passwd entry, *found = nullptr;
+  std::string home = BaseDirectory("HOME");
+  if (home.empty() && getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) {
+    return found->pw_dir;
+  }
+  return home;
+}
+
+std::string MemoryDirectory() {
+  const std::string all = Variable("LUMIO_VCONF_DIR"), runtime = BaseDirectory("XDG_RUNTIME_DIR");
+  if (!all.empty()) {
+    return all + "/memory";
+  }
+  // Without a session manager: what ends with the machine's run.
+  return runtime.empty() ? "/dev/shm/lumio-memory-" + std::to_string(geteuid()) : runtime + "/lumio/memory";
+}
+
+std::string DbDirectory() {
+  const std::string all = Variable("LUMIO_VCONF_DIR"), data = BaseDirectory("XDG_DATA_HOME");
+  if (!all.empty()) {
+    return all + "/db";
+  }
+  return (data.empty() ? Home() + "/.local/share" : data) + "/lumio/db";
+}
+
+struct Branch {
+  const char *prefix; // of its keys
+  Environment environment;
+};
+
+// Made when the library is loaded, before there are threads that could fork, and never destroyed: threads may outlive
+// the end of main(). The seeds are the known keys that have a value before anybody sets one; db/FactoryApp/Aging is not
+// among them, since it is absent until the factory sets it.
+std::array<Branch, 2> &g_branches = *new std::array<Branch, 2>{{
+    {"db/", {DbDirectory, MDB_NOMETASYNC, true, {}}},
+    {"memory/", {MemoryDirectory, MDB_NOSYNC, false, {{"memory/lumio/lumio_banner_state_1", 0}}}},
+}};
+
+template <void (Environment::*Step)()> void InEachEnvironment() {
+  for (Branch &branch : g_branches) {
+    (branch.environment.*Step)();
+  }
+}
+
+[[maybe_unused]] const int g_fork_handlers =
+    pthread_atfork(InEachEnvironment<&Environment::BeforeFork>, InEachEnvironment<&Environment::AfterForkInParent>,
+                   InEachEnvironment<&Environment::AfterForkInChild>);
+
+// A thread's places in the tables of readers, given back when it ends. Not a thread_local object: registering the
+// destructor of one aborts the program when memory is short.
+struct Readers {
+  std::array<Reader, 2> of{{Reader(g_branches[0].environment), Reader(g_branches[1].environment)}};
+};
+
+const pthread_key_t g_readers = [] {
+  pthread_key_t key = PTHREAD_KEYS_MAX; // which no function accepts
+  pthread_key_create(&key, [](void *readers) { delete static_cast<Readers *>(readers); });
+  return key;
+}();
+
+Readers &ReadersOfThread() {
+  auto *readers = static_cast<Readers *>(pthread_getspecific(g_readers));
+  if (readers == nullptr) {
+    auto made = std::make_unique<Readers>();
+    if (pthread_setspecific(g_readers, made.get()) != 0) {
+      throw std::bad_alloc();
+    }
+    readers = made.release();
+  }
+  return *readers;
+}
+
+template <typename Body> int Read(Branch &branch, const Body &body) {
+  return branch.environment.Read(ReadersOfThread().of[&branch - g_branches.data()], body);
+}
+
+Branch *BranchOfPrefix(const char *prefix) {
+  for (Branch &branch : g_branches) {
+    if (prefix != nullptr && strncmp(prefix, branch.prefix, strlen(branch.prefix)) == 0) {
+      return &branch;
+    }
+  }
+  return nullptr;
+}
+
+// Null for a key that cannot be.
+Branch *BranchOf(const char *key) {
+  Branch *branch = BranchOfPrefix(key);
+  const bool fits = branch != nullptr && key[strlen(branch->prefix)] != '\0' && strnlen(key, kMaxKey + 1) <= kMaxKey;
+  return fits ? branch : nullptr;
+}
+
+template <typename Operation> int WithKey(const char *key, const Operation &operation) {
+  Branch *branch = BranchOf(key);
+  if (branch == nullptr) {
+    return kBadKey;
+  }
+  const int code = operation(*branch, MDB_val{strlen(key), const_cast<char *>(key)});
+  return code == MDB_NOTFOUND ? kAbsent : code;
+}
+
+int Integer(const MDB_val &data, int *value) {
+  if (data.mv_size != sizeof *value) {
+    return kNotInteger;
+  }
+  memcpy(value, data.mv_data, sizeof *value);
+  return 0;
+}
+
+int GetInteger(MDB_txn *transaction, MDB_dbi dbi, MDB_val key, int *value) {
+  MDB_val data;
+  const int code = mdb_get(transaction, dbi, &key, &data);
+  return code == 0 ? Integer(data, value) : code;
+}
+
+int ListIntegers(MDB_txn *transaction, MDB_dbi dbi, const std::string &prefix,
+                 std::vector<std::pair<std::string, int>> *entries) {
+  MDB_cursor *opened = nullptr;
+  int code = mdb_cursor_open(transaction, dbi, &opened);
+  const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> cursor(opened, mdb_cursor_close);
+  MDB_val key = {prefix.size(), const_cast<char *>(prefix.data())}, data;
+  for (MDB_cursor_op step = MDB_SET_RANGE; code == 0; step = MDB_NEXT) {
+    code = mdb_cursor_get(opened, &key, &data, step);
+    const std::string name = code == 0 ? std::string(static_cast<const char *>(key.mv_data), key.mv_size) : "";
+    if (name.compare(0, prefix.size(), prefix) != 0) {
+      return 0;
+    }
+    int value = 0;
+    code = code == 0 ? Integer(data, &value) : code;
+    if (code == 0) {
+      entries->emplace_back(name, value);
+    }
+  }
+  return code == MDB_NOTFOUND ? 0 : code;
+}
+
+std::string Reason(int code) {
+  switch (code) {
+  case kNotInteger:
+    return "the value is not an integer";
+  case MDB_MAP_FULL:
+    return "the store is full";
+  case MDB_READERS_FULL:
+    return "too many threads read the store";
+  default:
+    return mdb_strerror(code);
+  }
+}
+
+} // namespace
+
+int Get(const char *key, int *value) {
+  return WithKey(key, [&](Branch &branch, MDB_val name) {
+    return Read(branch, [&](MDB_txn *transaction, MDB_dbi dbi) { return GetInteger(transaction, dbi, name, value); });
+  });
+}
+
+int GetSettled(const char *key, int *value) {
+  return WithKey(key, [&](Branch &branch, MDB_val name) {
+    return branch.environment.ReadSettled(
+        [&](MDB_txn *transaction, MDB_dbi dbi) { return GetInteger(transaction, dbi, name, value); });
+  });
+}
+
+int Set(const char *key, int value) {
+  return WithKey(key, [&](Branch &branch, MDB_val name) {
+    return branch.environment.Write([&](MDB_txn *transaction, MDB_dbi dbi) {
+      MDB_val data = {sizeof value, &value};
+      const int code = mdb_put(transaction, dbi, &name, &data, 0);
+      return code == 0 && !Environment::LeavesRoom(transaction, dbi) ? MDB_MAP_FULL : code;
+    });
+  });
+}
+
+int Unset(const char *key) {
+  return WithKey(key, [&](Branch &branch, MDB_val name) {
+    return branch.environment.Write(
+        [&](MDB_txn *transaction, MDB_dbi dbi) { return mdb_del(transaction, dbi, &name, nullptr); });
+  });
+}
+
+int List(const std::string &prefix, std::vector<std::pair<std::string, int>> *entries) {
+  Branch *branch = BranchOfPrefix(prefix.c_str());
+  return branch == nullptr ? kBadKey : Read(*branch, [&](MDB_txn *transaction, MDB_dbi dbi) {
+    return ListIntegers(transaction, dbi, prefix, entries);
+  });
+}
+
+int FileToWatch(const char *key, std::string *path) {
+  return WithKey(key, [&](Branch &branch, MDB_val) {
+    *path = branch.environment.DataFile();
+    return 0;
+  });
+}
+
+std::string Explain(const char *key, int code) {
+  switch (code) {
+  case kAbsent:
+    return "the key is not set";
+  case kBadKey:
+    return "a key begins with \"memory/\" or \"db/\", goes on, and has at most " + std::to_string(kMaxKey) + " bytes";
+  }
+  const Branch *branch = BranchOfPrefix(key);
+  return (branch == nullptr ? "" : branch->environment.Directory() + ": ") + Reason(code);
+}
+
+void Close() { InEachEnvironment<&Environment::Close>(); }
+
+} // namespace lumio::store

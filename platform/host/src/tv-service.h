@@ -1,0 +1,259 @@
+// The parts of the host's TV service. Each kind of notification has its subscriber object, its subscriptions and its
+// thread.
+#pragma once
+
+#include <TVServiceAPI.h>
+#include <lumio-host/tv-control.h>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "call_plan.h"
+#include "delivery_thread.h"
+
+namespace lumio::tv {
+
+// What the operations of the subscriber objects answer.
+constexpr int kDone = 1;
+constexpr int kFailed = 0;
+
+// Positive, never the same twice, whatever the kind.
+int NextHandle();
+
+// One call of an operation, as planned for it.
+int Carry(Operation operation, const std::function<int()> &perform);
+
+// The subscriptions of one kind. `Details` is what a delivery needs to know of its subscription.
+template <class Key, class Details> class SubscriptionTable {
+public:
+  using Deliver = std::function<void(const Details &)>;
+
+  explicit SubscriptionTable(Kind kind) : m_kind(kind) {}
+
+  // A key that is subscribed already goes on with the new details.
+  void Add(const Key &key, int handle, const Details &details, void *user_data, const std::string &description) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto entry = m_entries.insert({key, {{m_kind, handle, nullptr, "", 0}, details}}).first;
+    entry->second.details = details;
+    entry->second.shown.userData = user_data;
+    entry->second.shown.description = description;
+  }
+
+  int Remove(const Key &key) {
+    return RemoveIf(key, [](const Details &) { return true; });
+  }
+
+  int RemoveIf(const Key &key, const std::function<bool(const Details &)> &allowed) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto entry = m_entries.find(key);
+    if (entry == m_entries.end() || !allowed(entry->second.details)) {
+      return kFailed;
+    }
+    m_entries.erase(entry);
+    return kDone;
+  }
+
+  void Clear() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.clear();
+  }
+
+  int EmitTo(const Key &key, const Deliver &deliver) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto entry = m_entries.find(key);
+    if (entry == m_entries.end()) {
+      return 0;
+    }
+    Post(key, entry->second.shown.handle, deliver);
+    return 1;
+  }
+
+  int EmitToEach(const std::function<bool(const Details &)> &chosen, const Deliver &deliver) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    int count = 0;
+    for (const auto &[key, entry] : m_entries) {
+      if (chosen(entry.details)) {
+        Post(key, entry.shown.handle, deliver);
+        ++count;
+      }
+    }
+    return count;
+  }
+
+  void List(std::vector<Subscription> &list) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto &[key, entry] : m_entries) {
+      list.push_back(entry.shown);
+    }
+  }
+
+  DeliveryThread thread;
+
+private:
+  struct Entry {
+    Subscription shown;
+    Details details;
+  };
+
+  // Called with the lock held: what is emitted first is delivered first. The callback itself runs without it, since
+  // whoever subscribes or unsubscribes may hold a lock of his own that the callback is waiting for.
+  void Post(const Key &key, int handle, const Deliver &deliver) {
+    thread.Post([this, key, handle, deliver] {
+      std::unique_lock<std::mutex> lock(m_mutex);
+      const auto entry = m_entries.find(key);
+      if (entry == m_entries.end() || entry->second.shown.handle != handle) {
+        return; // unsubscribed meanwhile
+      }
+      ++entry->second.shown.delivered;
+      const Details details = entry->second.details;
+      lock.unlock();
+      deliver(details);
+    });
+  }
+
+  const Kind m_kind;
+  std::mutex m_mutex;
+  std::map<Key, Entry> m_entries;
+};
+
+struct SignalService final : ISignalSubscriber {
+  using Callback = int (*)(ESignalType, EProfile, unsigned short, TSSignalData, void *);
+
+  int Subscribe(ESignalType type, void *userData, EProfile profile, unsigned short screenId) override;
+  int Unsubscribe(ESignalType type, EProfile profile, unsigned short screenId) override;
+
+  using Key = std::tuple<ESignalType, EProfile, unsigned short>;
+  SubscriptionTable<Key, void *> subscriptions{Kind::Signal};
+  std::atomic<Callback> callback{nullptr};
+};
+
+struct ProgramService final : IProgramSubscriber {
+  using Callback = void (*)(EProgramChangeType, TCProgramData *, int, int);
+  enum class Form { Program, List };
+
+  int SubscribeProgram(const TCProgramFilteringItem &item, int &handle) override;
+  int UnsubscribeProgram(int handle) override;
+  int SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type, int &handle) override;
+  int SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first, unsigned int second,
+                           ESubscribeType type, int &handle) override;
+  int UnsubscribeProgramList(int handle) override;
+  bool GetMonitoringType(EProgramMonitoringType &type) override;
+
+  TCProgramData *Keep(const TCProgramData &data);
+
+  SubscriptionTable<int, Form> subscriptions{Kind::Program};
+  std::atomic<Callback> callback{nullptr};
+  std::atomic<EProgramMonitoringType> monitoring_type{PROGRAM_MONITORING_PRESENT_FOLLOWING};
+
+private:
+  int Add(Form form, const std::string &description, int &handle);
+
+  std::deque<TCProgramData> m_kept; // used by the delivery thread only; its elements stay where they are
+};
+
+struct SectionService final : ISectionSubscriber {
+  using Callback = void (*)(bool, unsigned short, unsigned char *, int);
+  struct Details {
+    int key;
+    TCSectionFilterCriteriaHelper filter; // criteria are a filter over the first byte
+  };
+
+  int SubscribeByCriteria(int key, const TCSectionCriteriaHelper &criteria, int &handle) override;
+  int SubscribeByFilter(int key, const TCSectionFilterCriteriaHelper &filter, int &handle) override;
+  int Unsubscribe(int handle) override;
+
+  SubscriptionTable<int, Details> subscriptions{Kind::Section};
+  std::atomic<Callback> callback{nullptr};
+
+private:
+  int Add(const Details &details, int &handle);
+};
+
+// PES packets and captions differ in what is told only.
+template <class Interface, class Data, Kind kind, Operation subscribe, Operation unsubscribe>
+struct DataService final : Interface {
+  using Callback = void (*)(Data &, void *);
+  struct Details {
+    Callback callback;
+    void *user_data;
+  };
+
+  int Subscribe(Callback callback, void *userData, int *handle) override {
+    return Carry(subscribe, [&] {
+      if (callback == nullptr || handle == nullptr) {
+        return kFailed;
+      }
+      *handle = NextHandle();
+      subscriptions.Add(*handle, *handle, {callback, userData}, userData, "of the current service");
+      return kDone;
+    });
+  }
+
+  int Unsubscribe(int handle) override {
+    return Carry(unsubscribe, [&] { return subscriptions.Remove(handle); });
+  }
+
+  int Emit(const Data &data) {
+    return subscriptions.EmitToEach([](const Details &) { return true; },
+                                    [data](const Details &details) {
+                                      Data copy = data;
+                                      details.callback(copy, details.user_data);
+                                    });
+  }
+
+  SubscriptionTable<int, Details> subscriptions{kind};
+};
+
+using PesService =
+    DataService<IPESDataSubscriber, TSPESData, Kind::Pes, Operation::SubscribePES, Operation::UnsubscribePES>;
+using CaptionService =
+    DataService<IDataSubscriber, TSCaption, Kind::Caption, Operation::SubscribeCaption, Operation::UnsubscribeCaption>;
+
+struct DsmService final : IDsm {
+  using Callback = void (*)(TSDsmMessage &);
+
+  int Attach(unsigned int &sessionHandle, const std::vector<unsigned char> &target, EDsmDataServiceType serviceType,
+             EDsmAttachType attachType, void *userData, bool flag) override;
+  int Detach(unsigned int sessionHandle) override;
+
+  struct Nothing {};
+  SubscriptionTable<int, Nothing> subscriptions{Kind::Dsm};
+  std::atomic<Callback> callback{nullptr};
+};
+
+// The whole service.
+struct Service {
+  // Lives to the very end: threads that still run at exit may call it. Its own threads end earlier, while everything
+  // that was there when the service was first used is still there.
+  static Service &Get();
+
+  void Flush();
+  void Stop();
+
+  // In the order of `Kind`.
+  template <class Action> void ForEachKind(Action action) {
+    action(signal.subscriptions);
+    action(program.subscriptions);
+    action(section.subscriptions);
+    action(pes.subscriptions);
+    action(caption.subscriptions);
+    action(dsm.subscriptions);
+  }
+
+  CallPlan<Operation> plan;
+  SignalService signal;
+  ProgramService program;
+  SectionService section;
+  PesService pes;
+  CaptionService caption;
+  DsmService dsm;
+};
+
+} // namespace lumio::tv

@@ -1,0 +1,35 @@
+#include <vconf.h>
+
+#include "store.h"
+
+#include <dlog.h>
+
+#include <cerrno>
+#include <new>
+
+namespace {
+
+// Runs the operation and tells the caller, and of failures the log. That a key is absent is no failure of the store.
+template <typename Operation> int Run(const char *verb, const char *key, const Operation &operation) {
+  try {
+    const int code = operation();
+    if (code != 0 && code != lumio::store::kAbsent) {
+      __dlog_print(0, 16, "vconf", "cannot %s %s: %s\n", verb, key == nullptr ? "(null)" : key,
+                   lumio::store::Explain(key, code).c_str());
+    }
+    return code == 0 ? 0 : -1;
+  } catch (const std::bad_alloc &) {
+    __dlog_print(0, 16, "vconf", "cannot %s %s: out of memory\n", verb, key);
+    return -1;
+  }
+}
+
+} // namespace
+
+extern "C" int vconf_get_int(const char *key, int *value) {
+  return Run("get", key, [&] { return value == nullptr ? EFAULT : lumio::store::Get(key, value); });
+}
+
+extern "C" int vconf_set_int(const char *key, int value) {
+  return Run("set", key, [&] { return lumio::store::Set(key, value); });
+}

@@ -1,0 +1,91 @@
+// Banner states between processes, in the platform's real store, and what is left of them when a process is killed.
+#include <lumio-banner-state.h>
+
+#include <gtest/gtest.h>
+#include <vconf.h>
+
+#include <cstdlib>
+#include <random>
+
+#include "child.h"
+#include "temporary_directory.h"
+
+namespace {
+
+constexpr int kBanners = 32;
+
+class BannerStore : public testing::Test {
+protected:
+  BannerStore() {
+    setenv("LUMIO_VCONF_DIR", (m_directory / "store").c_str(), 1);
+    setenv("LUMIO_LOG", "none", 1);
+  }
+
+private:
+  const TemporaryDirectory m_directory;
+};
+
+int State(int banner_id) {
+  int state = -1;
+  EXPECT_EQ(lumio_get_banner_state(banner_id, &state), 0);
+  return state;
+}
+
+// The order in which banners are shown.
+int Nth(int n) { return n * 7 % kBanners; }
+
+// Hides all banners and shows one after the other, again and again, and sends the number of each that is acknowledged.
+void ShowAll(Pipe *acknowledged) {
+  ASSERT_EQ(vconf_set_int("memory/lumio/lumio_banner_state_1", 0), 0);
+  for (int n = 0;; n = (n + 1) % kBanners) {
+    ASSERT_EQ(lumio_set_banner_state(Nth(n), 1), 0);
+    acknowledged->Send(n);
+  }
+}
+
+} // namespace
+
+TEST_F(BannerStore, EveryProcessSeesTheStates) {
+  EXPECT_TRUE(Child([] {
+                EXPECT_EQ(lumio_set_banner_state(3, 1), 0);
+                EXPECT_EQ(lumio_set_banner_state(31, 1), 0);
+              }).Succeeds());
+  EXPECT_TRUE(Child([] {
+                EXPECT_EQ(State(3), 1);
+                EXPECT_EQ(State(4), 0);
+                EXPECT_EQ(State(31), 1);
+                EXPECT_EQ(lumio_set_banner_state(4, 1), 0);
+              }).Succeeds());
+  EXPECT_TRUE(Child([] {
+                EXPECT_EQ(State(3), 1);
+                EXPECT_EQ(State(4), 1);
+              }).Succeeds());
+}
+
+TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 20; ++round) {
+    Pipe acknowledged;
+    Child writer([&] { ShowAll(&acknowledged); });
+    acknowledged.CloseSender();
+    int count = 0; // of acknowledged banners
+    int n = 0;
+    const int enough = 1 + static_cast<int>(random() % (kBanners + 7));
+    while (count < enough && acknowledged.Receive(&n)) {
+      ++count;
+    }
+    writer.Kill();
+    while (acknowledged.Receive(&n)) {
+      ++count;
+    }
+    ASSERT_GE(count, enough);
+    EXPECT_TRUE(Child([count] {
+                  for (int i = 0; i < kBanners; ++i) {
+                    // The one that was just being shown may be either.
+                    EXPECT_TRUE(i == count || State(Nth(i)) == (i < count ? 1 : 0)) << i << " of " << count;
+                  }
+                  EXPECT_EQ(lumio_set_banner_state(Nth(count), 1), 0);
+                  EXPECT_EQ(State(Nth(count)), 1);
+                }).Succeeds());
+  }
+}

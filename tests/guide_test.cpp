@@ -1,0 +1,86 @@
+// The modules of the author's guide, and how a module is tested on a desktop.
+#include "../docs/examples/pause_on_standby.h"
+#include "../docs/examples/recording_light.h"
+#include "../docs/examples/signal_watch.h"
+#include "../docs/examples/volume_banner.h"
+#include "../docs/examples/volume_keys.h"
+
+#include <Ecore.h>
+#include <lumio-host/pvr-control.h>
+#include <lumio-host/tv-control.h>
+#include <vconf.h>
+
+#include <gtest/gtest.h>
+
+#include "loop.h"
+#include "temporary_directory.h"
+
+namespace {
+
+// Every test has a store of its own.
+class Guide : public testing::Test {
+protected:
+  Guide() { setenv("LUMIO_VCONF_DIR", (m_directory / "store").c_str(), 1); }
+
+private:
+  const TemporaryDirectory m_directory;
+};
+
+// Presses a key as Ecore tells it.
+void Press(const char *name) {
+  auto *key = static_cast<Ecore_Event_Key *>(calloc(1, sizeof(Ecore_Event_Key)));
+  key->keyname = name;
+  ecore_event_add(ECORE_EVENT_KEY_DOWN, key, nullptr, nullptr);
+  TurnLoop();
+}
+
+} // namespace
+
+TEST_F(Guide, VolumeKeysTurnTheVolume) {
+  VolumeKeys module;
+  Press("XF86AudioRaiseVolume");
+  EXPECT_EQ(module.Volume(), 11);
+  Press("XF86AudioLowerVolume");
+  EXPECT_EQ(module.Volume(), 10);
+  Press("Return");
+  EXPECT_EQ(module.Volume(), 10);
+}
+
+TEST_F(Guide, BannerIsShownOnce) {
+  BannerCounter module;
+  EXPECT_TRUE(ShowVolumeBanner());
+  EXPECT_TRUE(ShowVolumeBanner());
+  EXPECT_EQ(module.Shown(), 1);
+
+  int word = 0;
+  vconf_get_int("memory/lumio/lumio_banner_state_1", &word);
+  EXPECT_EQ(word, 1 << kVolumeBanner);
+}
+
+TEST_F(Guide, PausesOnStandby) {
+  PauseOnStandby module;
+  CLumioStateSubscriber::HandleStateChanged(kLumioStateStandby);
+  EXPECT_TRUE(module.Paused());
+  CLumioStateSubscriber::HandleStateChanged(kLumioStateShown);
+  EXPECT_FALSE(module.Paused());
+}
+
+TEST_F(Guide, LightFollowsTheRecorder) {
+  RecordingLight module;
+  lumio::pvr::StartRecording(1);
+  lumio::pvr::Flush();
+  EXPECT_TRUE(module.On());
+  lumio::pvr::StopRecording();
+  lumio::pvr::Flush();
+  EXPECT_FALSE(module.On());
+}
+
+TEST_F(Guide, SignalArrivesOnTheMainLoop) {
+  SignalWatch module;
+  lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, TSSignalData{1, 0});
+  TurnLoopUntil([&] { return module.Locked(); });
+  EXPECT_TRUE(module.Locked());
+
+  CTVServiceSubscriber::ReleaseAll();
+  lumio::tv::Shutdown(); // before ecore_shutdown: the service's threads wake up the main loop
+}

@@ -1,0 +1,182 @@
+// Short memory: each allocation of each function fails once, and the library works afterwards.
+#include "kevent_fixture.h"
+
+#include "fake_memory.h"
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::IsNull;
+using testing::Not;
+using testing::NotNull;
+using testing::StartsWith;
+
+namespace {
+
+constexpr char kNoDomain[] = "16 calloc failed";
+constexpr char kNoHandler[] = "16 Calloc failed";
+constexpr char kNoExtension[] = "2 XInput Extension isn't supported.";
+constexpr char kNotInitialised[] = "16 manager is not initialized";
+
+// A handler that takes no memory to ask.
+int Count(lumio_kevent *, lumio_kevent_type, void *, void *data) { return ++*static_cast<int *>(data); }
+
+} // namespace
+
+class ShortMemory : public KeventTest {
+protected:
+  void ExpectKeysToWork(lumio_kevent *kevent) {
+    int asked = 0;
+    lumio_kevent_handler *press = lumio_kevent_handler_add(kevent, LUMIO_KEVENT_PRESS, 6, Count, &asked);
+    lumio_kevent_handler *release = lumio_kevent_handler_add(kevent, LUMIO_KEVENT_RELEASE, 6, Count, &asked);
+    for (int i = 0; i < 3; ++i) { // more than one burst
+      Press();
+      Release();
+    }
+    EXPECT_EQ(asked, 6);
+    lumio_kevent_handler_del(press);
+    lumio_kevent_handler_del(release);
+    ClearLog();
+  }
+};
+
+// Without a display, so that everything that can fail makes the call fail.
+TEST_F(ShortMemory, InTheFirstInitUndoesTheInstallation) {
+  lumio_kevent *kevent = nullptr;
+  std::vector<std::string> last_attempt;
+  int failures = 0;
+  FailEachAllocation([&] { kevent = lumio_kevent_init("first"); },
+                     [&](int) {
+                       ++failures;
+                       last_attempt = TakeJournal();
+                       EXPECT_THAT(kevent, IsNull());
+                       EXPECT_THAT(TakeLog(), ElementsAre(kNoExtension, kNoDomain));
+                       lumio_kevent_fini(Forbidden<lumio_kevent>());
+                       EXPECT_THAT(TakeLog(), ElementsAre(kNotInitialised));
+                       Press();
+                       Release();
+                       EXPECT_THAT(TakeLog(), IsEmpty()); // Ecore has nothing left to call
+                     });
+  EXPECT_GE(failures, 8); // 3 event handlers, the enterer, the record, its name, its list node and the list's own
+  EXPECT_THAT(last_attempt, ElementsAre(StartsWith("handler add"), StartsWith("handler add"), StartsWith("handler add"),
+                                        "enterer add", "handler del", "handler del", "handler del", "enterer del"));
+  ASSERT_THAT(kevent, NotNull());
+  ExpectKeysToWork(kevent);
+}
+
+TEST_F(ShortMemory, LeavesALateKeyToOthers) {
+  FailAllocation(1);
+  EXPECT_THAT(lumio_kevent_init("first"), IsNull());
+  FailAllocation(0);
+  ClearLog();
+  Ecore_Event_Key key{};
+  EXPECT_EQ(CallBack(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_DOWN, &key), ECORE_CALLBACK_PASS_ON);
+  EXPECT_THAT(TakeLog(), ElementsAre(kNotInitialised));
+  EXPECT_EQ(CallBack(ECORE_EVENT_KEY_UP, ECORE_EVENT_KEY_UP, nullptr), ECORE_CALLBACK_PASS_ON);
+  EXPECT_THAT(TakeLog(), ElementsAre(kNotInitialised));
+  fake_vconf.values["db/FactoryApp/Aging"] = 1;
+  EXPECT_EQ(CallBack(ECORE_EVENT_KEY_UP, ECORE_EVENT_KEY_UP, &key), ECORE_CALLBACK_PASS_ON);
+  EXPECT_THAT(TakeLog(), ElementsAre("16 do not process the key in aging mode.."));
+}
+
+// The mask is the first allocation after the devices were asked for.
+TEST_F(ShortMemory, ForTheEventMaskOnlyLeavesTheDeviceEventsOut) {
+  fake_x.display = FakeDisplay();
+  fake_x.devices = {{2, "Virtual core pointer", XIMasterPointer}};
+  fake_x.during_query = [] { FailAllocation(1); };
+  lumio_kevent *kevent = lumio_kevent_init("first");
+  FailAllocation(0);
+  ASSERT_THAT(kevent, NotNull());
+  EXPECT_THAT(TakeLog(), ElementsAre(kNoDomain));
+  EXPECT_THAT(TakeJournal(), AllOf(Contains("XIQueryDevice 0"), Not(Contains(StartsWith("XISelectEvents")))));
+  ExpectKeysToWork(kevent);
+}
+
+TEST_F(ShortMemory, InALaterInitChangesNothing) {
+  lumio_kevent *first = Open("first");
+  Press();
+  lumio_kevent *second = nullptr;
+  int failures = 0;
+  FailEachAllocation([&] { second = lumio_kevent_init("second"); },
+                     [&](int) {
+                       ++failures;
+                       EXPECT_THAT(second, IsNull());
+                       EXPECT_EQ(LogMessages().back(), kNoDomain);
+                       ClearLog();
+                       ExpectKeysToWork(first);
+                       EXPECT_EQ(LogCount("16 init timestamp"), 0);
+                     });
+  EXPECT_EQ(failures, 3); // the record, its name and its list node
+  ASSERT_THAT(second, NotNull());
+  EXPECT_THAT(TakeLog(), IsEmpty());
+  ExpectKeysToWork(second);
+}
+
+TEST_F(ShortMemory, InHandlerAddAddsNothing) {
+  lumio_kevent *kevent = Open();
+  int asked = 0;
+  int failures = 0;
+  for (int handlers = 1; handlers <= 2; ++handlers) { // the first on its lists, and another one
+    lumio_kevent_handler *handler = nullptr;
+    FailEachAllocation([&] { handler = lumio_kevent_handler_add(kevent, LUMIO_KEVENT_PRESS, 3, Count, &asked); },
+                       [&](int) {
+                         ++failures;
+                         EXPECT_THAT(handler, IsNull());
+                         EXPECT_THAT(TakeLog(), ElementsAre(kNoHandler));
+                         asked = 0;
+                         Press();
+                         EXPECT_EQ(asked, handlers - 1);
+                         ClearLog();
+                       });
+    ASSERT_THAT(handler, NotNull());
+    EXPECT_THAT(TakeLog(), IsEmpty());
+  }
+  EXPECT_GE(failures, 10); // the record, its nodes on two lists, those lists' own, and its place among all handlers
+  asked = 0;
+  Press();
+  EXPECT_EQ(asked, 2);
+  lumio_kevent_fini(kevent);
+  Press();
+  EXPECT_EQ(asked, 2);
+}
+
+TEST_F(ShortMemory, InHandlerAddDuringADispatchAddsNothing) {
+  lumio_kevent *kevent = Open();
+  int asked = 0;
+  Probe &adder = Add(kevent, "adder");
+  adder.action = [&] {
+    FailEachAllocation([&] { lumio_kevent_handler_add(kevent, LUMIO_KEVENT_PRESS, 3, Count, &asked); },
+                       [&](int) { EXPECT_THAT(TakeLog(), Contains(kNoHandler)); });
+  };
+  Press();
+  EXPECT_EQ(asked, 1); // only the one that succeeded
+}
+
+TEST_F(ShortMemory, DoesNotMatterToAnythingElse) {
+  fake_x.display = FakeDisplay();
+  fake_x.focus = 1234;
+  lumio_kevent *kevent = Open();
+  bool flag = true;
+  std::vector<bool *> list = {&flag};
+  int asked = 0;
+  lumio_kevent_handler *handler = lumio_kevent_handler_add(kevent, LUMIO_KEVENT_PRESS, 3, Count, &asked);
+  Ecore_Event_Key key{};
+  key.keyname = "Return";
+  XIDeviceChangedEvent changed{};
+  changed.deviceid = 3;
+
+  FailAllocation(1);
+  lumio_kevent_cache_list_set(&list);
+  CallBack(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_DOWN, &key);
+  CallBack(ECORE_EVENT_KEY_UP, ECORE_EVENT_KEY_UP, &key);
+  SendGeneric(fake_x.opcode, XI_DeviceChanged, &changed);
+  lumio_event_source_type_get();
+  lumio_cursor_show_after_movement();
+  lumio_kevent_handler_del(handler);
+  lumio_kevent_fini(kevent);
+  EXPECT_EQ(AllocationsMade(), 0);
+  FailAllocation(0);
+  EXPECT_EQ(asked, 1);
+  EXPECT_FALSE(flag);
+}

@@ -1,0 +1,134 @@
+// The X server of the other tests and of the demonstration.
+#include <lumio-host/display.h>
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+using lumio::Plug;
+using lumio::PrivateDisplay;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+namespace {
+
+// Tells when everyone who inherited it has ended, the server of a display for example.
+class Heirloom {
+public:
+  Heirloom() { EXPECT_EQ(pipe(ends_), 0); }
+  ~Heirloom() { close(ends_[0]); }
+  // To be called once all heirs are there. Waits.
+  void AwaitEnd() {
+    char nothing;
+    close(ends_[1]);
+    EXPECT_EQ(read(ends_[0], &nothing, 1), 0);
+  }
+
+private:
+  int ends_[2];
+};
+
+// Files of the displays are created in a directory of the test's own.
+class PrivateDisplayTest : public testing::Test {
+protected:
+  void SetUp() override { setenv("TMPDIR", mkdtemp(directory_), 1); }
+  void TearDown() override {
+    EXPECT_TRUE(std::filesystem::is_empty(directory_));
+    std::filesystem::remove_all(directory_);
+  }
+
+  char directory_[32] = "/tmp/lumio-test-XXXXXX";
+};
+
+TEST_F(PrivateDisplayTest, LeavesNoFilesWhileItRuns) {
+  const PrivateDisplay display;
+  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+}
+
+TEST_F(PrivateDisplayTest, RefusesUnknownDevicesAndKeys) {
+  PrivateDisplay display;
+  EXPECT_THAT([&] { display.Press("Mouse", "Return"); },
+              ThrowsMessage<std::invalid_argument>("The private display has no input device \"Mouse\""));
+  EXPECT_THAT([&] { display.Release("HWKeys", "Any"); },
+              ThrowsMessage<std::invalid_argument>("The private display has no key \"Any\""));
+  EXPECT_THROW(display.SetPlug("Mouse", Plug::kFloating), std::invalid_argument);
+  EXPECT_THROW(display.DeviceId("Mouse"), std::invalid_argument);
+}
+
+TEST_F(PrivateDisplayTest, EndsWhenToldTo) {
+  Heirloom heirloom;
+  PrivateDisplay display;
+  display.Stop();
+  heirloom.AwaitEnd();
+  display.Stop();
+  EXPECT_THROW(display.Press("HWKeys", "Return"), std::runtime_error);
+  EXPECT_THROW(display.SetPlug("HWKeys", Plug::kUnplugged), std::runtime_error);
+}
+
+TEST_F(PrivateDisplayTest, EndsWhenItIsDestroyed) {
+  Heirloom heirloom;
+  { const PrivateDisplay display; }
+  heirloom.AwaitEnd();
+}
+
+TEST_F(PrivateDisplayTest, TellsThatThereIsNoServer) {
+  EXPECT_THAT(
+      [] {
+        PrivateDisplay({{}, "/nowhere/Xorg"});
+      },
+      ThrowsMessage<std::runtime_error>(AllOf(HasSubstr("The X server /nowhere/Xorg does not start:"),
+                                              HasSubstr("xserver-xorg-core"), HasSubstr("scripts/setup"))));
+}
+
+TEST_F(PrivateDisplayTest, LooksForAServerWithoutAPathInPath) {
+  EXPECT_EQ(setenv("PATH", "/usr/lib/xorg", 1), 0);
+  EXPECT_FALSE(PrivateDisplay({lumio::TelevisionDevices(), "Xorg"}).Name().empty());
+}
+
+TEST_F(PrivateDisplayTest, TellsWhatTheServerSaysWhenItDoesNotStart) {
+  EXPECT_THAT([] { PrivateDisplay({{{"no \"valid\" name"}}}); },
+              ThrowsMessage<std::runtime_error>(
+                  AllOf(HasSubstr("does not start:"), HasSubstr("Error parsing the config file"))));
+  EXPECT_THAT(
+      [] {
+        PrivateDisplay({{}, "/bin/cat"});
+      },
+      ThrowsMessage<std::runtime_error>(HasSubstr("/bin/cat: invalid option")));
+}
+
+TEST_F(PrivateDisplayTest, TellsThatADirectoryCannotBeWritten) {
+  setenv("TMPDIR", "/proc", 1);
+  EXPECT_THAT([] { PrivateDisplay(); }, ThrowsMessage<std::runtime_error>(HasSubstr("Cannot create /proc/lumio-")));
+}
+
+TEST_F(PrivateDisplayTest, EndsWithAnOwnerThatIsKilled) {
+  Heirloom heirloom;
+  int report[2];
+  ASSERT_EQ(pipe2(report, O_CLOEXEC), 0);
+  const pid_t owner = fork();
+  if (owner == 0) {
+    const PrivateDisplay display;
+    [[maybe_unused]] const ssize_t written = write(report[1], "r", 1);
+    for (;;) {
+      pause();
+    }
+  }
+  close(report[1]);
+  char ready;
+  EXPECT_EQ(read(report[0], &ready, 1), 1);
+  kill(owner, SIGKILL);
+  EXPECT_EQ(waitpid(owner, nullptr, 0), owner);
+  heirloom.AwaitEnd();
+  close(report[0]);
+}
+
+} // namespace

@@ -1,0 +1,730 @@
+// What vconf keeps, among several processes and whatever becomes of them.
+#include <vconf.h>
+
+#include "child.h"
+#include "fake_io.h"
+#include "fake_memory.h"
+#include "stderr_of.h"
+#include "store.h"
+#include "temporary_directory.h"
+
+#include <gmock/gmock.h>
+#include <lmdb.h>
+
+#include <pwd.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <fstream>
+#include <list>
+#include <optional>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace store = lumio::store;
+
+using testing::AllOf;
+using testing::Ge;
+using testing::HasSubstr;
+using testing::Le;
+
+namespace {
+
+constexpr const char *kBanners = "memory/lumio/lumio_banner_state_1";
+constexpr const char *kAging = "db/FactoryApp/Aging";
+
+std::optional<int> Value(const std::string &key) {
+  int value = 0;
+  return vconf_get_int(key.c_str(), &value) == 0 ? std::optional<int>(value) : std::nullopt;
+}
+
+class Store : public testing::Test {
+protected:
+  Store() { setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1); }
+  ~Store() override { store::Close(); }
+
+  void StartAfresh() {
+    store::Close();
+    std::filesystem::remove_all(directory_ / "store");
+  }
+
+  const TemporaryDirectory directory_;
+};
+
+// With the environment of the keys below "db/" or "memory/".
+class EachStore : public Store, public testing::WithParamInterface<const char *> {
+protected:
+  std::string Key(const std::string &name) const { return std::string(GetParam()) + "/" + name; }
+  std::string Files() const { return directory_ / ("store/" + std::string(GetParam())); }
+};
+
+INSTANTIATE_TEST_SUITE_P(, EachStore, testing::Values("db", "memory"), [](const auto &test) { return test.param; });
+
+TEST_P(EachStore, KeepsAValue) {
+  EXPECT_EQ(Value(Key("a")), std::nullopt);
+  for (const int value : {0, 1, -1, INT_MAX, INT_MIN}) {
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), value), 0);
+    EXPECT_EQ(Value(Key("a")), value);
+  }
+  store::Close();
+  EXPECT_EQ(Value(Key("a")), INT_MIN);
+}
+
+TEST_P(EachStore, KeepsKeysApart) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  EXPECT_EQ(vconf_set_int(Key("a/b").c_str(), 2), 0);
+  EXPECT_EQ(store::Unset(Key("a").c_str()), 0);
+  EXPECT_EQ(Value(Key("a")), std::nullopt);
+  EXPECT_EQ(Value(Key("a/b")), 2);
+  EXPECT_EQ(store::Unset(Key("a").c_str()), store::kAbsent);
+}
+
+TEST_F(Store, AnAbsentKeyLeavesTheValueAndTheLogAlone) {
+  int value = 17;
+  EXPECT_EQ(StderrOf([&] { EXPECT_LT(vconf_get_int(kAging, &value), 0); }), "");
+  EXPECT_EQ(value, 17);
+}
+
+TEST_F(Store, GivesKnownKeysTheirFirstValue) {
+  EXPECT_EQ(Value(kBanners), 0);
+  EXPECT_EQ(Value(kAging), std::nullopt);
+}
+
+TEST_F(Store, NeverOverwritesTheValueOfAKnownKey) {
+  EXPECT_EQ(vconf_set_int(kBanners, 5), 0);
+  store::Close();
+  EXPECT_EQ(Value(kBanners), 5);
+}
+
+TEST_F(Store, AKnownKeyThatWasUnsetStaysAbsentUntilTheStoreIsOpenedAgain) {
+  EXPECT_EQ(vconf_set_int(kBanners, 5), 0);
+  EXPECT_EQ(store::Unset(kBanners), 0);
+  EXPECT_EQ(Value(kBanners), std::nullopt);
+  store::Close();
+  EXPECT_EQ(Value(kBanners), 0);
+}
+
+TEST_F(Store, RefusesKeysThatCannotBe) {
+  const std::string longest = "db/" + std::string(508, 'x');
+  EXPECT_EQ(vconf_set_int(longest.c_str(), 3), 0);
+  EXPECT_EQ(Value(longest), 3);
+  const std::string too_long = longest + "x";
+  for (const char *key : {static_cast<const char *>(nullptr), "", "db/", "memory/", "db", "other/a", "/db/a",
+                          "Memory/a", too_long.c_str()}) {
+    int value = 17;
+    const std::string refusal = std::string(key == nullptr ? "(null)" : key) +
+                                ": a key begins with \"memory/\" or \"db/\", goes on, and has at most 511 bytes\n";
+    EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(key, &value), 0); }), HasSubstr("cannot get " + refusal));
+    EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(key, 1), 0); }), HasSubstr("cannot set " + refusal));
+    EXPECT_EQ(value, 17);
+  }
+}
+
+TEST_F(Store, RefusesToReadIntoNothing) {
+  EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(kBanners, nullptr), 0); }),
+              HasSubstr("E vconf: cannot get memory/lumio/lumio_banner_state_1: "));
+}
+
+TEST_F(Store, ListsWhatBeginsWithAPrefixInOrder) {
+  using Entries = std::vector<std::pair<std::string, int>>;
+  for (const char *key : {"db/b", "db/a/2", "db/a/1", "db/c"}) {
+    EXPECT_EQ(vconf_set_int(key, key[3]), 0);
+  }
+  Entries entries;
+  EXPECT_EQ(store::List("db/a", &entries), 0);
+  EXPECT_EQ(entries, (Entries{{"db/a/1", 'a'}, {"db/a/2", 'a'}}));
+  EXPECT_EQ(store::List("memory/", &entries), 0);
+  EXPECT_EQ(entries.back(), Entries::value_type(kBanners, 0));
+  EXPECT_EQ(store::List("db/zzz", &entries), 0);
+  EXPECT_EQ(entries.size(), 3u);
+  EXPECT_EQ(store::List("other/", &entries), store::kBadKey);
+}
+
+// Where the files are.
+
+TEST_F(Store, MakesItsDirectoriesForTheUserAlone) {
+  EXPECT_EQ(vconf_set_int("db/a", 1), 0);
+  for (const char *name : {"store", "store/db", "store/db/data.mdb", "store/db/lock.mdb"}) {
+    struct stat status;
+    ASSERT_EQ(stat((directory_ / name).c_str(), &status), 0) << name;
+    EXPECT_EQ(status.st_mode & 077, 0u) << name;
+  }
+}
+
+std::string FileOf(const char *key) {
+  std::string path;
+  EXPECT_EQ(store::FileToWatch(key, &path), 0);
+  return path;
+}
+
+TEST_F(Store, KeepsItsFilesInTheUsersDirectories) {
+  unsetenv("LUMIO_VCONF_DIR");
+  setenv("XDG_RUNTIME_DIR", "/run/me", 1);
+  setenv("XDG_DATA_HOME", "/data/me", 1);
+  EXPECT_EQ(FileOf("memory/a"), "/run/me/lumio/memory/data.mdb");
+  EXPECT_EQ(FileOf("db/a"), "/data/me/lumio/db/data.mdb");
+}
+
+TEST_F(Store, DoesWithoutTheUsersDirectories) {
+  setenv("LUMIO_VCONF_DIR", "", 1);
+  setenv("XDG_RUNTIME_DIR", "relative", 1);
+  setenv("XDG_DATA_HOME", "", 1);
+  setenv("HOME", "/home/me", 1);
+  EXPECT_EQ(FileOf("memory/a"), "/dev/shm/lumio-memory-" + std::to_string(geteuid()) + "/data.mdb");
+  EXPECT_EQ(FileOf("db/a"), "/home/me/.local/share/lumio/db/data.mdb");
+  unsetenv("HOME");
+  EXPECT_EQ(FileOf("db/a"), std::string(getpwuid(geteuid())->pw_dir) + "/.local/share/lumio/db/data.mdb");
+}
+
+TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
+  std::ofstream(directory_ / "store") << "not a directory";
+  int value = 17;
+  EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0); }),
+              HasSubstr("cannot set " + Key("a") + ": " + Files() + ": Not a directory\n"));
+  EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(Key("a").c_str(), &value), 0); }),
+              HasSubstr("cannot get " + Key("a") + ": " + Files() + ": Not a directory\n"));
+  EXPECT_EQ(value, 17);
+  std::filesystem::remove(directory_ / "store");
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  EXPECT_EQ(Value(Key("a")), 1);
+}
+
+TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
+  std::filesystem::create_directories(directory_ / "store");
+  if (geteuid() == 0) {
+    std::filesystem::create_directory(Files());
+    ASSERT_EQ(chown(Files().c_str(), 65534, 65534), 0);
+  } else {
+    std::filesystem::create_symlink("/usr", Files());
+  }
+  EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0); }),
+              HasSubstr("Operation not permitted"));
+}
+
+TEST_P(EachStore, RefusesAFileThatIsNotAStore) {
+  std::filesystem::create_directories(Files());
+  std::ofstream(Files() + "/data.mdb") << std::string(10000, 'x');
+  EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0); }),
+              HasSubstr(Files() + ": MDB_INVALID"));
+  std::filesystem::remove(Files() + "/data.mdb");
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+}
+
+TEST_P(EachStore, BeginsAgainWhereACreatorWasKilled) {
+  std::filesystem::create_directories(Files());
+  std::ofstream(Files() + "/data.mdb.new") << std::string(4096, 'x');
+  std::ofstream(Files() + "/lock.mdb.new") << "half";
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  EXPECT_FALSE(std::filesystem::exists(Files() + "/data.mdb.new"));
+  EXPECT_FALSE(std::filesystem::exists(Files() + "/lock.mdb.new"));
+}
+
+// A full store.
+
+// Sets keys of the greatest length until one is refused, and returns how many were taken.
+int Fill(const std::string &prefix, std::string *log) {
+  int count = 0;
+  const auto next = [&] {
+    std::string key = prefix + std::to_string(count) + "/";
+    return key + std::string(511 - key.size(), 'x');
+  };
+  *log = StderrOf([&] {
+    while (vconf_set_int(next().c_str(), count) == 0) {
+      ++count;
+    }
+  });
+  return count;
+}
+
+TEST_F(Store, AFullStoreRefusesNewKeysAndKeepsTheOldOnes) {
+  EXPECT_EQ(vconf_set_int("memory/old", 1), 0);
+  std::string log;
+  const int taken = Fill("memory/fill", &log);
+  EXPECT_GT(taken, 5000);
+  EXPECT_THAT(log, HasSubstr(": the store is full\n"));
+  std::vector<std::pair<std::string, int>> entries;
+  EXPECT_EQ(store::List("memory/fill", &entries), 0);
+  EXPECT_EQ(entries.size(), static_cast<size_t>(taken));
+  EXPECT_EQ(Value("memory/old"), 1);
+  for (int value = 2; value < 100; ++value) {
+    EXPECT_EQ(vconf_set_int("memory/old", value), 0);
+  }
+  EXPECT_EQ(Value("memory/old"), 99);
+  for (size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(store::Unset(entries[i].first.c_str()), 0);
+  }
+  EXPECT_EQ(vconf_set_int(entries[0].first.c_str(), 1), 0);
+  EXPECT_EQ(Value(entries[0].first), 1);
+}
+
+// A full disk: no file may grow.
+TEST_P(EachStore, AFullDiskRefusesWritesAndKeepsTheOldValues) {
+  EXPECT_EQ(vconf_set_int(Key("old").c_str(), 1), 0);
+  Child child([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit no_growth = {std::filesystem::file_size(Files() + "/data.mdb"), RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &no_growth), 0);
+    int count = 0;
+    while (vconf_set_int(Key("new" + std::to_string(count)).c_str(), count) == 0) {
+      ++count;
+    }
+    for (int i = 0; i < count; ++i) {
+      EXPECT_EQ(Value(Key("new" + std::to_string(i))), i);
+    }
+    EXPECT_EQ(Value(Key("new" + std::to_string(count))), std::nullopt);
+    EXPECT_EQ(Value(Key("old")), 1);
+    const rlimit room = {RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &room), 0);
+    EXPECT_EQ(vconf_set_int(Key("new").c_str(), 7), 0);
+  });
+  EXPECT_TRUE(child.Succeeds());
+  EXPECT_EQ(Value(Key("old")), 1);
+  EXPECT_EQ(Value(Key("new")), 7);
+}
+
+TEST_P(EachStore, AFullDiskRefusesANewStore) {
+  Child child([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit little = {4096, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+    EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0);
+    EXPECT_EQ(Value(Key("a")), std::nullopt);
+  });
+  EXPECT_TRUE(child.Succeeds());
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+}
+
+// What a test knows about one key: the last acknowledged value, and those tried since.
+class Expected {
+public:
+  void Tried(int value, bool acknowledged) {
+    if (acknowledged) {
+      possible_.clear();
+    }
+    possible_.push_back(value);
+  }
+  void Check(const std::optional<int> &value) const { EXPECT_THAT(possible_, testing::Contains(value)); }
+
+private:
+  std::vector<std::optional<int>> possible_ = {std::nullopt};
+};
+
+// Opens a new store, uses it, and opens it once more. Every result must be what it would be without failures, or a
+// failure.
+void UseThrough(const std::string &key, Expected *expected) {
+  for (int value = 1; value <= 6; ++value) {
+    if (value == 4) {
+      store::Close();
+    }
+    expected->Tried(value, vconf_set_int(key.c_str(), value) == 0);
+    const std::optional<int> read = Value(key);
+    if (read) {
+      expected->Check(read);
+    }
+  }
+}
+
+class EachFailure : public EachStore {
+protected:
+  void FailEachCall(int error, bool for_good) {
+    bool failed = true;
+    for (int nth = 1; failed; ++nth) {
+      SCOPED_TRACE("call " + std::to_string(nth));
+      StartAfresh();
+      Expected expected;
+      FailIo(nth, error, for_good);
+      UseThrough(Key("a"), &expected);
+      failed = IoMade() >= nth;
+      FailIo(0);
+      expected.Check(Value(Key("a")));
+      EXPECT_EQ(vconf_set_int(Key("a").c_str(), 100), 0);
+      EXPECT_EQ(Value(Key("a")), 100);
+      store::Close();
+      EXPECT_EQ(Value(Key("a")), 100);
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(, EachFailure, testing::Values("db", "memory"), [](const auto &test) { return test.param; });
+
+TEST_P(EachFailure, OfOneCallLosesNothingAcknowledged) { FailEachCall(EIO, false); }
+TEST_P(EachFailure, OfAllCallsFromOneOnLosesNothingAcknowledged) { FailEachCall(ENOSPC, true); }
+
+// Each round on a thread of its own, which has no place among the readers yet.
+TEST_P(EachFailure, OfAnAllocationLosesNothingAcknowledged) {
+  bool failed = true;
+  for (int nth = 1; failed; ++nth) {
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    StartAfresh();
+    Expected expected;
+    std::thread([&] {
+      const std::string key = Key("a");
+      FailAllocation(nth);
+      const bool set = vconf_set_int(key.c_str(), 1) == 0;
+      int value = 1;
+      const bool got = vconf_get_int(key.c_str(), &value) == 0;
+      failed = AllocationsMade() >= nth;
+      FailAllocation(0);
+      expected.Tried(1, set);
+      EXPECT_EQ(value, 1);
+      EXPECT_TRUE(got || failed);
+    }).join();
+    expected.Check(Value(Key("a")));
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
+    EXPECT_EQ(Value(Key("a")), 2);
+  }
+}
+
+// Several processes and threads.
+
+constexpr int kThreadFactor = 1000;
+
+// Two threads each write a key of their own and one that all share.
+void WriteInThreads(int process, int rounds, const std::string &prefix) {
+  const auto write = [&](int writer) {
+    const std::string own = prefix + std::to_string(writer), shared = prefix + "shared";
+    for (int round = 1; round <= rounds; ++round) {
+      EXPECT_EQ(vconf_set_int(own.c_str(), round), 0);
+      EXPECT_EQ(vconf_set_int(shared.c_str(), writer * kThreadFactor + round), 0);
+      EXPECT_EQ(Value(own), round);
+    }
+  };
+  std::thread other(write, 2 * process);
+  write(2 * process + 1);
+  other.join();
+}
+
+TEST_P(EachStore, KeepsWhatManyWritersWrote) {
+  constexpr int kProcesses = 4, kRounds = 20;
+  InProcesses(kProcesses, [&](int process) { WriteInThreads(process, kRounds, Key("")); });
+  for (int writer = 0; writer < 2 * kProcesses; ++writer) {
+    EXPECT_EQ(Value(Key(std::to_string(writer))), kRounds);
+  }
+  // The last of all writes to the shared key was the last one of its writer.
+  EXPECT_EQ(Value(Key("shared")).value_or(0) % kThreadFactor, kRounds);
+}
+
+// LMDB by itself fails, or prepares its lock file twice, when processes open and close at the same moment.
+TEST_P(EachStore, CanBeOpenedAndClosedByManyAtOnce) {
+  for (int round = 0; round < 5; ++round) {
+    StartAfresh();
+    InProcesses(4, [&](int process) {
+      const std::string key = Key(std::to_string(process));
+      for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(vconf_set_int(key.c_str(), i), 0);
+        store::Close();
+        EXPECT_EQ(Value(key), i);
+      }
+    });
+  }
+}
+
+TEST_F(Store, TheFirstValueOfAKnownKeyNeverComesAfterAnotherOne) {
+  for (int round = 0; round < 20; ++round) {
+    StartAfresh();
+    Child opener([] { EXPECT_THAT(Value(kBanners).value_or(-1), testing::AnyOf(0, 7)); });
+    Child setter([] { EXPECT_EQ(vconf_set_int(kBanners, 7), 0); });
+    EXPECT_TRUE(opener.Succeeds());
+    EXPECT_TRUE(setter.Succeeds());
+    EXPECT_EQ(Value(kBanners), 7);
+  }
+}
+
+TEST_P(EachStore, AReaderSeesEachProcessesValuesInTheirOrder) {
+  constexpr int kLast = 200;
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 0), 0);
+  Child writer([&] {
+    for (int value = 1; value <= kLast; ++value) {
+      EXPECT_EQ(vconf_set_int(Key("a").c_str(), value), 0);
+    }
+  });
+  for (int before = 0, now = 0; now < kLast; before = now) {
+    now = Value(Key("a")).value_or(-1);
+    ASSERT_GE(now, before);
+  }
+  EXPECT_TRUE(writer.Succeeds());
+}
+
+// Killed processes.
+
+// Sets the key to 1, 2, ... and sends each acknowledged value.
+void Count(const std::string &key, Pipe *acknowledged, int last) {
+  for (int value = 1; value <= last; ++value) {
+    if (vconf_set_int(key.c_str(), value) == 0) {
+      acknowledged->Send(value);
+    }
+  }
+}
+
+TEST_P(EachStore, AKilledWriterLosesNothingAcknowledged) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 20; ++round) {
+    Pipe acknowledged;
+    Child writer([&] { Count(Key("a"), &acknowledged, INT_MAX); });
+    acknowledged.CloseSender();
+    int last = 0;
+    for (unsigned after = 1 + random() % 30; after > 0; --after) {
+      ASSERT_TRUE(acknowledged.Receive(&last));
+    }
+    writer.Kill();
+    while (acknowledged.Receive(&last)) {
+    }
+    EXPECT_THAT(Value(Key("a")).value_or(0), AllOf(Ge(last), Le(last + 1)));
+    EXPECT_EQ(vconf_set_int(Key("b").c_str(), round), 0);
+    EXPECT_EQ(Value(Key("b")), round);
+  }
+}
+
+class AtEachCall : public EachStore {
+protected:
+  // Kills a writer at its first, second, ... system call until one gets through.
+  void KillAWriter(bool is_open) {
+    bool killed = true;
+    for (int nth = 1; killed; ++nth) {
+      SCOPED_TRACE("call " + std::to_string(nth));
+      StartAfresh();
+      if (is_open) {
+        EXPECT_EQ(Value(Key("a")), std::nullopt);
+      }
+      Pipe acknowledged;
+      Child writer([&] {
+        DieAtIo(nth);
+        Count(Key("a"), &acknowledged, 3);
+      });
+      acknowledged.CloseSender();
+      int last = 0;
+      while (acknowledged.Receive(&last)) {
+      }
+      killed = !writer.Succeeds();
+      EXPECT_THAT(Value(Key("a")).value_or(0), AllOf(Ge(last), Le(last + 1)));
+      EXPECT_EQ(vconf_set_int(Key("a").c_str(), 100), 0);
+      EXPECT_EQ(Value(Key("a")), 100);
+      EXPECT_EQ(killed, last < 3);
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(, AtEachCall, testing::Values("db", "memory"), [](const auto &test) { return test.param; });
+
+TEST_P(AtEachCall, AKilledCreatorLosesNothingAcknowledged) { KillAWriter(false); }
+TEST_P(AtEachCall, AKilledWriterLosesNothingAcknowledged) { KillAWriter(true); }
+
+// A process that uses the same files through LMDB alone, and so can stop where this store never does.
+class Intruder {
+public:
+  explicit Intruder(const std::string &files) {
+    EXPECT_EQ(mdb_env_create(&env_), 0);
+    EXPECT_EQ(mdb_env_open(env_, files.c_str(), MDB_NOTLS, 0600), 0);
+  }
+  ~Intruder() { mdb_env_close(env_); }
+  Intruder(const Intruder &) = delete;
+  Intruder &operator=(const Intruder &) = delete;
+
+  int Begin(unsigned flags) {
+    MDB_txn *transaction = nullptr;
+    return mdb_txn_begin(env_, nullptr, flags, &transaction);
+  }
+
+  void TakeAllReaders() {
+    int code = 0;
+    while (code == 0) {
+      code = Begin(MDB_RDONLY);
+    }
+    EXPECT_EQ(code, MDB_READERS_FULL);
+  }
+
+  void Put(const std::string &key, const std::string &value) {
+    MDB_txn *transaction = nullptr;
+    MDB_dbi dbi;
+    MDB_val name = {key.size(), const_cast<char *>(key.data())};
+    MDB_val data = {value.size(), const_cast<char *>(value.data())};
+    EXPECT_EQ(mdb_txn_begin(env_, nullptr, 0, &transaction), 0);
+    EXPECT_EQ(mdb_dbi_open(transaction, nullptr, 0, &dbi), 0);
+    EXPECT_EQ(mdb_put(transaction, dbi, &name, &data, 0), 0);
+    EXPECT_EQ(mdb_txn_commit(transaction), 0);
+  }
+
+private:
+  MDB_env *env_ = nullptr;
+};
+
+// Stays in the middle of what `act` has begun until it is killed.
+class StuckIntruder {
+public:
+  StuckIntruder(const std::string &files, const std::function<void(Intruder &)> &act)
+      : child_([&] {
+          Intruder intruder(files);
+          act(intruder);
+          ready_.Send(1);
+          pause();
+        }) {
+    ready_.CloseSender();
+    int one = 0;
+    EXPECT_TRUE(ready_.Receive(&one));
+  }
+  void Kill() { child_.Kill(); }
+
+private:
+  Pipe ready_;
+  Child child_;
+};
+
+TEST_P(EachStore, AWriterKilledInItsTransactionLocksNobodyOut) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  StuckIntruder writer(Files(), [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(0), 0); });
+  EXPECT_EQ(Value(Key("a")), 1);
+  writer.Kill();
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
+  EXPECT_EQ(Value(Key("a")), 2);
+}
+
+TEST_P(EachStore, PlacesOfKilledReadersAreTakenBack) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  StuckIntruder reader(Files(), [](Intruder &intruder) { intruder.TakeAllReaders(); });
+  EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Value(Key("a")), std::nullopt); }),
+              HasSubstr(": too many threads read the store\n"));
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
+  reader.Kill();
+  EXPECT_EQ(Value(Key("a")), 2);
+}
+
+TEST_F(Store, PagesOfAKilledReaderAreTakenBack) {
+  EXPECT_EQ(vconf_set_int("memory/a", 0), 0);
+  StuckIntruder reader(directory_ / "store/memory",
+                       [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(MDB_RDONLY), 0); });
+  // A reader that lives keeps the pages it sees from being used again, until there are no more.
+  int value = 0;
+  EXPECT_THAT(StderrOf([&] {
+                while (vconf_set_int("memory/a", value + 1) == 0) {
+                  ++value;
+                }
+              }),
+              HasSubstr("cannot set memory/a: " + (directory_ / "store/memory") + ": the store is full\n"));
+  EXPECT_EQ(Value("memory/a"), value);
+  reader.Kill();
+  for (int more = 1; more <= 100; ++more) {
+    EXPECT_EQ(vconf_set_int("memory/a", value + more), 0);
+  }
+  EXPECT_EQ(Value("memory/a"), value + 100);
+}
+
+TEST_P(EachStore, ToleratesWhatIsNoInteger) {
+  EXPECT_EQ(vconf_set_int(Key("b").c_str(), 1), 0);
+  Child child([&] { Intruder(Files()).Put(Key("a"), "text"); });
+  EXPECT_TRUE(child.Succeeds());
+  EXPECT_EQ(Value(Key("a")).has_value(), true); // as long as an integer
+  Child longer([&] { Intruder(Files()).Put(Key("a"), "a longer text"); });
+  EXPECT_TRUE(longer.Succeeds());
+  EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Value(Key("a")), std::nullopt); }),
+              HasSubstr(": the value is not an integer\n"));
+  std::vector<std::pair<std::string, int>> entries;
+  EXPECT_EQ(store::List(Key(""), &entries), store::kNotInteger);
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
+  EXPECT_EQ(Value(Key("a")), 2);
+}
+
+// Threads and forks.
+
+TEST_P(EachStore, ThreadsThatEndGiveTheirPlacesBack) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  for (int i = 0; i < 1500; ++i) {
+    std::thread([&] { EXPECT_EQ(Value(Key("a")), 1); }).join();
+  }
+}
+
+struct ReadsWhenItGoes {
+  std::string key;
+  std::optional<int> *value;
+  ~ReadsWhenItGoes() {
+    if (value != nullptr) {
+      *value = Value(key);
+    }
+  }
+};
+
+TEST_P(EachStore, CanBeUsedWhileAThreadEnds) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  std::optional<int> value;
+  std::thread([&] {
+    thread_local ReadsWhenItGoes late = {};
+    late = {Key("a"), &value};
+    EXPECT_EQ(Value(Key("a")), 1);
+  }).join();
+  EXPECT_EQ(value, 1);
+}
+
+TEST_P(EachStore, AForkedChildHasAStoreOfItsOwn) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  EXPECT_EQ(Value(Key("a")), 1);
+  Child child([&] {
+    EXPECT_EQ(Value(Key("a")), 1);
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
+    Child grandchild([&] {
+      EXPECT_EQ(vconf_set_int(Key("a").c_str(), 3), 0);
+      store::Close();
+    });
+    EXPECT_TRUE(grandchild.Succeeds());
+    EXPECT_EQ(Value(Key("a")), 3);
+  });
+  EXPECT_EQ(Value(Key("a")).has_value(), true);
+  EXPECT_TRUE(child.Succeeds());
+  EXPECT_EQ(Value(Key("a")), 3);
+  // Another process that looks for dead readers must find this one alive.
+  Child other([&] { EXPECT_EQ(vconf_set_int(Key("a").c_str(), 4), 0); });
+  EXPECT_TRUE(other.Succeeds());
+  EXPECT_EQ(Value(Key("a")), 4);
+}
+
+TEST_P(EachStore, CanForkWhileThreadsUseIt) {
+  std::atomic<bool> stop{false};
+  std::atomic<int> failures{0};
+  std::list<std::thread> threads;
+  EXPECT_EQ(vconf_set_int(Key("0").c_str(), 0), 0);
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&, key = Key(std::to_string(i % 2))] {
+      for (int value = 0; !stop; ++value) {
+        failures += value % 8 == 0 && vconf_set_int(key.c_str(), value) != 0;
+        failures += !Value(key);
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i) {
+    Child child([&] {
+      EXPECT_EQ(vconf_set_int(Key("child").c_str(), i), 0);
+      EXPECT_EQ(Value(Key("child")), i);
+    });
+    EXPECT_TRUE(child.Succeeds());
+    EXPECT_EQ(Value(Key("child")), i);
+  }
+  stop = true;
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(failures, 0);
+}
+
+TEST_P(EachStore, CanBeClosedWhileThreadsUseIt) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  std::atomic<bool> stop{false};
+  std::atomic<int> failures{0};
+  std::thread reader([&] {
+    while (!stop) {
+      failures += Value(Key("a")) != 1;
+    }
+  });
+  for (int i = 0; i < 100; ++i) {
+    store::Close();
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  }
+  stop = true;
+  reader.join();
+  EXPECT_EQ(failures, 0);
+}
+
+} // namespace

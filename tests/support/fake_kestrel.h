@@ -1,0 +1,21 @@
+// The platform's lock, recorded. Stands in for the real Kestrel::TCMutex; CAutoLock stays the real one.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// What happened to any lock so far: "Create", "Lock", "Unlock", "Destroy". Thread-safe.
+std::vector<std::string> LockCalls();
+
+void ClearLockCalls();
+
+// Fails the test unless each operation takes one lock, once, and gives it back, and only the first one creates it.
+void ExpectEachLocksOnce(const std::vector<std::function<void()>> &operations);
+
+// Whether any lock is held right now, by whichever thread.
+bool AnyLockHeld();
+
+// Runs `call` once, in the next Lock() before the lock is taken: what another thread does that comes first. When it
+// destroys the lock, that Lock() is refused.
+void BeforeNextLock(std::function<void()> call);

@@ -1,0 +1,81 @@
+// Real key events through the real main loop, to handlers that record what they are asked.
+#pragma once
+
+#include <Ecore.h>
+#include <Ecore_Input.h>
+#include <gmock/gmock.h>
+#include <kevent.h>
+
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fake_clock.h"
+#include "fake_dlog.h"
+#include "fake_ecore.h"
+#include "fake_vconf.h"
+#include "fake_x.h"
+#include "loop.h"
+
+// A handler whose answer a test chooses. It notes its name in the journal whenever it is asked.
+struct Probe {
+  std::string name;
+  int result = 1;               // 0 consumes the key
+  std::function<void()> action; // done inside the callback
+  lumio_kevent_handler *handle = nullptr;
+
+  // What it was asked with last.
+  lumio_kevent *kevent = nullptr;
+  lumio_kevent_type type = -1;
+  void *event_info = nullptr;
+};
+
+class KeventTest : public testing::Test {
+protected:
+  static constexpr double kStart = 1000.0;   // what the Ecore clock shows, in seconds, until a test sets it
+  static constexpr unsigned kPowerOn = 5000; // the X server's clock at the first key, in milliseconds
+
+  void SetUp() override;
+  void TearDown() override;
+
+  // Opens a domain. After the first, what comes later to the keys in Ecore counts them in `passed_on`, and the journal
+  // and the log are empty.
+  lumio_kevent *Open(const char *name = "domain");
+
+  // Adds a handler, to be asked as long as the test lasts.
+  Probe &Add(lumio_kevent *kevent, const char *name, int priority = 3, lumio_kevent_type type = LUMIO_KEVENT_PRESS);
+
+  // Queues a key event.
+  static void Post(int ecore_type, const char *keyname = "Return", unsigned milliseconds = kPowerOn);
+  // Queues a key event and lets the main loop handle it and go idle.
+  static void Press(const char *keyname = "Return", unsigned milliseconds = kPowerOn);
+  static void Release(const char *keyname = "Return", unsigned milliseconds = kPowerOn);
+
+  // A press that is handled, and one that is dropped for its age, 10 s later.
+  static void IgnoreAPress();
+
+  // Calls the library as Ecore does for events of `installed_for`.
+  static Eina_Bool CallBack(int installed_for, int type, void *event);
+
+  // Sends an event of the X input extension, made by XSendEvent or by the server.
+  static Eina_Bool SendGeneric(int extension, int evtype, void *data);
+
+  // Keeps these parts of EFL from complaining.
+  static void HushEfl(const std::vector<const char *> &domains);
+
+  // What has come since the last call.
+  static std::vector<std::string> TakeJournal();
+  static std::vector<std::string> TakeLog();
+
+  // A place that crashes whoever reads or writes it.
+  template <class T> static T *Forbidden() { return static_cast<T *>(ForbiddenPage()); }
+
+  int passed_on = 0;
+
+private:
+  static void *ForbiddenPage();
+
+  std::deque<Probe> probes;
+  bool observing = false;
+};

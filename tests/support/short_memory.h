@@ -1,0 +1,46 @@
+// Operations that throw when memory is short.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <new>
+
+#include "fake_kestrel.h"
+#include "fake_memory.h"
+
+// Runs `call` with its first, second, ... allocation failing until it succeeds. Each failure must throw std::bad_alloc
+// with the lock released, and is then handed to `check`.
+template <class Call, class Check> void ThrowAtEachAllocation(Call call, Check check) {
+  bool thrown = false;
+  int failures = 0;
+  const auto guarded = [&] {
+    thrown = false;
+    try {
+      call();
+    } catch (const std::bad_alloc &) {
+      thrown = true;
+    }
+  };
+  FailEachAllocation(guarded, [&](int) {
+    ++failures;
+    EXPECT_TRUE(thrown);
+    EXPECT_FALSE(AnyLockHeld());
+    check();
+  });
+  EXPECT_FALSE(thrown) << "enough memory in the end";
+  EXPECT_GE(failures, 1);
+}
+
+// Runs `call` with its first, second, ... `count`th allocation failing, and once with enough memory. For calls that go
+// on to others which do not bear it: Ecore leaks when it runs short in the middle of a wake-up.
+template <class Call> void FailFirstAllocations(int count, Call call) {
+  for (int nth = 1; nth <= count; ++nth) {
+    FailAllocation(nth);
+    call();
+  }
+  FailAllocation(0);
+  call();
+}
+
+// Does not fit into a string's own place.
+inline constexpr char kLongName[] = "a name that needs memory of its own wherever it is copied";

@@ -1,0 +1,12 @@
+// What a call writes to the standard error output.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+template <typename Call> std::string StderrOf(const Call &call) {
+  testing::internal::CaptureStderr();
+  call();
+  return testing::internal::GetCapturedStderr();
+}

@@ -1,0 +1,16 @@
+// Tells the memory that the fakes use for their own records from the memory of what is tested.
+#pragma once
+
+// While one exists, the allocations of its thread neither count nor fail (see fake_memory.h).
+class Uncounted {
+public:
+  Uncounted() { ++g_depth; }
+  ~Uncounted() { --g_depth; }
+  Uncounted(const Uncounted &) = delete;
+  Uncounted &operator=(const Uncounted &) = delete;
+
+  static bool Active() { return g_depth != 0; }
+
+private:
+  inline static thread_local int g_depth = 0;
+};

@@ -1,0 +1,634 @@
+// Subscriptions to PES packets and captions: one at the TV service, a set of module names in the library.
+#include <TVServiceSubscriber.h>
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <thread>
+
+#include "fake_dlog.h"
+#include "fake_ecore_post.h"
+#include "fake_kestrel.h"
+#include "fake_tv_service.h"
+#include "loop.h"
+#include "short_memory.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+using Module = CTVServiceSubscriber;
+
+// What tells the two streams apart.
+struct Pes {
+  using Data = TSPESData;
+  using Callback = Module::PesCallback;
+  using Event = TPesEvent;
+  static constexpr char kWord[] = "pes";
+  static constexpr char kCreate[] = "CreatePESDataSubscriber";
+  static constexpr char kDropped[] = "16 No PES subscriptions !!";
+  static constexpr int kIndex = 3;
+
+  static bool Subscribe(Module &module, Callback cb, void *user_data) { return module.SubscribePES(cb, user_data); }
+  static bool Unsubscribe(Module &module) { return module.UnsubscribePES(); }
+  static void Notify(Data &data, void *user_data) { Module::t_PesDataCallback(data, user_data); }
+  static std::set<std::string> *&Names() { return Module::m_pPesSubscriptions; }
+  static int &Handle() { return Module::m_pesSubscriptionHandle; }
+  static IPESDataSubscriber *&Service() { return Module::m_pPESDataSubscriber; }
+  static IPESDataSubscriber *FakeService() { return FakePesSubscriber(); }
+  static Callback CallbackOf(const Module &copy) { return copy.m_pesCallback; }
+  static bool GaveTheLibrarysCallback() { return fake_tv_service.on_pes == Module::t_PesDataCallback; }
+};
+
+struct Caption {
+  using Data = TSCaption;
+  using Callback = Module::CaptionCallback;
+  using Event = TCaptionEvent;
+  static constexpr char kWord[] = "caption";
+  static constexpr char kCreate[] = "CreateDataSubscriber";
+  static constexpr char kDropped[] = "16 No Caption subscriptions !!";
+  static constexpr int kIndex = 4;
+
+  static bool Subscribe(Module &module, Callback cb, void *user_data) { return module.SubscribeCaption(cb, user_data); }
+  static bool Unsubscribe(Module &module) { return module.UnsubscribeCaption(); }
+  static void Notify(Data &data, void *user_data) { Module::t_CaptionCallback(data, user_data); }
+  static std::set<std::string> *&Names() { return Module::m_pCaptionSubscriptions; }
+  static int &Handle() { return Module::m_captionSubscriptionHandle; }
+  static IDataSubscriber *&Service() { return Module::m_pCaptionSubscriber; }
+  static IDataSubscriber *FakeService() { return FakeCaptionSubscriber(); }
+  static Callback CallbackOf(const Module &copy) { return copy.m_captionCallback; }
+  static bool GaveTheLibrarysCallback() { return fake_tv_service.on_caption == Module::t_CaptionCallback; }
+};
+
+struct Call {
+  char callback;
+  const void *data; // address
+  unsigned long long pts;
+  std::vector<unsigned char> payload;
+  void *user_data;
+  bool lock_held;
+  std::thread::id thread;
+};
+
+std::vector<Call> g_calls;
+std::function<void()> g_during;
+
+template <class Data, char kName> void OnData(Data &data, void *user_data) {
+  g_calls.push_back({kName, &data, data.pts, data.payload, user_data, AnyLockHeld(), std::this_thread::get_id()});
+  ++data.pts;
+  if (const std::function<void()> during = g_during) {
+    during();
+  }
+}
+
+// The callbacks that were called, in order.
+std::string Told() {
+  std::string told;
+  for (const Call &call : g_calls) {
+    told += call.callback;
+  }
+  return told;
+}
+
+template <class Stream> class TvsStream : public testing::Test {
+protected:
+  using Data = typename Stream::Data;
+
+  ~TvsStream() override {
+    g_during = nullptr;
+    Module::ReleaseAll();
+  }
+
+  template <char kName> static bool Subscribe(Module &module, void *user_data = nullptr) {
+    return Stream::Subscribe(module, OnData<Data, kName>, user_data);
+  }
+
+  static Module *CopyOf(const char *name) { return Module::m_GetSubscriber(name, Stream::kWord); }
+
+  // "pes.Subscribe(...)" for a call of "Subscribe(...)".
+  static std::string Service(const char *call) { return Stream::kWord + std::string(".") + call; }
+
+  // Replaces "%" by the stream's word.
+  static std::string Message(std::string message) { return message.replace(message.find('%'), 1, Stream::kWord); }
+
+  static void Notify(unsigned long long pts = 0) {
+    Data data;
+    data.pts = pts;
+    Stream::Notify(data, nullptr);
+  }
+
+  int m_a = 0, m_b = 0; // user data
+};
+
+using Streams = testing::Types<Pes, Caption>;
+TYPED_TEST_SUITE(TvsStream, Streams);
+
+// --- Subscribing ---
+
+TYPED_TEST(TvsStream, FirstSubscriptionSetsUpTheServiceAndAsksIt) {
+  Module::m_profile = PROFILE_PIP;
+  Module::m_group = 4;
+  Module module("mod");
+  EXPECT_TRUE(this->template Subscribe<'a'>(module, &this->m_a));
+  EXPECT_THAT(ServiceCalls(),
+              ElementsAre(TypeParam::kCreate + std::string("(2, 4) locked"), this->Service("Subscribe(0) locked")));
+  EXPECT_TRUE(TypeParam::GaveTheLibrarysCallback());
+  EXPECT_EQ(TypeParam::Service(), TypeParam::FakeService());
+  EXPECT_EQ(TypeParam::Handle(), 100);
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre("mod"));
+  EXPECT_THAT(LogMessagesWithLock(), ElementsAre("2 subscription success : mod locked"));
+  EXPECT_THAT(LockCalls(), ElementsAre("Create", "Lock", "Unlock"));
+}
+
+TYPED_TEST(TvsStream, SubscriptionWritesCallbackAndUserDataIntoTheCopy) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module, &this->m_a);
+  const Module *copy = this->CopyOf("mod");
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(TypeParam::CallbackOf(*copy), (OnData<typename TypeParam::Data, 'a'>));
+  EXPECT_EQ(copy->m_pUserData, &this->m_a);
+  EXPECT_EQ(TypeParam::CallbackOf(module), nullptr) << "the module's own object is left alone";
+  EXPECT_EQ(module.m_pUserData, nullptr);
+}
+
+TYPED_TEST(TvsStream, FurtherModulesOnlyAddTheirNames) {
+  Module a("a"), b("b");
+  this->template Subscribe<'b'>(b);
+  ClearServiceCalls();
+  ClearLog();
+  EXPECT_TRUE(this->template Subscribe<'a'>(a));
+  EXPECT_THAT(ServiceCalls(), IsEmpty());
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre("a", "b"));
+  EXPECT_THAT(LogMessages(), ElementsAre("2 subscription success : a"));
+}
+
+TYPED_TEST(TvsStream, RepeatedSubscriptionReplacesCallbackAndUserData) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module, &this->m_a);
+  EXPECT_TRUE(this->template Subscribe<'b'>(module, &this->m_b));
+  EXPECT_THAT(*TypeParam::Names(), SizeIs(1));
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "b");
+  EXPECT_EQ(g_calls[0].user_data, &this->m_b);
+  ClearServiceCalls();
+  EXPECT_TRUE(TypeParam::Unsubscribe(module));
+  EXPECT_THAT(ServiceCalls(), ElementsAre(this->Service("Unsubscribe(100) locked")));
+}
+
+TYPED_TEST(TvsStream, IgnoresWhatTheFactoryAnswers) {
+  fake_tv_service.answers[TypeParam::kCreate] = -1;
+  Module module("mod");
+  EXPECT_TRUE(this->template Subscribe<'a'>(module));
+}
+
+TYPED_TEST(TvsStream, IsRefusedWhenTheServiceGivesNothing) {
+  fake_tv_service.gives_nothing = true;
+  Module module("mod");
+  EXPECT_FALSE(this->template Subscribe<'a'>(module));
+  EXPECT_THAT(LogMessagesWithLock(), ElementsAre(this->Message("16 failed to subscribe % : mod locked")));
+  EXPECT_EQ(TypeParam::Names(), nullptr);
+  EXPECT_EQ(Module::m_pSubscriberInstances, nullptr);
+}
+
+TYPED_TEST(TvsStream, IsRefusedWithoutACopy) {
+  Module("other").m_GetCopiedSubscriptionInstance("signal");
+  (*Module::m_pSubscriberInstances)[this->Message("mod_%")] = nullptr;
+  Module module("mod");
+  EXPECT_FALSE(this->template Subscribe<'a'>(module));
+  EXPECT_THAT(LogMessagesWithLock(), ElementsAre(this->Message("16 failed to get % subscriber ! locked")));
+  EXPECT_EQ(TypeParam::Names(), nullptr);
+}
+
+TYPED_TEST(TvsStream, IsRefusedOnceWhenTheServiceRefuses) {
+  fake_tv_service.answers[this->Service("Subscribe")] = 0;
+  Module module("mod");
+  EXPECT_FALSE(this->template Subscribe<'a'>(module, &this->m_a));
+  EXPECT_THAT(LogMessagesWithLock(), ElementsAre(this->Message("16 failed to subscribe % ! locked")));
+  ASSERT_NE(TypeParam::Names(), nullptr);
+  EXPECT_THAT(*TypeParam::Names(), IsEmpty());
+  EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->m_a) << "written before the service was asked";
+  EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("mod")), nullptr);
+
+  ClearServiceCalls();
+  Module second("second");
+  EXPECT_TRUE(this->template Subscribe<'b'>(second)) << "the stream looks subscribed";
+  EXPECT_THAT(ServiceCalls(), IsEmpty());
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre("second"));
+}
+
+TYPED_TEST(TvsStream, TakesEveryAnswerBut0ForSuccess) {
+  fake_tv_service.answers[this->Service("Subscribe")] = -1;
+  Module module("mod");
+  EXPECT_TRUE(this->template Subscribe<'a'>(module));
+}
+
+TYPED_TEST(TvsStream, AfterAReleaseAsksTheSameServiceObject) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  Module::ReleaseAll();
+  ClearServiceCalls();
+  EXPECT_TRUE(this->template Subscribe<'a'>(module));
+  EXPECT_THAT(ServiceCalls(), ElementsAre(this->Service("Subscribe(0) locked")));
+  EXPECT_EQ(TypeParam::Handle(), 101);
+}
+
+TYPED_TEST(TvsStream, FailsBeforeTheServiceIsAskedWhenMemoryIsShort) {
+  Module module(kLongName);
+  ThrowAtEachAllocation([&] { this->template Subscribe<'a'>(module); },
+                        [&] {
+                          EXPECT_THAT(ServiceCalls(), ElementsAre(testing::StartsWith(TypeParam::kCreate)));
+                          EXPECT_EQ(TypeParam::Names(), nullptr);
+                        });
+  EXPECT_THAT(ServiceCalls(), SizeIs(2));
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre(kLongName));
+}
+
+// --- Unsubscribing ---
+
+TYPED_TEST(TvsStream, LastModuleThatGoesEndsTheStream) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  ClearLog();
+  ClearLockCalls();
+  ClearServiceCalls();
+  EXPECT_TRUE(TypeParam::Unsubscribe(a));
+  EXPECT_THAT(ServiceCalls(), IsEmpty());
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre("b"));
+  EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock"));
+  EXPECT_TRUE(TypeParam::Unsubscribe(b));
+  EXPECT_THAT(ServiceCalls(), ElementsAre(this->Service("Unsubscribe(100) locked")));
+  EXPECT_EQ(TypeParam::Names(), nullptr);
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_EQ(TypeParam::Service(), TypeParam::FakeService()) << "the service's object stays";
+  EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("a")), nullptr) << "and so do the copies";
+}
+
+TYPED_TEST(TvsStream, EndOfTheStreamIsTheServicesAnswer) {
+  Module module("mod");
+  for (const auto &[answer, result] : {std::pair(0, false), std::pair(-1, false), std::pair(2, true)}) {
+    this->template Subscribe<'a'>(module);
+    fake_tv_service.answers[this->Service("Unsubscribe")] = answer;
+    EXPECT_EQ(TypeParam::Unsubscribe(module), result);
+    EXPECT_EQ(TypeParam::Names(), nullptr) << "over in any case";
+  }
+  EXPECT_EQ(LogCount("2 subscription success : mod"), 3);
+  EXPECT_THAT(LogMessages(), SizeIs(3));
+}
+
+TYPED_TEST(TvsStream, UnsubscribingIsRefusedWhenNothingIsSetUp) {
+  Module module("mod");
+  EXPECT_FALSE(TypeParam::Unsubscribe(module));
+  EXPECT_THAT(LogMessagesWithLock(), ElementsAre("16 No subscriptions !! locked"));
+  EXPECT_THAT(ServiceCalls(), IsEmpty());
+}
+
+TYPED_TEST(TvsStream, UnsubscribingIsRefusedWithoutAServiceObject) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  ClearLog();
+  TypeParam::Service() = nullptr;
+  EXPECT_FALSE(TypeParam::Unsubscribe(module));
+  EXPECT_THAT(LogMessages(), ElementsAre("16 No subscriptions !!"));
+  EXPECT_THAT(*TypeParam::Names(), SizeIs(1));
+}
+
+TYPED_TEST(TvsStream, UnsubscribingIsRefusedSilentlyToAModuleThatIsNotSubscribed) {
+  Module module("mod"), other("other");
+  this->template Subscribe<'a'>(module);
+  ClearLog();
+  ClearServiceCalls();
+  EXPECT_FALSE(TypeParam::Unsubscribe(other));
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_THAT(ServiceCalls(), IsEmpty());
+  EXPECT_THAT(*TypeParam::Names(), ElementsAre("mod"));
+}
+
+TYPED_TEST(TvsStream, ObjectsOfOneNameAreOneModule) {
+  Module first("mod"), second("mod");
+  this->template Subscribe<'a'>(first);
+  this->template Subscribe<'b'>(second);
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "b");
+  EXPECT_TRUE(TypeParam::Unsubscribe(first));
+  EXPECT_EQ(TypeParam::Names(), nullptr);
+  EXPECT_FALSE(TypeParam::Unsubscribe(second));
+}
+
+// --- Notifications ---
+
+TYPED_TEST(TvsStream, DropsANotificationWhenNothingIsSetUp) {
+  this->Notify();
+  EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
+  EXPECT_THAT(LockCalls(), IsEmpty());
+  HandleAll();
+  EXPECT_EQ(Module::m_eventType[TypeParam::kIndex], 0);
+}
+
+TYPED_TEST(TvsStream, DropsANotificationWhenThereAreNoCopies) {
+  std::set<std::string> names = {"mod"};
+  TypeParam::Names() = &names;
+  this->Notify();
+  EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
+  EXPECT_THAT(EcorePosts(), IsEmpty());
+  TypeParam::Names() = nullptr;
+}
+
+TYPED_TEST(TvsStream, PostsARecordWithACopyOfTheData) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  ClearLog();
+  ClearLockCalls();
+  typename TypeParam::Data data;
+  data.pts = 0x1ffffffffULL;
+  data.payload = {1, 2, 3};
+  TypeParam::Notify(data, &data);
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_THAT(LockCalls(), IsEmpty());
+
+  ASSERT_THAT(EcorePosts(), SizeIs(1));
+  const EcorePost post = EcorePosts().front();
+  EXPECT_NE(post.type, 0);
+  EXPECT_EQ(Module::m_eventType[TypeParam::kIndex], post.type);
+  EXPECT_EQ(post.free_function, nullptr);
+  EXPECT_EQ(post.free_data, nullptr);
+  const auto *record = static_cast<const typename TypeParam::Event *>(post.event);
+  EXPECT_NE(record->data, &data);
+  EXPECT_EQ(record->data->pts, data.pts);
+  EXPECT_EQ(record->data->payload, data.payload);
+  HandleAll(); // releases the copy
+}
+
+TYPED_TEST(TvsStream, TellsTheModule) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module, &this->m_a);
+  ClearLog();
+  ClearLockCalls();
+  std::thread([] {
+    typename TypeParam::Data data;
+    data.pts = 12;
+    data.payload.assign(100000, 7);
+    TypeParam::Notify(data, nullptr);
+  }).join();
+  EXPECT_THAT(g_calls, IsEmpty());
+  HandleAll();
+  ASSERT_THAT(g_calls, SizeIs(1));
+  EXPECT_EQ(g_calls[0].pts, 12U);
+  EXPECT_EQ(g_calls[0].payload, std::vector<unsigned char>(100000, 7));
+  EXPECT_EQ(g_calls[0].user_data, &this->m_a);
+  EXPECT_FALSE(g_calls[0].lock_held);
+  EXPECT_EQ(g_calls[0].thread, std::this_thread::get_id());
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_THAT(LockCalls(), testing::Not(testing::Contains("Create")));
+}
+
+TYPED_TEST(TvsStream, TellsTheModulesInTheOrderOfTheirNamesWithTheSameData) {
+  Module b("b"), a("a"), c("ab");
+  this->template Subscribe<'b'>(b);
+  this->template Subscribe<'c'>(c);
+  this->template Subscribe<'a'>(a);
+  this->Notify(5);
+  HandleAll();
+  ASSERT_EQ(Told(), "acb");
+  EXPECT_EQ(g_calls[1].data, g_calls[0].data);
+  EXPECT_EQ(g_calls[2].data, g_calls[0].data);
+  EXPECT_EQ(g_calls[2].pts, 7U) << "what a module changes, the next one sees";
+}
+
+TYPED_TEST(TvsStream, ReportsAModuleWithoutACallbackAndGoesOn) {
+  Module a("a"), b("b");
+  TypeParam::Subscribe(a, nullptr, nullptr);
+  this->template Subscribe<'b'>(b);
+  ClearLog();
+  this->Notify();
+  HandleAll();
+  EXPECT_THAT(LogMessagesWithLock(),
+              ElementsAre(this->Message("16 failed to find % subscription instance : name = a")));
+  EXPECT_EQ(Told(), "b");
+}
+
+TYPED_TEST(TvsStream, ReportsANameWithoutACopy) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  TypeParam::Names()->insert("nobody");
+  ClearLog();
+  this->Notify();
+  HandleAll();
+  EXPECT_THAT(LogMessages(), ElementsAre(this->Message("16 failed to find % subscription instance : name = nobody")));
+  EXPECT_EQ(Told(), "a");
+}
+
+TYPED_TEST(TvsStream, DoesNotTellTheOtherStream) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  TSPESData packet;
+  TSCaption caption;
+  Module::t_PesDataCallback(packet, nullptr);
+  Module::t_CaptionCallback(caption, nullptr);
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+}
+
+// A record of a derived class: released through the virtual destructor, before any module is told.
+TYPED_TEST(TvsStream, HandlerReleasesTheRecordsData) {
+  static bool released;
+  struct Derived : TypeParam::Data {
+    ~Derived() override { released = true; }
+  };
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  HandleAll();
+  g_during = [] { EXPECT_TRUE(released); };
+  typename TypeParam::Event event = {new Derived};
+  EXPECT_EQ(Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event), 0);
+  EXPECT_TRUE(released);
+  EXPECT_EQ(Told(), "aa");
+}
+
+TYPED_TEST(TvsStream, IsSilentAfterTheEndOfTheStream) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  TypeParam::Unsubscribe(module);
+  ClearLog();
+  ClearLockCalls();
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_THAT(LockCalls(), IsEmpty());
+}
+
+TYPED_TEST(TvsStream, IsSilentAfterARelease) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  Module::ReleaseAll();
+  ClearLockCalls();
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+  EXPECT_THAT(LockCalls(), IsEmpty());
+}
+
+TYPED_TEST(TvsStream, LetsANotificationThroughWhileTheServiceIsAsked) {
+  Module module("mod");
+  fake_tv_service.during[this->Service("Subscribe")] = [this] { std::thread([this] { this->Notify(); }).join(); };
+  this->template Subscribe<'a'>(module);
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+}
+
+// --- What modules do in a callback ---
+
+TYPED_TEST(TvsStream, ModuleUnsubscribesInItsCallback) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  g_during = [&] {
+    g_during = nullptr;
+    EXPECT_TRUE(TypeParam::Unsubscribe(a));
+    EXPECT_TRUE(TypeParam::Unsubscribe(b));
+  };
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "ab") << "subscribed when the notification came";
+}
+
+TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  g_during = [&] {
+    g_during = nullptr;
+    EXPECT_TRUE(this->template Subscribe<'b'>(b));
+  };
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "a") << "the other one came too late for this notification";
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "aab");
+}
+
+TYPED_TEST(TvsStream, ModuleReplacesTheNextOnesCallbackInItsCallback) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  g_during = [&] {
+    g_during = nullptr;
+    this->template Subscribe<'c'>(b);
+  };
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "ac");
+}
+
+TYPED_TEST(TvsStream, ModuleReleasesAllInItsCallback) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  ClearLog();
+  g_during = Module::ReleaseAll;
+  this->Notify();
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+  EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
+                                         this->Message("16 failed to find % subscription instance : name = b")));
+}
+
+// --- All is released on another thread while the handler waits for the lock ---
+
+TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedJustBeforeTheNamesAreCopied) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  this->Notify();
+  BeforeNextLock(Module::ReleaseAll);
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+}
+
+TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeTheNamesAreCopied) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  BeforeNextLock([] {
+    Module::ReleaseAll();
+    EProgramMonitoringType type;
+    Module("other").MonitoringType(type); // takes the lock and leaves it created
+  });
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+}
+
+TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  ClearLog();
+  this->Notify();
+  BeforeNextLock([] { BeforeNextLock(Module::ReleaseAll); });
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+  EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
+                                         this->Message("16 failed to find % subscription instance : name = mod")));
+}
+
+// --- Short memory ---
+
+TYPED_TEST(TvsStream, DropsANotificationOnAThreadWhenMemoryIsShort) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  typename TypeParam::Data data;
+  data.payload.assign(100, 7);
+  // The copy, its payload, the record, and Ecore's wake-up.
+  std::thread([&] { FailFirstAllocations(4, [&] { TypeParam::Notify(data, nullptr); }); }).join();
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 4);
+}
+
+TYPED_TEST(TvsStream, DropsANotificationThatTheLoopDoesNotTake) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  std::thread([this] { this->Notify(1); }).join();
+  RefuseNextPost();
+  this->Notify(2);
+  RefuseNextPost();
+  this->Notify(3);
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 2);
+}
+
+TYPED_TEST(TvsStream, DropsANotificationInTheHandlerWhenMemoryIsShort) {
+  Module module(kLongName);
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  HandleAll();
+  g_calls.clear();
+  g_calls.reserve(1);
+  ClearLog();
+  typename TypeParam::Event event = {};
+  int failures = 0;
+  FailEachAllocation(
+      [&] {
+        const int nth = failures + 1;
+        FailAllocation(0);
+        event.data = new typename TypeParam::Data;
+        FailAllocation(nth);
+        Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event);
+      },
+      [&](int) {
+        ++failures;
+        EXPECT_EQ(LogCount(TypeParam::kDropped), failures);
+        EXPECT_FALSE(AnyLockHeld());
+      });
+  EXPECT_GE(failures, 3) << "the name, twice, and the key";
+  EXPECT_EQ(Told(), "a");
+}
+
+} // namespace

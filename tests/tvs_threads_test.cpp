@@ -1,0 +1,321 @@
+// Notifications of all kinds from four threads at once, with the real lock, while modules come and go.
+#include <TVServiceSubscriber.h>
+
+#include <Ecore.h>
+#include <dlog.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "fake_tv_service.h"
+#include "loop.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED 1
+#else
+#define SANITIZED 0
+#endif
+
+// Nobody reads a million log lines.
+extern "C" int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
+
+namespace {
+
+using Module = CTVServiceSubscriber;
+
+constexpr int kThreads = 4;
+constexpr int kNotifications = (SANITIZED ? 60000 : 1000000) / kThreads; // of each thread
+constexpr int kLast = 600;                                               // of each thread, when all is calm again
+constexpr int kAtATime = 1000; // before a thread waits for the main loop, to bound the memory
+constexpr int kRounds = SANITIZED ? 60 : 300;
+
+// The four kinds that go over the main loop are one way, since their order is kept.
+enum Way { kMainLoop, kSection, kDsm, kWays };
+
+// What a notification carries.
+struct Stamp {
+  int thread;
+  int number; // counted from 0 on each way
+};
+
+// What arrived of one thread's notifications on one way. Touched by one thread: the main loop's, or for sections and
+// DSM messages the one that notifies.
+struct Arrivals {
+  int next = 0;    // number that is due
+  int missing = 0; // numbers passed over so far
+  int gap_end = 0; // the one behind the last that was passed over
+  int wrong = 0;   // came late or twice
+};
+
+struct ServiceThread {
+  std::array<int, kWays> sent = {};
+  std::array<int, kWays> sent_before_calm = {};
+  std::array<Arrivals, kWays> arrivals;
+  int sections = 0; // callbacks
+  std::thread thread;
+};
+
+std::array<ServiceThread, kThreads> g_threads;
+TCProgramData g_program_data[kThreads]; // tells from which thread a programme notification came
+std::atomic<int> g_section_key{0}, g_session{0}, g_program_handle{0};
+std::atomic<bool> g_calm{false}; // the modules have stopped coming and going
+std::atomic<int> g_finished{0};
+void (*g_in_section_callback)(ServiceThread &) = [](ServiceThread &) {};
+
+ServiceThread &ThreadOf(const Stamp &stamp) { return g_threads[static_cast<size_t>(stamp.thread)]; }
+
+void Arrive(Way way, const Stamp &stamp) {
+  Arrivals &arrivals = ThreadOf(stamp).arrivals[way];
+  if (stamp.number < arrivals.next) {
+    ++arrivals.wrong;
+    return;
+  }
+  if (stamp.number > arrivals.next) {
+    arrivals.missing += stamp.number - arrivals.next;
+    arrivals.gap_end = stamp.number;
+  }
+  arrivals.next = stamp.number + 1;
+}
+
+// --- Callbacks of the module that counts ---
+
+int OnSignal(ESignalType, TSSignalData data, void *) {
+  Arrive(kMainLoop, {data.extra, data.value});
+  return 0;
+}
+
+void OnProgram(EProgramChangeType, TCProgramData *data, int number, int) {
+  Arrive(kMainLoop, {static_cast<int>(data - g_program_data), number});
+}
+
+template <class Data> void OnData(Data &data, void *) {
+  Arrive(kMainLoop, {data.payload.front(), static_cast<int>(data.pts)});
+}
+
+void OnSection(bool, unsigned short, unsigned char *data, int) {
+  const Stamp &stamp = *reinterpret_cast<const Stamp *>(data);
+  Arrive(kSection, stamp);
+  g_in_section_callback(ThreadOf(stamp));
+}
+
+void OnDsm(TSDsmMessage &message) { Arrive(kDsm, *static_cast<const Stamp *>(message.data)); }
+
+void SubscribeTheCountingModule() {
+  const char *name = "counting";
+  int handle = 0;
+  unsigned session = 0;
+  Module module(name);
+  module.SetSignalCallback(OnSignal);
+  module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+  module.SetProgramCallback(OnProgram);
+  module.SubscribeProgram(TCProgramFilteringItem(), handle);
+  g_program_handle = handle;
+  module.SubscribePES(OnData<TSPESData>, nullptr);
+  module.SubscribeCaption(OnData<TSCaption>, nullptr);
+  module.SetSectionCallback(OnSection);
+  module.SubscribeSectionByFilter(1, TCSectionFilterCriteriaHelper(), handle);
+  g_section_key = fake_tv_service.section_key;
+  module.AttachDsm(OnDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+  g_session = static_cast<int>(session);
+}
+
+// --- A module that comes and goes ---
+
+int IgnoreSignal(ESignalType, EProfile, unsigned short, TSSignalData, void *) { return 0; }
+void IgnoreProgram(EProgramChangeType, TCProgramData *, int, int) {}
+template <class Data> void IgnoreData(Data &, void *) {}
+void IgnoreSection(bool, unsigned short, unsigned char *, int) {}
+void IgnoreDsm(TSDsmMessage &) {}
+
+void ComeAndGo() {
+  int program = 0, section = 0;
+  unsigned session = 0;
+  Module module("visitor");
+  module.SetSignalCallback(IgnoreSignal);
+  module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+  module.SubscribeSignal(SIGNAL_TYPE_STRENGTH, nullptr, PROFILE_MAIN, 0);
+  module.SetProgramCallback(IgnoreProgram);
+  module.SubscribeProgramListPF(0, 0, SUBSCRIBE_TYPE_CHANGES, program);
+  module.SubscribePES(IgnoreData<TSPESData>, nullptr);
+  module.SubscribeCaption(IgnoreData<TSCaption>, nullptr);
+  module.SetSectionCallback(IgnoreSection);
+  module.SubscribeSectionByFilter(2, TCSectionFilterCriteriaHelper(), section);
+  module.AttachDsm(IgnoreDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+  TurnLoop();
+  module.DetachDsm(session);
+  module.UnsubscribeSection(section);
+  module.UnsubscribeCaption();
+  module.UnsubscribePES();
+  module.UnSubscribeProgramList(program);
+  module.UnsubscribeSignal(SIGNAL_TYPE_STRENGTH, PROFILE_MAIN, 0);
+  module.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
+}
+
+// --- The service's threads ---
+
+template <class Data> void NotifyData(void (*notify)(Data &, void *), const Stamp &stamp) {
+  Data data;
+  data.pts = static_cast<unsigned long long>(stamp.number);
+  data.payload.assign(4, static_cast<unsigned char>(stamp.thread));
+  notify(data, nullptr);
+}
+
+void Notify(int thread, int kind) {
+  const Way way = kind == 4 ? kSection : kind == 5 ? kDsm : kMainLoop;
+  Stamp stamp = {thread, g_threads[static_cast<size_t>(thread)].sent[way]++};
+  switch (kind) {
+  case 0:
+    Module::t_SignalCallback(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, {stamp.number, thread}, nullptr);
+    break;
+  case 1:
+    Module::t_ProgramCallback(PROGRAM_CHANGE_LIST, &g_program_data[thread], stamp.number, g_program_handle);
+    break;
+  case 2:
+    NotifyData(Module::t_PesDataCallback, stamp);
+    break;
+  case 3:
+    NotifyData(Module::t_CaptionCallback, stamp);
+    break;
+  case 4:
+    Module::t_SectionCallback(true, 0, reinterpret_cast<unsigned char *>(&stamp), g_section_key);
+    break;
+  default: {
+    TSDsmMessage message = {};
+    message.sessionHandle = g_session;
+    message.data = &stamp;
+    Module::t_DsmCallback(message);
+  }
+  }
+}
+
+void *WaitForTheMainLoop(void *) { return nullptr; }
+
+void NotifyAll(int thread) {
+  ServiceThread &self = g_threads[static_cast<size_t>(thread)];
+  int last = 0;
+  for (int i = 0; last < kLast; ++i) {
+    Notify(thread, i % 6);
+    if (i % kAtATime == 0) {
+      ecore_main_loop_thread_safe_call_sync(WaitForTheMainLoop, nullptr);
+    }
+    if (last > 0 || (i >= kNotifications && g_calm)) {
+      if (last++ == 0) {
+        self.sent_before_calm = self.sent;
+      }
+    }
+  }
+  ++g_finished;
+}
+
+// Runs the threads, and on this one `round` after `round`, until all notifications have been handled.
+void RunAll(void (*round)(int), void (*calm_down)()) {
+  for (int thread = 0; thread < kThreads; ++thread) {
+    g_threads[static_cast<size_t>(thread)].thread = std::thread(NotifyAll, thread);
+  }
+  for (int i = 0; i < kRounds; ++i) {
+    TurnLoop();
+    round(i);
+  }
+  calm_down();
+  TurnLoopUntil([] { return g_finished == kThreads; });
+  for (ServiceThread &thread : g_threads) {
+    thread.thread.join();
+  }
+  HandleAll();
+}
+
+void CalmDown() { g_calm = true; }
+
+// Everything arrived in order and none twice, and since the modules stopped coming and going, none is missing.
+void ExpectOrder() {
+  for (const ServiceThread &thread : g_threads) {
+    for (size_t way = 0; way < kWays; ++way) {
+      EXPECT_EQ(thread.arrivals[way].wrong, 0);
+      EXPECT_EQ(thread.arrivals[way].next, thread.sent[way]) << "the last one arrived";
+      EXPECT_LE(thread.arrivals[way].gap_end, thread.sent_before_calm[way]);
+    }
+  }
+}
+
+TEST(TvsThreads, EverythingArrivesOnceAndInOrderWhileOtherModulesComeAndGo) {
+  SubscribeTheCountingModule();
+  RunAll([](int) { ComeAndGo(); }, CalmDown);
+  ExpectOrder();
+  for (const ServiceThread &thread : g_threads) {
+    for (const Arrivals &arrivals : thread.arrivals) {
+      EXPECT_EQ(arrivals.missing, 0);
+    }
+  }
+  Module::ReleaseAll();
+}
+
+TEST(TvsThreads, EverythingArrivesInOrderWhileAllIsReleasedNowAndThen) {
+  SubscribeTheCountingModule();
+  const auto round = [](int i) {
+    ComeAndGo();
+    if (i % 10 == 0) {
+      Module::ReleaseAll();
+      TurnLoop();
+      SubscribeTheCountingModule();
+    }
+  };
+  RunAll(round, CalmDown);
+  ExpectOrder();
+  Module::ReleaseAll();
+}
+
+// Modules also work from inside their section callbacks, on the service's threads, and release all there. To set up
+// again takes several steps, which no release may come between.
+std::mutex g_setting_up;
+bool g_released;
+
+void SetUpAgain() {
+  if (g_released) {
+    g_released = false;
+    SubscribeTheCountingModule();
+  }
+}
+
+void WorkInTheSectionCallback(ServiceThread &thread) {
+  if (++thread.sections % 100 != 0) {
+    return;
+  }
+  Module module("worker");
+  EProgramMonitoringType type;
+  module.SubscribePES(IgnoreData<TSPESData>, nullptr);
+  module.SubscribeCaption(IgnoreData<TSCaption>, nullptr);
+  module.MonitoringType(type);
+  module.UnsubscribeSignal(SIGNAL_TYPE_SCRAMBLED, PROFILE_MAIN, 0);
+  module.UnSubscribeProgram(1);
+  module.UnsubscribeCaption();
+  module.UnsubscribePES();
+
+  const std::unique_lock<std::mutex> lock(g_setting_up, std::try_to_lock);
+  if (lock && !g_calm) {
+    Module::ReleaseAll();
+    g_released = true;
+  }
+}
+
+TEST(TvsThreads, EverythingArrivesInOrderWhileCallbacksOnTheServicesThreadsReleaseAll) {
+  SubscribeTheCountingModule();
+  g_in_section_callback = WorkInTheSectionCallback;
+  const auto round = [](int) {
+    const std::lock_guard<std::mutex> lock(g_setting_up);
+    SetUpAgain();
+    ComeAndGo();
+  };
+  const auto calm_down = [] {
+    const std::lock_guard<std::mutex> lock(g_setting_up);
+    SetUpAgain();
+    g_calm = true;
+  };
+  RunAll(round, calm_down);
+  ExpectOrder();
+  Module::ReleaseAll();
+}
+
+} // namespace

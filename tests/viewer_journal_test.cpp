@@ -1,0 +1,77 @@
+// The journal of what becomes of each key.
+#include <gmock/gmock.h>
+
+#include "key_journal.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class Recorder : public Presentation {
+public:
+  void Show(const std::string &, const std::string &) override {}
+  void Hide(const std::string &) override {}
+  void ShowKey(const KeyJourney &journey) override { journeys.push_back(journey); }
+
+  std::vector<KeyJourney> journeys;
+};
+
+class Journal : public testing::Test {
+protected:
+  Recorder screen_;
+  KeyJournal journal_{screen_};
+};
+
+TEST_F(Journal, ShowsATakenKeyAtOnce) {
+  journal_.Begin("Up", true, 2);
+  journal_.Answered("menu", false);
+  journal_.Answered("channel", true);
+  ASSERT_EQ(1U, screen_.journeys.size());
+  const KeyJourney &journey = screen_.journeys[0];
+  EXPECT_EQ("Up", journey.key);
+  EXPECT_TRUE(journey.press);
+  EXPECT_EQ(2, journey.source);
+  EXPECT_THAT(journey.asked, ElementsAre("menu", "channel"));
+  EXPECT_EQ("channel", journey.taker);
+  EXPECT_FALSE(journey.passed_on);
+  EXPECT_GT(journey.time, 0);
+  journal_.End();
+  EXPECT_EQ(1U, screen_.journeys.size());
+}
+
+TEST_F(Journal, ShowsADeclinedKeyWhenItEnds) {
+  journal_.Begin("Up", false, 0);
+  journal_.Answered("menu", false);
+  EXPECT_THAT(screen_.journeys, IsEmpty());
+  journal_.End();
+  ASSERT_EQ(1U, screen_.journeys.size());
+  EXPECT_FALSE(screen_.journeys[0].press);
+  EXPECT_THAT(screen_.journeys[0].asked, ElementsAre("menu"));
+  EXPECT_EQ("", screen_.journeys[0].taker);
+}
+
+TEST_F(Journal, EndsAKeyWhenTheNextOneBegins) {
+  journal_.Begin("1", true, 0);
+  journal_.Begin("2", true, 0);
+  ASSERT_EQ(1U, screen_.journeys.size());
+  EXPECT_EQ("1", screen_.journeys[0].key);
+  EXPECT_THAT(screen_.journeys[0].asked, IsEmpty());
+  EXPECT_FALSE(screen_.journeys[0].passed_on);
+}
+
+TEST_F(Journal, ShowsAKeyThatWasPassedOn) {
+  journal_.Begin("Up", true, 0);
+  journal_.PassedOn();
+  ASSERT_EQ(1U, screen_.journeys.size());
+  EXPECT_TRUE(screen_.journeys[0].passed_on);
+}
+
+TEST_F(Journal, IgnoresWhatBelongsToNoKey) {
+  journal_.Answered("menu", true);
+  journal_.PassedOn();
+  journal_.End();
+  EXPECT_THAT(screen_.journeys, IsEmpty());
+}
+
+} // namespace

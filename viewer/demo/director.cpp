@@ -1,0 +1,281 @@
+// Plays an evening of television on a private display and checks what the viewer makes of it.
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "evening.h"
+
+namespace {
+
+constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, logger";
+constexpr char kNobody[] = "taken by nobody";
+
+constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR]
+Plays an evening of television: starts an X server with the input devices of a television and the viewer on it, presses
+keys, and ends with status 0 if everything happened as it should.
+
+  --keep DIR  leave the viewer's log (DIR/evening.log) and store there; the default is a temporary directory
+)";
+
+// Where the evening's files are; a temporary directory unless the user names one.
+class Directory {
+public:
+  explicit Directory(const std::string &kept) : temporary_(kept.empty()) {
+    if (temporary_) {
+      std::string pattern = std::filesystem::temp_directory_path() / "lumio-evening.XXXXXX";
+      if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("no temporary directory can be made");
+      }
+      path_ = pattern;
+      return;
+    }
+    path_ = std::filesystem::absolute(kept);
+    for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
+      std::filesystem::remove_all(path_ + old);
+    }
+    std::filesystem::create_directories(path_);
+  }
+  ~Directory() {
+    if (temporary_) {
+      std::error_code ignored;
+      std::filesystem::remove_all(path_, ignored);
+    }
+  }
+  Directory(const Directory &) = delete;
+  Directory &operator=(const Directory &) = delete;
+
+  const std::string &Path() const { return path_; }
+
+private:
+  std::string path_;
+  bool temporary_;
+};
+
+void SetAging(Evening &evening, const std::string &value) {
+  evening.Run("another process sets aging mode to " + value, {LUMIO_VCONF, "set", "db/FactoryApp/Aging", value});
+}
+
+// The guide's storage answers after `delay` at the earliest.
+void AnswerGuide(Evening &evening, std::chrono::duration<double> delay) {
+  evening.Run("the guide's storage answers",
+              {"/bin/sh", "-c", "sleep \"$1\"; printf '20:15 Evening News\\n20:30 The Weather\\n' >\"$2\"", "sh",
+               std::to_string(delay.count()), evening.GuideFile()});
+}
+
+void PlayBanners(Evening &evening) {
+  evening.Heading("The television is switched on; other processes see its banners");
+  evening.ExpectScreen("light", "green");
+  evening.ExpectScreen("viewer", "ready, all keys of this display come here");
+  evening.ExpectBanners(0);
+  evening.Tap("XF86RaiseChannel", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "2");
+  evening.ExpectScreen("layout", "room for channel");
+  evening.ExpectBanners(2);
+  evening.Tap("XF86AudioRaiseVolume", "menu, power, volume", "taken by volume");
+  evening.ExpectScreen("volume", "11");
+  evening.ExpectScreen("layout", "room for channel, volume");
+  evening.ExpectBanners(3);
+  evening.Tap("XF86Info", "menu, power, volume, channel, info", "taken by info");
+  evening.ExpectScreen("info", "what is on now");
+  evening.ExpectBanners(7);
+  evening.Tap("XF86Info", "menu, power, volume, channel, info", "taken by info");
+  evening.ExpectScreen("info", "(hidden)");
+  evening.ExpectScreen("volume", "(hidden)");
+  evening.Run("a banner once shown stays marked", {LUMIO_VCONF, "get", "memory/lumio/lumio_banner_state_1"}, "7");
+}
+
+void PlayRecorder(Evening &evening) {
+  evening.Heading("A programme is recorded until the disk is full");
+  evening.Order("record 7");
+  evening.ExpectScreen("recorder", "start of programme 7: done");
+  evening.ExpectScreen("record indicator", "recording");
+  evening.ExpectBanners(15);
+  evening.Order("record 8");
+  evening.ExpectScreen("recorder", "start of programme 8: refused, another recording is running");
+  evening.Order("disk-space 0");
+  evening.ExpectScreen("recorder", "stop of programme 7: disk full");
+  evening.ExpectScreen("record indicator", "(hidden)");
+}
+
+void PlayStandby(Evening &evening) {
+  evening.Heading("Standby: the viewer tells its state");
+  evening.Tap("s", "menu, power", "taken by power");
+  evening.ExpectScreen("light", "red");
+  evening.Tap("s", "menu, power", "taken by power");
+  evening.ExpectScreen("light", "green");
+}
+
+void PlayBroadcast(Evening &evening) {
+  evening.Heading("A broadcast arrives: signal, programmes, services");
+  evening.Order("lock 1");
+  evening.ExpectScreen("tuner", "locked");
+  evening.ExpectScreen("picture", "moving");
+  evening.Order("strength 80 70");
+  evening.ExpectScreen("tuner", "strength 80 %, quality 70 %");
+  evening.Order("present Evening News");
+  evening.ExpectScreen("now", "Evening News");
+  evening.Order("following The Weather");
+  evening.ExpectScreen("next", "The Weather");
+  evening.Order("services One Two Three");
+  evening.ExpectScreen("services", "One, Two, Three");
+
+  evening.Heading("Captions and packets reach each of the two modules that use them");
+  evening.Order("caption Good evening.");
+  evening.ExpectScreen("captions", "Good evening.");
+  evening.ExpectScreen("transcript", "Good evening.");
+  evening.Order("caption Here is the news.");
+  evening.ExpectScreen("captions", "Here is the news.");
+  evening.ExpectScreen("transcript", "Good evening. / Here is the news.");
+  evening.Order("packet 12 teletext");
+  evening.ExpectScreen("teletext", "8 bytes for second 12");
+  evening.ExpectScreen("stream meter", "8 bytes");
+}
+
+void PlayDataService(Evening &evening) {
+  evening.Heading("The red key opens the broadcaster's application, and closes it");
+  evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
+  evening.ExpectScreen("data service", "attached");
+  evening.Order("module 3 sunny");
+  evening.ExpectScreen("data service", "module 3: sunny");
+  evening.Order("subscriptions");
+  evening.ExpectScreen("subscriptions", "signal 2, program 1, section 1, pes 1, caption 1, dsm 1");
+  evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
+  evening.ExpectScreen("data service", "(hidden)");
+  evening.Order("subscriptions");
+  evening.ExpectScreen("subscriptions", "signal 2, program 1, section 1, pes 1, caption 1");
+}
+
+void PlaySignalLoss(Evening &evening) {
+  evening.Heading("A storm: the signal is lost");
+  evening.Order("lock 0");
+  evening.ExpectScreen("tuner", "searching");
+  evening.ExpectScreen("picture", "no signal");
+}
+
+void PlayRemotes(Evening &evening) {
+  evening.Heading("A key that nobody uses is offered to everybody");
+  evening.Tap("F5", kEverybody, kNobody);
+
+  evening.Heading("Two remotes, used in turn");
+  evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "3");
+  evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "4");
+}
+
+void PlayMenu(Evening &evening) {
+  evening.Heading("The menu is open: it keeps the keys that it uses");
+  evening.Press("Menu");
+  evening.ExpectKey("Menu", "press", "menu", "taken by menu");
+  evening.ExpectScreen("menu", "Picture");
+  evening.Release("Menu");
+  evening.ExpectKey("Menu", "release", "menu", "taken by menu");
+  evening.Press("Down");
+  evening.ExpectKey("Down", "press", "menu", "taken by menu");
+  evening.ExpectScreen("menu", "Sound");
+  evening.Release("Down");
+  evening.ExpectKey("Down", "release", "menu", "taken by menu");
+  evening.Tap("XF86AudioLowerVolume", "menu, power, volume", "taken by volume");
+  evening.Tap("Escape", "menu", "taken by menu");
+  evening.ExpectScreen("menu", "(hidden)");
+
+  evening.Heading("The menu is closed: the same key changes the channel");
+  evening.Tap("Down", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "3");
+}
+
+void PlayAging(Evening &evening) {
+  evening.Heading("Aging mode, set by another process: keys pass by the modules");
+  SetAging(evening, "1");
+  evening.Press("Up");
+  evening.ExpectKey("Up", "press", "nobody", "passed on");
+  evening.Release("Up");
+  evening.ExpectKey("Up", "release", "nobody", "passed on");
+  SetAging(evening, "0");
+  evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "4");
+}
+
+void PlayBurst(Evening &evening) {
+  evening.Heading("An impatient hand, while the guide is loading: most of the burst is dropped");
+  evening.Press("g");
+  evening.ExpectScreen("guide", "loading");
+  evening.Release("g");
+  for (const char *key : {"1", "2", "3"}) {
+    evening.PressOnSameRemote(key);
+    evening.Release(key);
+  }
+  AnswerGuide(evening, std::chrono::seconds(0));
+  evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
+  evening.ExpectScreen("guide", "20:15 Evening News; 20:30 The Weather");
+  evening.ExpectKey("g", "release", "menu, logger", kNobody);
+  // The release of "g" and the first press are what one busy stretch may bring.
+  evening.ExpectKey("1", "press", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectKey("1", "release", "menu, logger", kNobody);
+  for (const char *key : {"2", "3"}) {
+    evening.ExpectKey(key, "press", "nobody", "dropped");
+    evening.ExpectKey(key, "release", "menu, logger", kNobody);
+  }
+  evening.Tap("g", "menu, power, volume, channel, info, guide", "taken by guide");
+}
+
+void PlayStaleKey(Evening &evening) {
+  evening.Heading("A key that has waited for too long is not obeyed any more");
+  evening.Press("g");
+  evening.ExpectScreen("guide", "loading");
+  evening.PressOnSameRemote("Up");
+  // Too long is a quarter of a second more than the first key whose age was looked at had to wait.
+  AnswerGuide(evening, evening.SlowestKey() + std::chrono::milliseconds(500));
+  evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
+  evening.ExpectKey("Up", "press", "nobody", "passed on");
+  evening.Release("Up");
+  evening.ExpectKey("Up", "release", "nobody", "passed on");
+  evening.Release("g");
+  evening.ExpectKey("g", "release", "nobody", "passed on");
+  evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
+}
+
+bool Play(const std::string &directory) {
+  Evening evening(directory);
+  PlayBanners(evening);
+  PlayBroadcast(evening);
+  PlayDataService(evening);
+  PlayRemotes(evening);
+  PlayMenu(evening);
+  PlayAging(evening);
+  PlayRecorder(evening);
+  PlayStandby(evening);
+  PlayBurst(evening);
+  PlayStaleKey(evening);
+  PlaySignalLoss(evening);
+  evening.Heading("The television is switched off");
+  evening.End();
+  return evening.Summarise();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  std::string kept;
+  if (argc == 3 && std::strcmp(argv[1], "--keep") == 0) {
+    kept = argv[2];
+  } else if (argc > 1) {
+    std::fputs(kUsage, stderr);
+    return EXIT_FAILURE;
+  }
+  std::signal(SIGPIPE, SIG_IGN);            // a viewer that is gone is told as a failed write
+  std::setvbuf(stdout, nullptr, _IOLBF, 0); // a line as soon as it is there, also into a pipe
+  try {
+    const Directory directory(kept);
+    return Play(directory.Path()) ? EXIT_SUCCESS : EXIT_FAILURE;
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "lumio-director: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}

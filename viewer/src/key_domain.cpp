@@ -1,0 +1,27 @@
+#include "key_domain.h"
+
+#include <Ecore.h>
+#include <Ecore_Input.h>
+
+KeyDomain::KeyDomain(const char *module, KeyJournal &journal)
+    : module_(module), journal_(journal), kevent_(lumio_kevent_init(module)) {}
+
+KeyDomain::~KeyDomain() {
+  // Closed during a dispatch, a domain's handlers would still be called; deleted ones are not.
+  for (const Registration &registration : registrations_) {
+    lumio_kevent_handler_del(registration.handle);
+  }
+  lumio_kevent_fini(kevent_);
+}
+
+void KeyDomain::Add(lumio_kevent_type type, int priority, Handler handler) {
+  Registration &added = registrations_.emplace_back(Registration{this, std::move(handler), nullptr});
+  added.handle = lumio_kevent_handler_add(kevent_, type, priority, Ask, &added);
+}
+
+int KeyDomain::Ask(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
+  const auto *registration = static_cast<Registration *>(data);
+  const bool taken = registration->handler(static_cast<Ecore_Event_Key *>(event_info)->keyname);
+  registration->domain->journal_.Answered(registration->domain->module_, taken);
+  return taken ? 0 : 1;
+}

@@ -1,0 +1,40 @@
+#include "key_watch.h"
+
+#include <Ecore_Input.h>
+#include <kevent.h>
+
+namespace {
+
+Eina_Bool Before(void *data, int type, void *event) {
+  static_cast<KeyJournal *>(data)->Begin(static_cast<Ecore_Event_Key *>(event)->keyname, type == ECORE_EVENT_KEY_DOWN,
+                                         lumio_event_source_type_get());
+  return ECORE_CALLBACK_PASS_ON;
+}
+
+// Reached only by keys that the library did not report as done.
+Eina_Bool Behind(void *data, int, void *) {
+  static_cast<KeyJournal *>(data)->PassedOn();
+  return ECORE_CALLBACK_PASS_ON;
+}
+
+// The last key of a busy stretch has no successor that would end its journey.
+Eina_Bool Idle(void *data) {
+  static_cast<KeyJournal *>(data)->End();
+  return ECORE_CALLBACK_RENEW;
+}
+
+} // namespace
+
+KeyWatch::KeyWatch(KeyJournal &journal)
+    : handlers_{ecore_event_handler_prepend(ECORE_EVENT_KEY_DOWN, Before, &journal),
+                ecore_event_handler_prepend(ECORE_EVENT_KEY_UP, Before, &journal),
+                ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, Behind, &journal),
+                ecore_event_handler_add(ECORE_EVENT_KEY_UP, Behind, &journal)},
+      idle_(ecore_idle_enterer_add(Idle, &journal)) {}
+
+KeyWatch::~KeyWatch() {
+  for (Ecore_Event_Handler *handler : handlers_) {
+    ecore_event_handler_del(handler);
+  }
+  ecore_idle_enterer_del(idle_);
+}

@@ -1,0 +1,73 @@
+#include <TVServiceSubscriber.h>
+
+#include <optional>
+
+#include "../key_domain.h"
+#include "../main_loop_calls.h"
+#include "../modules.h"
+
+namespace {
+
+constexpr int kPriority = 4;
+constexpr char kTarget[] = "dvb://1.1.1/weather";
+
+class DataService : public Module {
+public:
+  explicit DataService(ModuleContext context) : screen_(context.screen), keys_("data", context.journal) {
+    self_ = this;
+    keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
+  }
+  ~DataService() override { self_ = nullptr; }
+
+private:
+  bool Press(const std::string &key) {
+    if (key != "XF86Red" && key != "r") {
+      return false;
+    }
+    if (session_) {
+      Detach();
+    } else {
+      Attach();
+    }
+    return true;
+  }
+
+  void Attach() {
+    CTVServiceSubscriber tv("data service"); // an object attaches once in its life, so each session gets its own
+    unsigned int session = 0;
+    if (tv.AttachDsm(MessageCame, session, kTarget, DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr,
+                     false)) {
+      session_ = session;
+      screen_.Show("data service", "attached");
+    } else {
+      screen_.Show("data service", "not available");
+    }
+  }
+
+  void Detach() {
+    CTVServiceSubscriber("data service").DetachDsm(*session_);
+    session_.reset();
+    screen_.Hide("data service");
+  }
+
+  // Called without user data, on a thread of the service, which keeps the message during the call only.
+  static void MessageCame(TSDsmMessage &message) {
+    const std::string text(static_cast<const char *>(message.data), message.size);
+    self_->calls_.Post([self = self_, module = message.moduleId, text] {
+      self->screen_.Show("data service", "module " + std::to_string(module) + ": " + text);
+    });
+  }
+
+  static DataService *self_; // set while the service may call
+
+  Presentation &screen_;
+  std::optional<unsigned int> session_;
+  MainLoopCalls calls_;
+  KeyDomain keys_;
+};
+
+DataService *DataService::self_ = nullptr;
+
+} // namespace
+
+std::unique_ptr<Module> MakeDataService(ModuleContext context) { return std::make_unique<DataService>(context); }

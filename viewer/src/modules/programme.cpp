@@ -1,0 +1,40 @@
+#include <TVServiceSubscriber.h>
+
+#include "../modules.h"
+#include "../presentation.h"
+
+namespace {
+
+constexpr TCServiceId kService = 0x000100010001;
+
+class Programme : public Module {
+public:
+  explicit Programme(ModuleContext context) : screen_(context.screen) {
+    self_ = this;
+    tv_.SetProgramCallback(ProgramCame);
+    int handle = 0; // there is one subscription, and it lasts as long as the viewer
+    tv_.SubscribeProgramListPF(0, kService, SUBSCRIBE_TYPE_CHANGES, handle);
+  }
+  ~Programme() override { self_ = nullptr; }
+
+private:
+  // Called without user data.
+  static void ProgramCame(EProgramChangeType change, TCProgramData *data, int, int) {
+    if (change == PROGRAM_CHANGE_PRESENT) {
+      self_->screen_.Show("now", data->title);
+    } else if (change == PROGRAM_CHANGE_FOLLOWING) {
+      self_->screen_.Show("next", data->title);
+    }
+  }
+
+  static Programme *self_;
+
+  Presentation &screen_;
+  CTVServiceSubscriber tv_{"programme"};
+};
+
+Programme *Programme::self_ = nullptr;
+
+} // namespace
+
+std::unique_ptr<Module> MakeProgramme(ModuleContext context) { return std::make_unique<Programme>(context); }

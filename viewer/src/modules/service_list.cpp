@@ -1,0 +1,48 @@
+#include <TVServiceSubscriber.h>
+
+#include "../join.h"
+#include "../main_loop_calls.h"
+#include "../modules.h"
+#include "../presentation.h"
+#include "../service_table.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+class ServiceList : public Module {
+public:
+  explicit ServiceList(ModuleContext context) : screen_(context.screen) {
+    self_ = this;
+    tv_.SetSectionCallback(SectionCame);
+    TCSectionFilterCriteriaHelper filter;
+    filter.pid = kServiceTablePid;
+    filter.match = {kServiceTableId};
+    filter.mask = {0xff};
+    int handle = 0; // not given back: the subscription lasts as long as the viewer
+    tv_.SubscribeSectionByFilter(kServiceTablePid, filter, handle);
+  }
+  ~ServiceList() override { self_ = nullptr; }
+
+private:
+  // Called without user data, on a thread of the service, which keeps the section during the call only.
+  static void SectionCame(bool valid, unsigned short size, unsigned char *data, int) {
+    if (valid) {
+      self_->calls_.Post([self = self_, section = Bytes(data, data + size)] {
+        self->screen_.Show("services", Join(ServiceNames(section), ", "));
+      });
+    }
+  }
+
+  static ServiceList *self_; // set while the service may call
+
+  Presentation &screen_;
+  CTVServiceSubscriber tv_{"service list"};
+  MainLoopCalls calls_;
+};
+
+ServiceList *ServiceList::self_ = nullptr;
+
+} // namespace
+
+std::unique_ptr<Module> MakeServiceList(ModuleContext context) { return std::make_unique<ServiceList>(context); }

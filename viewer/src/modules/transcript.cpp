@@ -1,0 +1,26 @@
+#include <TVServiceSubscriber.h>
+
+#include "../modules.h"
+#include "../presentation.h"
+
+namespace {
+
+class Transcript : public Module {
+public:
+  explicit Transcript(ModuleContext context) : screen_(context.screen) { tv_.SubscribeCaption(CaptionCame, this); }
+
+private:
+  static void CaptionCame(TSCaption &caption, void *data) {
+    auto *self = static_cast<Transcript *>(data);
+    self->text_.append(self->text_.empty() ? "" : " / ").append(caption.payload.begin(), caption.payload.end());
+    self->screen_.Show("transcript", self->text_);
+  }
+
+  Presentation &screen_;
+  std::string text_;
+  CTVServiceSubscriber tv_{"transcript"};
+};
+
+} // namespace
+
+std::unique_ptr<Module> MakeTranscript(ModuleContext context) { return std::make_unique<Transcript>(context); }
