@@ -5,36 +5,60 @@
 
 namespace {
 
-constexpr char kLibrary[] = "/library";
-constexpr char kBare[] = "/bare";
-
-// The name with `what` replaced; empty when it has no such part.
-std::string Replaced(std::string name, const std::string &what, const std::string &with) {
-  const size_t at = name.find(what);
-  return at == std::string::npos ? "" : name.replace(at, what.size(), with);
-}
+constexpr char kLibrary[] = "library";
 
 } // namespace
 
 void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
   ConsoleReporter::ReportRuns(runs);
   for (const Run &run : runs) {
-    if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-      const double seconds = run.cpu_accumulated_time / static_cast<double>(run.iterations);
-      const auto [entry, is_new] = m_seconds.emplace(run.run_name.str(), seconds);
-      entry->second = is_new ? seconds : std::min(entry->second, seconds);
+    const std::string &name = run.run_name.function_name;
+    const size_t slash = name.find('/');
+    if (run.run_type != Run::RT_Iteration || run.error_occurred || slash == std::string::npos) {
+      continue;
+    }
+    const bool is_real_time = run.run_name.time_type.find("real_time") != std::string::npos;
+    const double seconds = is_real_time ? run.real_accumulated_time : run.cpu_accumulated_time;
+    const Measurement measurement = {name.substr(0, slash), name.substr(slash + 1), run.run_name.args,
+                                     seconds / static_cast<double>(run.iterations)};
+    const auto known = std::find_if(m_measurements.begin(), m_measurements.end(),
+                                    [&](const Measurement &other) { return other.IsOf(measurement); });
+    if (known == m_measurements.end()) {
+      m_measurements.push_back(measurement);
+    } else {
+      known->seconds = std::min(known->seconds, measurement.seconds);
     }
   }
 }
 
 void RatioReporter::Finalize() {
   ConsoleReporter::Finalize();
-  std::ostream &out = GetOutputStream();
-  for (const auto &[name, seconds] : m_seconds) {
-    const auto bare = m_seconds.find(Replaced(name, kLibrary, kBare));
-    if (bare != m_seconds.end()) {
-      out << std::left << std::setw(40) << Replaced(name, kLibrary, "") << std::fixed << std::setprecision(2)
-          << seconds / bare->second << " times the bare work\n";
+  for (const Measurement &measurement : m_measurements) {
+    if (measurement.side == kLibrary) {
+      PrintRatiosOf(measurement);
     }
   }
+}
+
+void RatioReporter::PrintRatiosOf(const Measurement &library) {
+  bool is_alone = true;
+  for (const Measurement &other : m_measurements) {
+    if (other.name == library.name && other.side != kLibrary) {
+      is_alone = false;
+      if (other.arguments == library.arguments) {
+        Print(library, other, other.side);
+      }
+    }
+  }
+  const Measurement &first = *std::find_if(m_measurements.begin(), m_measurements.end(),
+                                           [&](const Measurement &other) { return other.name == library.name; });
+  if (is_alone && &first != &library) {
+    Print(library, first, "that with " + first.arguments);
+  }
+}
+
+void RatioReporter::Print(const Measurement &library, const Measurement &other, const std::string &what) {
+  const std::string name = library.arguments.empty() ? library.name : library.name + "/" + library.arguments;
+  GetOutputStream() << std::left << std::setw(32) << name << std::right << std::fixed << std::setprecision(2)
+                    << std::setw(6) << library.seconds / other.seconds << " times " << what << "\n";
 }

@@ -1,14 +1,17 @@
-// Prints how many times as long the library takes as the bare work that it wraps.
+// Prints how many times as long the library takes as what stands beside it.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
-// A comparison is a pair of benchmarks, NAME/bare and NAME/library, or NAME/bare/ARGUMENTS and NAME/library/ARGUMENTS.
-// It is CPU time that is compared; of several repetitions the fastest counts, being the one that was disturbed least.
+// A benchmark is named NAME/SIDE or NAME/SIDE/ARGUMENTS. The side `library` is compared with each other side of the
+// same name and arguments: with the `bare` work, or with somebody else's way to do it. Where there is no other side, it
+// is compared with itself at the first arguments, which shows how its cost grows.
+//
+// It is CPU time that is compared, and where a benchmark uses real time, that; of several repetitions the fastest
+// counts, being the one that was disturbed least.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
   RatioReporter() : ConsoleReporter(OO_Tabular) {}
@@ -17,5 +20,17 @@ public:
   void Finalize() override;
 
 private:
-  std::map<std::string, double> m_seconds; // of CPU time for one iteration, by name of the benchmark
+  struct Measurement {
+    std::string name, side, arguments;
+    double seconds; // for one iteration
+
+    bool IsOf(const Measurement &other) const {
+      return name == other.name && side == other.side && arguments == other.arguments;
+    }
+  };
+
+  void PrintRatiosOf(const Measurement &library);
+  void Print(const Measurement &library, const Measurement &other, const std::string &what);
+
+  std::vector<Measurement> m_measurements; // in the order of the runs
 };
