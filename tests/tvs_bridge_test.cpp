@@ -204,6 +204,23 @@ TEST_F(TvsBridge, CallsModulesOnTheMainLoopThreadWithTheLockReleased) {
   EXPECT_FALSE(g_calls[0].lock_held);
 }
 
+TEST_F(TvsBridge, LogsInTheNameOfWhatIsCalled) {
+  Notify(1);
+  Module module("mod");
+  module.SetSignalCallback(OnSignal);
+  module.SetSignalCallback(OnTTSignal);
+  module.SubscribeSignal(kType, nullptr, PROFILE_MAIN, 0);
+  Notify(2);
+  HandleAll();
+  module.UnsubscribeSignal(kType, PROFILE_MAIN, 0);
+  Module::ReleaseAll();
+  EXPECT_THAT(LogFunctions(),
+              ElementsAre("t_SignalCallback", "SetSignalCallback", "SetSignalCallback", "SubscribeSignal",
+                          "SubscribeSignal", "t_SignalCallback", "m_DeferredEventHandler", "m_DeferredEventHandler",
+                          "UnsubscribeSignal", "UnsubscribeSignal", "ReleaseAll"));
+  EXPECT_THAT(LogLines(), Each(Field(&LogLine::file, "TVServiceSubscriber.cpp")));
+}
+
 // --- The queue ---
 
 TEST_F(TvsBridge, WakesTheLoopOnceForAllThatIsQueued) {
@@ -246,6 +263,30 @@ TEST_F(TvsBridge, PostsOnTheMainLoopThreadAfterWhatIsQueued) {
   EXPECT_EQ(WakeUps(), 1) << "the one that is pending serves what came after it";
   HandleAll();
   EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3, 4));
+}
+
+// The service's thread does not wait for the main loop, and what it tells then gets a wake-up of its own.
+TEST_F(TvsBridge, TakesNotificationsFromAThreadWhileTheQueueIsEmptied) {
+  Module module = Subscribed("mod");
+  NotifyFromAThread(1);
+  NotifyFromAThread(2);
+  DuringNextPost([] {
+    NotifyFromAThread(3);
+    NotifyFromAThread(4);
+  });
+  TurnLoopUntil([] { return g_calls.size() == 4; });
+  EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3, 4));
+  EXPECT_EQ(WakeUps(), 2);
+}
+
+TEST_F(TvsBridge, TakesNotificationsFromAThreadWhileTheMainLoopThreadEmptiesTheQueue) {
+  Module module = Subscribed("mod");
+  NotifyFromAThread(1);
+  DuringNextPost([] { NotifyFromAThread(3); });
+  Notify(2);
+  TurnLoopUntil([] { return g_calls.size() == 3; });
+  EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3));
+  EXPECT_EQ(WakeUps(), 1) << "the one that is pending serves what came after it";
 }
 
 TEST_F(TvsBridge, KeepsTheOrderOfArrivalAcrossKinds) {
@@ -578,6 +619,19 @@ TEST_P(TvsBridgeRelease, BeforeTheLockIsTakenThatSomebodyElseMadeAnew) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Locks, TvsBridgeRelease, testing::Values(1, 2));
+
+// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+TEST_F(TvsBridge, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
+  Module module("mod");
+  BeforeNextDestroy([&] {
+    module.SetSignalCallback(OnSignal);
+    module.SubscribeSignal(kType, &m_a, PROFILE_MAIN, 0);
+  });
+  Module::ReleaseAll();
+  NotifyFromAThread(1);
+  HandleAll();
+  EXPECT_THAT(Told(), ElementsAre(&m_a));
+}
 
 // --- Short memory ---
 

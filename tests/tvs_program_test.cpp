@@ -326,6 +326,16 @@ TEST_P(TvsProgramForm, IsNotEndedBeforeAnythingIsSetUp) {
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
 
+TEST_F(TvsProgram, LogsInTheNameOfWhatIsCalled) {
+  Notify(100);
+  Module module = WithCallback("mod");
+  for (const Form &form : kForms) {
+    form.subscribe(module, m_handle);
+  }
+  EXPECT_THAT(LogFunctions(),
+              ElementsAre("t_ProgramCallback", "SubscribeProgram", "SubscribeProgramListPF", "SubscribeProgramList"));
+}
+
 TEST_F(TvsProgram, HandlesOfAllFormsLiveSideBySide) {
   Module module = WithCallback("mod");
   for (const Form &form : kForms) {
@@ -502,6 +512,19 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTake
   });
   HandleAll();
   EXPECT_EQ(Told(), "");
+}
+
+// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
+  Module module("mod");
+  BeforeNextDestroy([&] {
+    module.SetProgramCallback(OnProgram<'a'>);
+    SubscribeItem(module, m_handle);
+  });
+  Module::ReleaseAll();
+  Notify(100);
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
 }
 
 TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {

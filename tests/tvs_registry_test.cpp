@@ -284,6 +284,30 @@ TEST_F(TvsRelease, LeavesNoContainerAndNoCopy) {
   EXPECT_EQ(Module::m_GetSubscriber("mod", "signal"), nullptr);
 }
 
+// What is notified while the service's object goes finds nothing, and the copies go last of all.
+TEST_F(TvsRelease, LetsGoOfEachContainerAheadOfTheServicesObject) {
+  SubscribeEverything();
+  int asked = 0;
+  const auto expect_gone = [&asked](const char *call, auto *&container, auto holds) {
+    fake_tv_service.during[call] = [&asked, &container, holds] {
+      ++asked;
+      EXPECT_EQ(container, nullptr);
+      EXPECT_NE(Module::m_pSubscriberInstances, nullptr);
+      holds();
+    };
+  };
+  const auto nothing = [] {};
+  expect_gone("DestroySignalSubscriber", Module::m_pSignalSubscriptions, nothing);
+  expect_gone("DestroySectionSubscriber", Module::m_pSectionSubscriptions, nothing);
+  expect_gone("DestroyDsm", Module::m_pDsmSubscriptions, [] { EXPECT_EQ(Module::m_pDsm, FakeDsm()); });
+  expect_gone("DestroyPESDataSubscriber", Module::m_pPesSubscriptions, nothing);
+  expect_gone("DestroyDataSubscriber", Module::m_pCaptionSubscriptions, nothing);
+  expect_gone("DestroyProgramSubscriber", Module::m_pProgramSubscriptions,
+              [] { EXPECT_EQ(Module::m_pProgramSubscriber, FakeProgramSubscriber()); });
+  Module::ReleaseAll();
+  EXPECT_EQ(asked, 6);
+}
+
 TEST_F(TvsRelease, ForgetsOnlyTheDsmObjectAndTheProgramSubscriber) {
   SubscribeEverything();
   Module::ReleaseAll();

@@ -76,14 +76,17 @@ bool ByFilter(Module &module, int stream, int &handle) {
 struct Form {
   const char *name;
   bool (*subscribe)(Module &module, int stream, int &handle);
+  const char *function;
   const char *call;
   const char *asked;
   bool keeps_handle;
 };
 
 const Form kForms[] = {
-    {"Criteria", ByCriteria, "section.SubscribeByCriteria", "section.SubscribeByCriteria(8191, 66)", false},
-    {"Filter", ByFilter, "section.SubscribeByFilter", "section.SubscribeByFilter(18, 3, 2)", true},
+    {"Criteria", ByCriteria, "SubscribeSection", "section.SubscribeByCriteria", "section.SubscribeByCriteria(8191, 66)",
+     false},
+    {"Filter", ByFilter, "SubscribeSectionByFilter", "section.SubscribeByFilter", "section.SubscribeByFilter(18, 3, 2)",
+     true},
 };
 
 class TvsSection : public testing::Test {
@@ -236,6 +239,7 @@ TEST_P(TvsSectionForm, IsRefusedWithoutACopy) {
   EXPECT_FALSE(Subscribe(module, 1));
   EXPECT_THAT(ServiceCalls(), IsEmpty());
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre("16 failed to get section subscriber ! locked"));
+  EXPECT_THAT(LogFunctions(), ElementsAre(GetParam().function));
 }
 
 TEST_P(TvsSectionForm, GivesEachModuleAKeyOfItsOwn) {

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <thread>
+#include <tuple>
 
 #include "fake_dlog.h"
 #include "fake_ecore_post.h"
@@ -29,6 +30,7 @@ struct Pes {
   static constexpr char kWord[] = "pes";
   static constexpr char kCreate[] = "CreatePESDataSubscriber";
   static constexpr char kDropped[] = "16 No PES subscriptions !!";
+  static constexpr const char *kFunctions[] = {"t_PesDataCallback", "UnsubscribePES", "SubscribePES"};
   static constexpr int kIndex = 3;
 
   static bool Subscribe(Module &module, Callback cb, void *user_data) { return module.SubscribePES(cb, user_data); }
@@ -40,6 +42,12 @@ struct Pes {
   static IPESDataSubscriber *FakeService() { return FakePesSubscriber(); }
   static Callback CallbackOf(const Module &copy) { return copy.m_pesCallback; }
   static bool GaveTheLibrarysCallback() { return fake_tv_service.on_pes == Module::t_PesDataCallback; }
+  static auto Members(Data &data) { return std::tie(data.pid, data.streamId, data.pts, data.payload); }
+  static Data Filled() {
+    Data data;
+    Members(data) = std::tuple(0x1ffe, 0xbd, 0x1ffffffffULL, std::vector<unsigned char>{1, 2, 3});
+    return data;
+  }
 };
 
 struct Caption {
@@ -49,6 +57,7 @@ struct Caption {
   static constexpr char kWord[] = "caption";
   static constexpr char kCreate[] = "CreateDataSubscriber";
   static constexpr char kDropped[] = "16 No Caption subscriptions !!";
+  static constexpr const char *kFunctions[] = {"t_CaptionCallback", "UnsubscribeCaption", "SubscribeCaption"};
   static constexpr int kIndex = 4;
 
   static bool Subscribe(Module &module, Callback cb, void *user_data) { return module.SubscribeCaption(cb, user_data); }
@@ -60,6 +69,12 @@ struct Caption {
   static IDataSubscriber *FakeService() { return FakeCaptionSubscriber(); }
   static Callback CallbackOf(const Module &copy) { return copy.m_captionCallback; }
   static bool GaveTheLibrarysCallback() { return fake_tv_service.on_caption == Module::t_CaptionCallback; }
+  static auto Members(Data &data) { return std::tie(data.language, data.pts, data.payload); }
+  static Data Filled() {
+    Data data;
+    Members(data) = std::tuple(0x676572, 0x1ffffffffULL, std::vector<unsigned char>{1, 2, 3});
+    return data;
+  }
 };
 
 struct Call {
@@ -151,6 +166,20 @@ TYPED_TEST(TvsStream, SubscriptionWritesCallbackAndUserDataIntoTheCopy) {
   EXPECT_EQ(copy->m_pUserData, &this->m_a);
   EXPECT_EQ(TypeParam::CallbackOf(module), nullptr) << "the module's own object is left alone";
   EXPECT_EQ(module.m_pUserData, nullptr);
+}
+
+TYPED_TEST(TvsStream, IsSetUpBeforeTheServiceIsAsked) {
+  int asked = 0;
+  Module module("mod");
+  fake_tv_service.during[this->Service("Subscribe")] = [&] {
+    ++asked;
+    EXPECT_EQ(TypeParam::CallbackOf(*this->CopyOf("mod")), (OnData<typename TypeParam::Data, 'a'>));
+    EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->m_a);
+    ASSERT_NE(TypeParam::Names(), nullptr);
+    EXPECT_THAT(*TypeParam::Names(), IsEmpty());
+  };
+  this->template Subscribe<'a'>(module, &this->m_a);
+  EXPECT_EQ(asked, 1);
 }
 
 TYPED_TEST(TvsStream, FurtherModulesOnlyAddTheirNames) {
@@ -265,6 +294,17 @@ TYPED_TEST(TvsStream, LastModuleThatGoesEndsTheStream) {
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_EQ(TypeParam::Service(), TypeParam::FakeService()) << "the service's object stays";
   EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("a")), nullptr) << "and so do the copies";
+}
+
+TYPED_TEST(TvsStream, IsOverBeforeTheServiceIsAsked) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  fake_tv_service.during[this->Service("Unsubscribe")] = [this] {
+    EXPECT_EQ(TypeParam::Names(), nullptr);
+    std::thread([this] { this->Notify(); }).join();
+  };
+  TypeParam::Unsubscribe(module);
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
 }
 
 TYPED_TEST(TvsStream, EndOfTheStreamIsTheServicesAnswer) {
@@ -386,6 +426,17 @@ TYPED_TEST(TvsStream, TellsTheModule) {
   EXPECT_THAT(LockCalls(), testing::Not(testing::Contains("Create")));
 }
 
+TYPED_TEST(TvsStream, TellsEveryMemberOfTheData) {
+  static typename TypeParam::Data told;
+  typename TypeParam::Data data = TypeParam::Filled();
+  Module module("mod");
+  TypeParam::Subscribe(
+      module, [](typename TypeParam::Data &arrived, void *) { told = arrived; }, nullptr);
+  TypeParam::Notify(data, nullptr);
+  HandleAll();
+  EXPECT_EQ(TypeParam::Members(told), TypeParam::Members(data));
+}
+
 TYPED_TEST(TvsStream, TellsTheModulesInTheOrderOfTheirNamesWithTheSameData) {
   Module b("b"), a("a"), c("ab");
   this->template Subscribe<'b'>(b);
@@ -409,6 +460,17 @@ TYPED_TEST(TvsStream, ReportsAModuleWithoutACallbackAndGoesOn) {
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre(this->Message("16 failed to find % subscription instance : name = a")));
   EXPECT_EQ(Told(), "b");
+}
+
+TYPED_TEST(TvsStream, LogsInTheNameOfWhatIsCalled) {
+  Module module("mod");
+  this->Notify();
+  TypeParam::Unsubscribe(module);
+  TypeParam::Subscribe(module, nullptr, nullptr);
+  this->Notify();
+  HandleAll();
+  const auto &[notify, unsubscribe, subscribe] = TypeParam::kFunctions;
+  EXPECT_THAT(LogFunctions(), ElementsAre(notify, unsubscribe, subscribe, "m_DeferredEventHandler"));
 }
 
 TYPED_TEST(TvsStream, ReportsANameWithoutACopy) {
@@ -540,6 +602,23 @@ TYPED_TEST(TvsStream, ModuleReleasesAllInItsCallback) {
                                          this->Message("16 failed to find % subscription instance : name = b")));
 }
 
+TYPED_TEST(TvsStream, ModuleReleasesAllAndSubscribesAnewInItsCallback) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  g_during = [&] {
+    g_during = nullptr;
+    Module::ReleaseAll();
+    this->template Subscribe<'c'>(b);
+  };
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "a") << "the rest of this notification went with the release";
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "ac");
+}
+
 // --- All is released on another thread while the handler waits for the lock ---
 
 TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedJustBeforeTheNamesAreCopied) {
@@ -575,6 +654,16 @@ TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
                                          this->Message("16 failed to find % subscription instance : name = mod")));
+}
+
+// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+TYPED_TEST(TvsStream, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
+  Module module("mod");
+  BeforeNextDestroy([&] { this->template Subscribe<'a'>(module); });
+  Module::ReleaseAll();
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
 }
 
 // --- Short memory ---

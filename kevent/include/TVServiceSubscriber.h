@@ -17,7 +17,8 @@
  *
  * Errors: preconditions that a module breaks abort the process with the assertion's text on stderr, in release builds
  * too. Everything else is told by the result and a log message. An operation for which memory is short throws
- * `std::bad_alloc` with nothing subscribed; a notification for which memory is short is dropped with a log message.
+ * `std::bad_alloc` with nothing subscribed; a notification for which memory is short is dropped with a log message, and
+ * so is what is left of one whose callback on the main loop throws `std::bad_alloc`.
  */
 #ifndef TVSERVICESUBSCRIBER_H
 #define TVSERVICESUBSCRIBER_H
@@ -318,7 +319,7 @@ public:
   bool DetachDsm(unsigned int sessionHandle);
   /**
    * The service's DSM object. Aborts when no module has attached since the start or since everything was released: "no
-   * subscriptions !!". Any thread; takes no lock.
+   * subscriptions !!". Any thread, but not while another one releases everything or attaches; takes no lock.
    *
    * @return the object, owned by the service
    */
@@ -328,7 +329,8 @@ public:
 
   /**
    * Ends everything at the service and in the library. Called from inside a callback, it also drops what is left to do
-   * for the notification at hand. What was notified before and not yet delivered reaches nobody.
+   * for the notification at hand. What was notified before and not yet delivered reaches nobody, save who subscribes to
+   * the same before the main loop gets to it.
    *
    * The service's signal, section, PES and caption subscribers are used again afterwards; the PES and caption
    * subscriptions are not ended one by one. Objects that have set their signal, programme or section callback must not

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <iostream> // its initialiser comes before the lock: the standard streams outlive it
 #include <iterator>
 #include <memory>
 #include <new>
@@ -59,24 +60,6 @@ Kestrel::TCMutex mutex;
 // How often everything was released. A pointer to a copy is good as long as this has not changed.
 std::atomic<unsigned> g_releases{0};
 
-// The lock as the event handler takes it: it is not created here. Not held when everything was released meanwhile.
-class HandlerLock {
-public:
-  HandlerLock() : m_held(mutex.Lock()) {}
-  ~HandlerLock() {
-    if (m_held) {
-      mutex.Unlock();
-    }
-  }
-  HandlerLock(const HandlerLock &) = delete;
-  HandlerLock &operator=(const HandlerLock &) = delete;
-
-  explicit operator bool() const { return m_held; }
-
-private:
-  bool m_held;
-};
-
 // --- Shared pointers -------------------------------------------------------------------------------------------------
 
 // Reads a pointer without the lock.
@@ -96,6 +79,32 @@ template <class Container> void Discard(Container *&container) {
   Store<Container>(container, nullptr);
 }
 
+// The lock as the event handler takes it, to look into `container`. Not held when there is no such container.
+//
+// Whoever made the container has created the lock. It is missing all the same when another thread releases everything:
+// the lock is closed after it was given back, and what somebody subscribes in between must not be passed over until the
+// lock happens to be created again.
+class HandlerLock {
+public:
+  template <class Container> explicit HandlerLock(Container *&container) {
+    while (!m_held && Load(container) && (mutex.IsCreated() || mutex.Create())) {
+      m_held = mutex.Lock();
+    }
+  }
+  ~HandlerLock() {
+    if (m_held) {
+      mutex.Unlock();
+    }
+  }
+  HandlerLock(const HandlerLock &) = delete;
+  HandlerLock &operator=(const HandlerLock &) = delete;
+
+  explicit operator bool() const { return m_held; }
+
+private:
+  bool m_held = false;
+};
+
 // The copy that `key` stands for, or null.
 Subscriber *Find(const std::map<int, Subscriber *> *subscriptions, int key) {
   if (!subscriptions) {
@@ -110,19 +119,25 @@ Subscriber *Find(const std::map<int, Subscriber *> *subscriptions, int key) {
 // Places in m_eventType. Sections and DSM messages have none: they are delivered on the service's thread.
 enum { kSignal = 0, kPes = 3, kCaption = 4, kProgram = 5 };
 
-// What is logged of a notification that has no subscribers, or no memory.
-const char *DroppedMessage(int index) {
+// Logs, in the name of what the service calls, a notification that has no subscribers, or no memory.
+void LogDropped(int index) {
   switch (index) {
   case kPes:
-    return "No PES subscriptions !!";
+    LUMIO_LOG_FOR("t_PesDataCallback", kError, "No PES subscriptions !!");
+    break;
   case kCaption:
-    return "No Caption subscriptions !!";
+    LUMIO_LOG_FOR("t_CaptionCallback", kError, "No Caption subscriptions !!");
+    break;
   case kProgram:
-    return "no subscription for program !";
+    LUMIO_LOG_FOR("t_ProgramCallback", kError, "no subscription for program !");
+    break;
   default:
-    return "No subscriptions !";
+    LUMIO_LOG_FOR("t_SignalCallback", kError, "No subscriptions !");
   }
 }
+
+// In whose name the main loop's side logs.
+constexpr char kHandler[] = "m_DeferredEventHandler";
 
 // A record that is posted, and behind it what the queue needs. The event loop releases both with one free().
 template <class Event> struct Record {
@@ -148,7 +163,7 @@ bool Deliver(lumio::QueuedEvent *queued) {
 }
 
 void Drop(lumio::QueuedEvent *queued) {
-  LUMIO_LOG(kError, "%s", DroppedMessage(queued->index));
+  LogDropped(queued->index);
   if (queued->index == kPes) {
     delete static_cast<TPesEvent *>(queued->event)->data;
   } else if (queued->index == kCaption) {
@@ -327,12 +342,12 @@ void *CTVServiceSubscriber::m_GetUserDataOfSignalCallback(const TSignalInfo &key
 int CTVServiceSubscriber::t_SignalCallback(ESignalType type, EProfile profile, unsigned short screenId,
                                            TSSignalData data, void *userData) {
   if (!Load(m_pSignalSubscriptions)) {
-    LUMIO_LOG(kError, "No subscriptions !");
+    LogDropped(kSignal);
     return 0;
   }
   LUMIO_LOG(kError, "eSignalType %d", type);
   if (!Post(kSignal, TSignalEvent{type, data, profile, screenId, userData})) {
-    LUMIO_LOG(kError, "%s", DroppedMessage(kSignal));
+    LogDropped(kSignal);
     return 0;
   }
   return 1;
@@ -348,7 +363,7 @@ struct SignalTargets {
 
 SignalTargets TargetsOf(const TSignalInfo &key) {
   SignalTargets targets;
-  HandlerLock lock;
+  HandlerLock lock(Subscriber::m_pSignalSubscriptions);
   if (!lock || !Subscriber::m_pSignalSubscriptions) {
     return targets;
   }
@@ -367,7 +382,7 @@ std::optional<Subscriber> Excerpt(const Subscriber *instance, const TSignalInfo 
   if (g_releases != releases) {
     return std::nullopt;
   }
-  HandlerLock lock;
+  HandlerLock lock(Subscriber::m_pSignalSubscriptions);
   if (!lock || g_releases != releases) {
     return std::nullopt;
   }
@@ -382,9 +397,6 @@ std::optional<Subscriber> Excerpt(const Subscriber *instance, const TSignalInfo 
 }
 
 void HandleSignal(const TSignalEvent &event) {
-  if (!Load(Subscriber::m_pSignalSubscriptions)) {
-    return;
-  }
   const TSignalInfo key{event.signalType, event.profile, event.screenId};
   const SignalTargets targets = TargetsOf(key);
   for (const Subscriber *instance : targets.instances) {
@@ -394,12 +406,13 @@ void HandleSignal(const TSignalEvent &event) {
     }
     void *user_data = module->m_GetUserDataOfSignalCallback(key);
     if (module->m_signalCallback) {
-      LUMIO_LOG(kError, "Call signal callback of '%s', signaltype = %d", module->m_name.c_str(), event.signalType);
+      LUMIO_LOG_FOR(kHandler, kError, "Call signal callback of '%s', signaltype = %d", module->m_name.c_str(),
+                    event.signalType);
       module->m_signalCallback(event.signalType, event.signalData, user_data);
     }
     if (module->m_ttSignalCallback && g_releases == targets.releases) {
-      LUMIO_LOG(kError, "Call signal callback of '%s', signaltype = %d profile: %d, screen id: %d",
-                module->m_name.c_str(), event.signalType, event.profile, event.screenId);
+      LUMIO_LOG_FOR(kHandler, kError, "Call signal callback of '%s', signaltype = %d profile: %d, screen id: %d",
+                    module->m_name.c_str(), event.signalType, event.profile, event.screenId);
       module->m_ttSignalCallback(event.signalType, event.profile, event.screenId, event.signalData, user_data);
     }
   }
@@ -425,24 +438,24 @@ void CTVServiceSubscriber::SetProgramCallback(ProgramCallback cb) {
 namespace {
 
 // `ask` subscribes at the service and returns its answer. The lock is held all the while.
-template <class Ask> bool SubscribeProgram(Subscriber &object, int &handle, Ask ask) {
+template <class Ask> bool SubscribeProgram(const char *function, Subscriber &object, int &handle, Ask ask) {
   CAutoLock lock(mutex);
   if (!Subscriber::m_pProgramSubscriber || !Subscriber::m_pProgramSubscriptions) {
     assert(0 && "please set program callback before subscribe a program !");
   }
   Subscriber *instance = object.m_GetCopiedSubscriptionInstance("program");
   if (!instance) {
-    LUMIO_LOG(kError, "failed to get program subscriber !");
+    LUMIO_LOG_FOR(function, kError, "failed to get program subscriber !");
     return false;
   }
   // Made before the service is asked: afterwards nothing may fail for want of memory.
   std::map<int, Subscriber *> entry{{0, instance}};
   auto subscription = entry.extract(entry.begin());
   if (ask(*Subscriber::m_pProgramSubscriber) == 0) {
-    LUMIO_LOG(kError, "failed to subscribe program !");
+    LUMIO_LOG_FOR(function, kError, "failed to subscribe program !");
     return false;
   }
-  LUMIO_LOG(kTrace, "program subscription success : %s", object.m_name.c_str());
+  LUMIO_LOG_FOR(function, kTrace, "program subscription success : %s", object.m_name.c_str());
   subscription.key() = handle;
   Subscriber::m_pProgramSubscriptions->insert(std::move(subscription)); // the first module of a handle keeps it
   return true;
@@ -461,20 +474,20 @@ bool UnsubscribeProgram(int (IProgramSubscriber::*unsubscribe)(int), int handle)
 } // namespace
 
 bool CTVServiceSubscriber::SubscribeProgram(const TCProgramFilteringItem &item, int &handle) {
-  return ::SubscribeProgram(*this, handle,
+  return ::SubscribeProgram(__func__, *this, handle,
                             [&](IProgramSubscriber &service) { return service.SubscribeProgram(item, handle); });
 }
 
 bool CTVServiceSubscriber::SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type,
                                                   int &handle) {
-  return ::SubscribeProgram(*this, handle, [&](IProgramSubscriber &service) {
+  return ::SubscribeProgram(__func__, *this, handle, [&](IProgramSubscriber &service) {
     return service.SubscribeProgramListPF(arg, serviceId, type, handle);
   });
 }
 
 bool CTVServiceSubscriber::SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first,
                                                 unsigned int second, ESubscribeType type, int &handle) {
-  return ::SubscribeProgram(*this, handle, [&](IProgramSubscriber &service) {
+  return ::SubscribeProgram(__func__, *this, handle, [&](IProgramSubscriber &service) {
     return service.SubscribeProgramList(arg, serviceId, first, second, type, handle);
   });
 }
@@ -494,19 +507,16 @@ bool CTVServiceSubscriber::MonitoringType(EProgramMonitoringType &type) {
 
 void CTVServiceSubscriber::t_ProgramCallback(EProgramChangeType changeType, TCProgramData *data, int arg, int handle) {
   if (!Load(m_pProgramSubscriptions) || !Post(kProgram, TProgramEvent{changeType, arg, data, handle})) {
-    LUMIO_LOG(kError, "%s", DroppedMessage(kProgram));
+    LogDropped(kProgram);
   }
 }
 
 namespace {
 
 void HandleProgram(const TProgramEvent &event) {
-  if (!Load(Subscriber::m_pProgramSubscriptions)) {
-    return;
-  }
   Subscriber::ProgramCallback callback = nullptr;
   {
-    HandlerLock lock;
+    HandlerLock lock(Subscriber::m_pProgramSubscriptions);
     const Subscriber *instance = lock ? Find(Subscriber::m_pProgramSubscriptions, event.handle) : nullptr;
     if (!instance) {
       return;
@@ -544,7 +554,7 @@ int CTVServiceSubscriber::m_GetKey(short streamId) {
 namespace {
 
 template <class Criteria>
-bool SubscribeSection(Subscriber &object, short stream_id,
+bool SubscribeSection(const char *function, Subscriber &object, short stream_id,
                       int (ISectionSubscriber::*subscribe)(int, const Criteria &, int &), const Criteria &criteria,
                       int &handle, bool keep_handle) {
   CAutoLock lock(mutex);
@@ -553,7 +563,7 @@ bool SubscribeSection(Subscriber &object, short stream_id,
   }
   Subscriber *instance = object.m_GetCopiedSubscriptionInstance("section");
   if (!instance) {
-    LUMIO_LOG(kError, "failed to get section subscriber !");
+    LUMIO_LOG_FOR(function, kError, "failed to get section subscriber !");
     return false;
   }
   const int key = instance->m_GetKey(stream_id);
@@ -578,12 +588,13 @@ bool SubscribeSection(Subscriber &object, short stream_id,
 
 // Keeps no handle, which is meant: UnsubscribeSection and ReleaseAll know filter subscriptions only.
 bool CTVServiceSubscriber::SubscribeSection(short streamId, const TCSectionCriteriaHelper &criteria, int &handle) {
-  return ::SubscribeSection(*this, streamId, &ISectionSubscriber::SubscribeByCriteria, criteria, handle, false);
+  return ::SubscribeSection(__func__, *this, streamId, &ISectionSubscriber::SubscribeByCriteria, criteria, handle,
+                            false);
 }
 
 bool CTVServiceSubscriber::SubscribeSectionByFilter(short streamId, const TCSectionFilterCriteriaHelper &filter,
                                                     int &handle) {
-  return ::SubscribeSection(*this, streamId, &ISectionSubscriber::SubscribeByFilter, filter, handle, true);
+  return ::SubscribeSection(__func__, *this, streamId, &ISectionSubscriber::SubscribeByFilter, filter, handle, true);
 }
 
 bool CTVServiceSubscriber::UnsubscribeSection(int handle) {
@@ -672,18 +683,19 @@ constexpr Stream<TSCaption, IDataSubscriber, TCaptionEvent> kCaptionStream = {
 };
 
 template <class Stream>
-bool SubscribeStream(const Stream &stream, Subscriber &object, typename Stream::Callback cb, void *user_data) {
+bool SubscribeStream(const char *function, const Stream &stream, Subscriber &object, typename Stream::Callback cb,
+                     void *user_data) {
   CAutoLock lock(mutex);
   if (!*stream.service) {
     stream.create(Subscriber::m_profile, Subscriber::m_group, stream.service);
   }
   if (!*stream.service) {
-    LUMIO_LOG(kError, "failed to subscribe %s : %s", stream.word, object.m_name.c_str());
+    LUMIO_LOG_FOR(function, kError, "failed to subscribe %s : %s", stream.word, object.m_name.c_str());
     return false;
   }
   Subscriber *instance = object.m_GetCopiedSubscriptionInstance(stream.word);
   if (!instance) {
-    LUMIO_LOG(kError, "failed to get %s subscriber !", stream.word);
+    LUMIO_LOG_FOR(function, kError, "failed to get %s subscriber !", stream.word);
     return false;
   }
   std::set<std::string> name{object.m_name};
@@ -694,18 +706,18 @@ bool SubscribeStream(const Stream &stream, Subscriber &object, typename Stream::
   instance->*stream.callback = cb;
   if (is_first && (*stream.service)->Subscribe(stream.notify, nullptr, stream.handle) == 0) {
     // The empty set stays, which is meant: to everybody else the stream now looks subscribed.
-    LUMIO_LOG(kError, "failed to subscribe %s !", stream.word);
+    LUMIO_LOG_FOR(function, kError, "failed to subscribe %s !", stream.word);
     return false;
   }
-  LUMIO_LOG(kTrace, "subscription success : %s", object.m_name.c_str());
+  LUMIO_LOG_FOR(function, kTrace, "subscription success : %s", object.m_name.c_str());
   (*stream.names)->merge(name);
   return true;
 }
 
-template <class Stream> bool UnsubscribeStream(const Stream &stream, const Subscriber &object) {
+template <class Stream> bool UnsubscribeStream(const char *function, const Stream &stream, const Subscriber &object) {
   CAutoLock lock(mutex);
   if (!*stream.names || !*stream.service) {
-    LUMIO_LOG(kError, "No subscriptions !!");
+    LUMIO_LOG_FOR(function, kError, "No subscriptions !!");
     return false;
   }
   if ((*stream.names)->erase(object.m_name) == 0) {
@@ -738,25 +750,27 @@ template <class Stream> void PostData(const Stream &stream, const typename Strea
       // Dropped, too.
     }
   }
-  LUMIO_LOG(kError, "%s", DroppedMessage(stream.index));
+  LogDropped(stream.index);
 }
 
-template <class Stream> std::set<std::string> NamesIn(const Stream &stream) {
-  if (!Load(*stream.names)) {
-    return {};
-  }
-  HandlerLock lock;
-  return lock && *stream.names ? **stream.names : std::set<std::string>();
+// The modules that are subscribed to one stream, and the release count that they belong to.
+struct StreamTargets {
+  std::set<std::string> names;
+  unsigned releases = 0;
+};
+
+template <class Stream> StreamTargets TargetsOf(const Stream &stream) {
+  HandlerLock lock(*stream.names);
+  return lock && *stream.names ? StreamTargets{**stream.names, g_releases} : StreamTargets();
 }
 
-// Callback and user data of the module of that name; null when it has none.
+// Callback and user data of the module of that name; null when it has none, or its copy is gone.
 template <class Stream>
-std::pair<typename Stream::Callback, void *> TargetOf(const Stream &stream, const std::string &name) {
-  if (!Load(Subscriber::m_pSubscriberInstances)) {
-    return {};
-  }
-  HandlerLock lock;
-  const Subscriber *instance = lock ? Subscriber::m_GetSubscriber(name, stream.word) : nullptr;
+std::pair<typename Stream::Callback, void *> TargetOf(const Stream &stream, const std::string &name,
+                                                      unsigned releases) {
+  HandlerLock lock(Subscriber::m_pSubscriberInstances);
+  const Subscriber *instance =
+      lock && g_releases == releases ? Subscriber::m_GetSubscriber(name, stream.word) : nullptr;
   if (!instance) {
     return {};
   }
@@ -768,12 +782,13 @@ template <class Stream> void HandleData(const Stream &stream, const typename Str
   std::unique_ptr<typename Stream::Data> posted(event.data);
   typename Stream::Data data = std::move(*posted);
   posted.reset();
-  for (const std::string &name : NamesIn(stream)) {
-    const auto [callback, user_data] = TargetOf(stream, name);
+  const StreamTargets targets = TargetsOf(stream);
+  for (const std::string &name : targets.names) {
+    const auto [callback, user_data] = TargetOf(stream, name, targets.releases);
     if (callback) {
       callback(data, user_data);
     } else {
-      LUMIO_LOG(kError, "failed to find %s subscription instance : name = %s", stream.word, name.c_str());
+      LUMIO_LOG_FOR(kHandler, kError, "failed to find %s subscription instance : name = %s", stream.word, name.c_str());
     }
   }
 }
@@ -781,18 +796,18 @@ template <class Stream> void HandleData(const Stream &stream, const typename Str
 } // namespace
 
 bool CTVServiceSubscriber::SubscribePES(PesCallback cb, void *userData) {
-  return SubscribeStream(kPesStream, *this, cb, userData);
+  return SubscribeStream(__func__, kPesStream, *this, cb, userData);
 }
 
-bool CTVServiceSubscriber::UnsubscribePES() { return UnsubscribeStream(kPesStream, *this); }
+bool CTVServiceSubscriber::UnsubscribePES() { return UnsubscribeStream(__func__, kPesStream, *this); }
 
 void CTVServiceSubscriber::t_PesDataCallback(TSPESData &data, void *) { PostData(kPesStream, data); }
 
 bool CTVServiceSubscriber::SubscribeCaption(CaptionCallback cb, void *userData) {
-  return SubscribeStream(kCaptionStream, *this, cb, userData);
+  return SubscribeStream(__func__, kCaptionStream, *this, cb, userData);
 }
 
-bool CTVServiceSubscriber::UnsubscribeCaption() { return UnsubscribeStream(kCaptionStream, *this); }
+bool CTVServiceSubscriber::UnsubscribeCaption() { return UnsubscribeStream(__func__, kCaptionStream, *this); }
 
 void CTVServiceSubscriber::t_CaptionCallback(TSCaption &data, void *) { PostData(kCaptionStream, data); }
 
@@ -909,7 +924,7 @@ Eina_Bool CTVServiceSubscriber::m_DeferredEventHandler(void *, int type, void *e
   try {
     Handle(index, event);
   } catch (const std::bad_alloc &) {
-    LUMIO_LOG(kError, "%s", DroppedMessage(index));
+    LogDropped(index);
   }
   return ECORE_CALLBACK_DONE;
 }

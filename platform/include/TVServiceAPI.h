@@ -116,10 +116,8 @@ int CreateSectionSubscriber(void (*callback)(bool, unsigned short, unsigned char
 /** As `CreateSectionSubscriber`; the callbacks come with the subscriptions, and a packet is valid during the callback.
  */
 int CreatePESDataSubscriber(EProfile profile, int group, IPESDataSubscriber **subscriber);
-/** Gives out the caption subscriber. */
 /** As `CreatePESDataSubscriber`, for captions. */
 int CreateDataSubscriber(EProfile profile, int group, IDataSubscriber **subscriber);
-/** Gives out the DSM object; its messages go to `callback`. */
 /**
  * @param callback  gets the message, which is valid during the callback
  * @param dsm       receives the object

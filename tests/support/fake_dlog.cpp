@@ -54,6 +54,14 @@ std::vector<std::string> LogMessagesWithLock() {
   return messages;
 }
 
+std::vector<std::string> LogFunctions() {
+  std::vector<std::string> functions;
+  for (const LogLine &line : LogLines()) {
+    functions.push_back(line.function);
+  }
+  return functions;
+}
+
 int LogCount(const std::string &message) {
   const std::vector<std::string> messages = LogMessages();
   return static_cast<int>(std::count(messages.begin(), messages.end(), message));

@@ -24,6 +24,9 @@ std::vector<std::string> LogMessages();
 // The same with " locked" behind those that were logged while a lock was held.
 std::vector<std::string> LogMessagesWithLock();
 
+// The functions in whose names they were logged.
+std::vector<std::string> LogFunctions();
+
 // How often "PRIORITY MESSAGE" was logged.
 int LogCount(const std::string &message);
 

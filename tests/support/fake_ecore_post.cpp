@@ -13,6 +13,7 @@ namespace {
 std::vector<EcorePost> g_posts;
 std::vector<EcoreHandler> g_handlers;
 bool g_refuse_next;
+std::function<void()> g_during_next;
 std::atomic<int> g_wake_ups{0};
 
 // Ecore's own function of that name.
@@ -29,6 +30,8 @@ int WakeUps() { return g_wake_ups; }
 
 void RefuseNextPost() { g_refuse_next = true; }
 
+void DuringNextPost(std::function<void()> call) { g_during_next = std::move(call); }
+
 void ClearEcorePosts() {
   g_posts.clear();
   g_handlers.clear();
@@ -43,7 +46,11 @@ Ecore_Event *ecore_event_add(int type, void *event, Ecore_End_Cb free_function, 
     return nullptr;
   }
   g_posts.push_back({type, event, free_function, free_data});
-  return Next<decltype(ecore_event_add)>("ecore_event_add")(type, event, free_function, free_data);
+  Ecore_Event *posted = Next<decltype(ecore_event_add)>("ecore_event_add")(type, event, free_function, free_data);
+  if (const std::function<void()> during = std::exchange(g_during_next, nullptr)) {
+    during();
+  }
+  return posted;
 }
 
 Ecore_Event_Handler *ecore_event_handler_add(int type, Ecore_Event_Handler_Cb function, const void *data) {

@@ -4,6 +4,7 @@
 
 #include <Ecore.h>
 
+#include <functional>
 #include <vector>
 
 struct EcorePost {
@@ -30,6 +31,9 @@ int WakeUps();
 
 // Lets the next call of ecore_event_add fail.
 void RefuseNextPost();
+
+// Runs `call` once, in the next call of ecore_event_add, after the event was posted.
+void DuringNextPost(std::function<void()> call);
 
 // Forgets all calls so far.
 void ClearEcorePosts();

@@ -15,7 +15,7 @@ namespace {
 std::mutex g_mutex;
 std::vector<std::string> g_calls;
 std::atomic<int> g_held{0};
-std::function<void()> g_before_next_lock;
+std::function<void()> g_before_next_lock, g_before_next_destroy;
 
 void Record(const char *call) {
   Uncounted uncounted;
@@ -23,9 +23,9 @@ void Record(const char *call) {
   g_calls.push_back(call);
 }
 
-std::function<void()> TakeBeforeNextLock() {
+std::function<void()> Take(std::function<void()> &call) {
   std::lock_guard<std::mutex> lock(g_mutex);
-  return std::exchange(g_before_next_lock, nullptr);
+  return std::exchange(call, nullptr);
 }
 
 } // namespace
@@ -57,6 +57,11 @@ void BeforeNextLock(std::function<void()> call) {
   g_before_next_lock = std::move(call);
 }
 
+void BeforeNextDestroy(std::function<void()> call) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_before_next_destroy = std::move(call);
+}
+
 namespace Kestrel {
 
 TCMutex::TCMutex() = default;
@@ -71,6 +76,9 @@ bool TCMutex::Create() {
 
 void TCMutex::Destroy() {
   Record("Destroy");
+  if (const std::function<void()> before = Take(g_before_next_destroy)) {
+    before();
+  }
   delete reinterpret_cast<std::mutex *>(m_handle.exchange(0));
 }
 
@@ -80,7 +88,7 @@ bool TCMutex::Lock() {
     ADD_FAILURE() << "Lock() on a mutex that is not created";
     return false;
   }
-  if (const std::function<void()> before = TakeBeforeNextLock()) {
+  if (const std::function<void()> before = Take(g_before_next_lock)) {
     before();
     if (!IsCreated()) {
       return false;

@@ -19,3 +19,6 @@ bool AnyLockHeld();
 // Runs `call` once, in the next Lock() before the lock is taken: what another thread does that comes first. When it
 // destroys the lock, that Lock() is refused.
 void BeforeNextLock(std::function<void()> call);
+
+// Runs `call` once, in the next Destroy() before the lock is closed: what another thread does that comes first.
+void BeforeNextDestroy(std::function<void()> call);

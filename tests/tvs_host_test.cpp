@@ -1,0 +1,208 @@
+// The library on the desktop's TV service and its lock: refusals, late answers, and notifications that arrive in the
+// middle of a call.
+#include <TVServiceSubscriber.h>
+#include <lumio-host/tv-control.h>
+
+#include <gmock/gmock.h>
+
+#include "loop.h"
+#include "told.h"
+
+using lumio::tv::DuringNext;
+using lumio::tv::Operation;
+using lumio::tv::RefuseNext;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+using Module = CTVServiceSubscriber;
+
+Told g_told;
+
+int OnSignal(ESignalType, TSSignalData data, void *) {
+  g_told.Add("signal " + std::to_string(data.value));
+  return 0;
+}
+void OnProgram(EProgramChangeType, TCProgramData *data, int, int) { g_told.Add("programme " + data->title); }
+void OnSection(bool, unsigned short, unsigned char *data, int stream) {
+  g_told.Add("section " + std::to_string(data[0]) + " of " + std::to_string(stream));
+}
+template <class Data> void OnData(Data &data, void *) {
+  g_told.Add("data " + std::string(data.payload.begin(), data.payload.end()));
+}
+void OnDsm(TSDsmMessage &message) { g_told.Add("message " + std::to_string(message.moduleId)); }
+
+constexpr unsigned short kPid = 0x12;
+
+TCSectionFilterCriteriaHelper Filter() {
+  TCSectionFilterCriteriaHelper filter;
+  filter.pid = kPid;
+  return filter;
+}
+
+int HandleOf(lumio::tv::Kind kind) {
+  for (const lumio::tv::Subscription &subscription : lumio::tv::Subscriptions()) {
+    if (subscription.kind == kind) {
+      return subscription.handle;
+    }
+  }
+  return 0;
+}
+
+void EmitSignal(int value) { lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, {value, 0}); }
+
+void EmitProgram() {
+  TCProgramData data;
+  data.title = "news";
+  lumio::tv::EmitProgram(HandleOf(lumio::tv::Kind::Program), PROGRAM_CHANGE_PRESENT, data);
+}
+
+void EmitMessage(int module) { lumio::tv::EmitDsm({0, 0, 0, HandleOf(lumio::tv::Kind::Dsm), module, 0, nullptr}); }
+
+template <class Data> Data Payload(const std::string &text) {
+  Data data;
+  data.payload.assign(text.begin(), text.end());
+  return data;
+}
+
+class TvsHost : public testing::Test {
+protected:
+  ~TvsHost() override {
+    Module::ReleaseAll();
+    lumio::tv::Shutdown(); // ahead of the main loop's end
+  }
+
+  bool Attach(const char *name) {
+    return Module(name).AttachDsm(OnDsm, m_session, "dvb://1", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL,
+                                  nullptr, false);
+  }
+
+  static std::vector<std::string> Everything() {
+    lumio::tv::Flush();
+    HandleAll();
+    return g_told.All();
+  }
+
+  Module m_module{"mod"};
+  int m_handle = 0;
+  unsigned m_session = 0;
+};
+
+// --- In the middle of a subscribe call ---
+
+TEST_F(TvsHost, TellsASignalThatCameBeforeTheServiceAnswered) {
+  DuringNext(Operation::SubscribeSignal, [] {
+    EmitSignal(1);
+    lumio::tv::Flush(); // the lock is not held, so the service's thread gets through
+  });
+  m_module.SetSignalCallback(OnSignal);
+  m_module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+  EXPECT_THAT(g_told.All(), IsEmpty());
+  EXPECT_THAT(Everything(), ElementsAre("signal 1"));
+}
+
+TEST_F(TvsHost, TellsWhatGoesOverTheMainLoopThoughTheLockIsHeld) {
+  for (const Operation operation :
+       {Operation::SubscribePES, Operation::SubscribeCaption, Operation::SubscribeProgram}) {
+    DuringNext(operation, [operation] {
+      if (operation == Operation::SubscribePES) {
+        lumio::tv::EmitPes(Payload<TSPESData>("packet"));
+      } else if (operation == Operation::SubscribeCaption) {
+        lumio::tv::EmitCaption(Payload<TSCaption>("caption"));
+      } else {
+        EmitProgram();
+      }
+      lumio::tv::Flush(); // these take no lock
+    });
+  }
+  m_module.SubscribePES(OnData<TSPESData>, nullptr);
+  m_module.SubscribeCaption(OnData<TSCaption>, nullptr);
+  m_module.SetProgramCallback(OnProgram);
+  m_module.SubscribeProgram({}, m_handle);
+  EXPECT_THAT(Everything(), ElementsAre("data packet", "data caption", "programme news"));
+}
+
+TEST_F(TvsHost, PassesOverASectionThatCameBeforeTheServiceAnswered) {
+  DuringNext(Operation::SubscribeSectionByFilter, [] {
+    lumio::tv::EmitSection(kPid, {1});
+    lumio::tv::Flush();
+  });
+  m_module.SetSectionCallback(OnSection);
+  EXPECT_TRUE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
+  lumio::tv::EmitSection(kPid, {2});
+  EXPECT_THAT(Everything(), ElementsAre("section 2 of 7"));
+}
+
+// The message waits for the lock, and finds the session then.
+TEST_F(TvsHost, TellsAMessageThatCameBeforeTheServiceAnswered) {
+  DuringNext(Operation::AttachDsm, [] { EmitMessage(5); });
+  EXPECT_TRUE(Attach("mod"));
+  EXPECT_THAT(Everything(), ElementsAre("message 5"));
+}
+
+// --- Refusals ---
+
+TEST_F(TvsHost, BearsRefusals) {
+  for (const Operation operation : {Operation::SubscribeProgram, Operation::SubscribeSectionByFilter,
+                                    Operation::SubscribePES, Operation::SubscribeCaption, Operation::AttachDsm}) {
+    RefuseNext(operation, 0);
+  }
+  m_module.SetProgramCallback(OnProgram);
+  m_module.SetSectionCallback(OnSection);
+  EXPECT_FALSE(m_module.SubscribeProgram({}, m_handle));
+  EXPECT_FALSE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
+  EXPECT_FALSE(m_module.SubscribePES(OnData<TSPESData>, nullptr));
+  EXPECT_FALSE(m_module.SubscribeCaption(OnData<TSCaption>, nullptr));
+  EXPECT_FALSE(Attach("mod"));
+  EXPECT_THAT(lumio::tv::Subscriptions(), IsEmpty());
+
+  EXPECT_TRUE(m_module.SubscribeProgram({}, m_handle));
+  EXPECT_TRUE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
+  EXPECT_TRUE(Attach("mod"));
+  EXPECT_TRUE(m_module.SubscribePES(OnData<TSPESData>, nullptr)) << "without asking the service";
+  EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3));
+  EXPECT_FALSE(m_module.UnsubscribePES()) << "there is none at the service";
+  EXPECT_TRUE(m_module.SubscribePES(OnData<TSPESData>, nullptr));
+  EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(4));
+}
+
+// --- Late answers ---
+
+TEST_F(TvsHost, TellsSectionsWhileTheServiceTakesItsTimeToAnswer) {
+  m_module.SetSectionCallback(OnSection);
+  m_module.SubscribeSectionByFilter(7, Filter(), m_handle);
+  int other = 0;
+  DuringNext(Operation::SubscribeSectionByFilter, [] {
+    lumio::tv::EmitSection(kPid, {2});
+    lumio::tv::Flush();
+    EXPECT_THAT(g_told.All(), ElementsAre("section 2 of 7")) << "told while the answer is due";
+  });
+  EXPECT_TRUE(m_module.SubscribeSectionByFilter(8, Filter(), other));
+}
+
+// --- Two modules, one subscription ---
+
+TEST_F(TvsHost, ServesTwoModulesWithOneSubscription) {
+  Module second("second");
+  for (Module *module : {&m_module, &second}) {
+    module->SetSignalCallback(OnSignal);
+    module->SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+    module->SubscribePES(OnData<TSPESData>, nullptr);
+    module->SubscribeCaption(OnData<TSCaption>, nullptr);
+  }
+  EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3));
+  EmitSignal(1);
+  EXPECT_THAT(Everything(), ElementsAre("signal 1", "signal 1"));
+  m_module.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
+  m_module.UnsubscribePES();
+  m_module.UnsubscribeCaption();
+  EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3)) << "the second module keeps them";
+  second.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
+  second.UnsubscribePES();
+  second.UnsubscribeCaption();
+  EXPECT_THAT(lumio::tv::Subscriptions(), IsEmpty());
+}
+
+} // namespace
