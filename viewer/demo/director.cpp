@@ -15,6 +15,9 @@ namespace {
 
 constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, logger";
 constexpr char kNobody[] = "taken by nobody";
+// What the TV service serves, and the modules that share it, but for the broadcaster's application.
+constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
+                                  "pes 1 (stream meter, teletext); caption 1 (captions, transcript)";
 
 constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR]
 Plays an evening of television: starts an X server with the input devices of a television and the viewer on it, presses
@@ -135,20 +138,31 @@ void PlayBroadcast(Evening &evening) {
   evening.Order("packet 12 teletext");
   evening.ExpectScreen("teletext", "8 bytes for second 12");
   evening.ExpectScreen("stream meter", "8 bytes");
+  evening.Order("packet 13 more"); // and each packet once
+  evening.ExpectScreen("stream meter", "12 bytes");
 }
 
 void PlayDataService(Evening &evening) {
   evening.Heading("The red key opens the broadcaster's application, and closes it");
+  evening.Order("refuse-session");
+  evening.Order("subscriptions"); // answered once the orders before it are carried out
+  evening.ExpectScreen("subscriptions", kSubscriptions);
+  evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
+  evening.ExpectScreen("data service", "not available");
+  evening.Order("greeting 1 welcome");
+  evening.Order("subscriptions");
+  evening.ExpectScreen("subscriptions", kSubscriptions);
   evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
   evening.ExpectScreen("data service", "attached");
+  evening.ExpectScreen("data service", "module 1: welcome");
   evening.Order("module 3 sunny");
   evening.ExpectScreen("data service", "module 3: sunny");
   evening.Order("subscriptions");
-  evening.ExpectScreen("subscriptions", "signal 2, program 1, section 1, pes 1, caption 1, dsm 1");
+  evening.ExpectScreen("subscriptions", std::string(kSubscriptions) + "; dsm 1 (data service)");
   evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
   evening.ExpectScreen("data service", "(hidden)");
   evening.Order("subscriptions");
-  evening.ExpectScreen("subscriptions", "signal 2, program 1, section 1, pes 1, caption 1");
+  evening.ExpectScreen("subscriptions", kSubscriptions);
 }
 
 void PlaySignalLoss(Evening &evening) {

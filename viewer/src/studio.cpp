@@ -1,5 +1,6 @@
 #include "studio.h"
 
+#include <TVServiceSubscriber.h>
 #include <lumio-host/pvr-control.h>
 #include <lumio-host/tv-control.h>
 
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -54,18 +57,51 @@ void EmitModule(int module, const std::string &text) {
   }
 }
 
-// Subscriptions that the TV service has now, by kind.
-std::string CountSubscriptions() {
+std::set<std::string> NamesIn(const std::set<std::string> *names) { return names ? *names : std::set<std::string>(); }
+
+template <class Map> std::set<std::string> NamesIn(const Map *subscriptions) {
+  std::set<std::string> names;
+  if (subscriptions) {
+    for (const auto &[key, copy] : *subscriptions) {
+      names.insert(copy->m_name);
+    }
+  }
+  return names;
+}
+
+// Who shares the subscriptions of a kind.
+std::set<std::string> Holders(lumio::tv::Kind kind) {
+  using Library = CTVServiceSubscriber;
+  switch (kind) {
+  case lumio::tv::Kind::Signal:
+    return NamesIn(Library::m_pSignalSubscriptions);
+  case lumio::tv::Kind::Program:
+    return NamesIn(Library::m_pProgramSubscriptions);
+  case lumio::tv::Kind::Section:
+    return NamesIn(Library::m_pSectionSubscriptions);
+  case lumio::tv::Kind::Pes:
+    return NamesIn(Library::m_pPesSubscriptions);
+  case lumio::tv::Kind::Caption:
+    return NamesIn(Library::m_pCaptionSubscriptions);
+  default:
+    return NamesIn(Library::m_pDsmSubscriptions);
+  }
+}
+
+// Subscriptions that the TV service has now, by kind, and the modules behind them.
+std::string DescribeSubscriptions() {
   const char *const kinds[] = {"signal", "program", "section", "pes", "caption", "dsm"}; // in the order of tv::Kind
-  std::map<int, int> counts;
+  std::map<lumio::tv::Kind, int> counts;
   for (const lumio::tv::Subscription &subscription : lumio::tv::Subscriptions()) {
-    ++counts[static_cast<int>(subscription.kind)];
+    ++counts[subscription.kind];
   }
-  std::string text;
+  Words lines;
   for (const auto &[kind, count] : counts) {
-    text += (text.empty() ? "" : ", ") + std::string(kinds[kind]) + " " + std::to_string(count);
+    const std::set<std::string> names = Holders(kind);
+    lines.push_back(kinds[static_cast<int>(kind)] + (" " + std::to_string(count)) + " (" +
+                    Join(Words(names.begin(), names.end()), ", ") + ")");
   }
-  return text.empty() ? "none" : text;
+  return lines.empty() ? "none" : Join(lines, "; ");
 }
 
 // The words behind the name of an order. Reading one that is missing, or not a number, throws std::logic_error.
@@ -99,6 +135,12 @@ const std::map<std::string, Order> &Orders() {
       {"disk-space", [](const A &a) { lumio::pvr::SetFreeSpace(a.Number(0)); }},
       // TITLE...
       {"following", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_FOLLOWING, a.Text(0)); }},
+      // NUMBER TEXT...: a module that comes while the next session is still being opened
+      {"greeting",
+       [](const A &a) {
+         lumio::tv::DuringNext(lumio::tv::Operation::AttachDsm,
+                               [module = a.Number(0), text = a.Text(1)] { EmitModule(module, text); });
+       }},
       // 1 or 0
       {"lock", [](const A &a) { EmitSignal(SIGNAL_TYPE_LOCK, a.Number(0), 0); }},
       // NUMBER TEXT...
@@ -109,6 +151,8 @@ const std::map<std::string, Order> &Orders() {
       {"present", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_PRESENT, a.Text(0)); }},
       // PROGRAMME
       {"record", [](const A &a) { lumio::pvr::StartRecording(a.Number(0)); }},
+      // the next session, once
+      {"refuse-session", [](const A &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
       // NAME...
       {"services", [](const A &a) { lumio::tv::EmitSection(kServiceTablePid, MakeServiceTable(a.From(0))); }},
       {"stop-recording", [](const A &) { lumio::pvr::StopRecording(); }},
@@ -134,7 +178,7 @@ Studio::~Studio() {
   lumio::tv::Shutdown();
 }
 
-void Studio::ShowSubscriptions() { screen_.Show("subscriptions", CountSubscriptions()); }
+void Studio::ShowSubscriptions() { screen_.Show("subscriptions", DescribeSubscriptions()); }
 
 Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   auto *self = static_cast<Studio *>(data);

@@ -19,7 +19,7 @@ public:
   Studio(const Studio &) = delete;
   Studio &operator=(const Studio &) = delete;
 
-  // Shows how many subscriptions the TV service has now, by kind.
+  // Shows how many subscriptions the TV service has now, by kind, and which modules share them.
   void ShowSubscriptions();
 
 private:

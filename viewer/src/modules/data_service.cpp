@@ -53,8 +53,10 @@ private:
   // Called without user data, on a thread of the service, which keeps the message during the call only.
   static void MessageCame(TSDsmMessage &message) {
     const std::string text(static_cast<const char *>(message.data), message.size);
-    self_->calls_.Post([self = self_, module = message.moduleId, text] {
-      self->screen_.Show("data service", "module " + std::to_string(module) + ": " + text);
+    self_->calls_.Post([self = self_, session = message.sessionHandle, module = message.moduleId, text] {
+      if (self->session_ == static_cast<unsigned int>(session)) { // not one that was closed meanwhile
+        self->screen_.Show("data service", "module " + std::to_string(module) + ": " + text);
+      }
     });
   }
 
