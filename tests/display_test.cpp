@@ -480,11 +480,8 @@ TEST(TwoServers, HaveTheirOwnKeys) {
   }
 }
 
-class ServerGone : public testing::Test {
-protected:
-  // Each in a process that begins anew, since Ecore cannot be brought down without its server.
-  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
+// Each in a process that begins anew, since Ecore cannot be brought down without its server.
+class ServerGone : public testing::Test {};
 
 // What every application of Ecore does that does not ask for more.
 void OutliveTheServer() {

@@ -2,7 +2,9 @@
 #include "kevent_fixture.h"
 
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -219,6 +221,17 @@ TEST_F(DeviceSetup, LearnsNothingFromADeviceOfAnotherUse) {
   EXPECT_THAT(TakeLog(), IsEmpty());
 }
 
+TEST_F(DeviceSetup, LogsInTheNameOfTheSearch) {
+  lumio_kevent_init("first");
+  EXPECT_THAT(LogLines(), Each(Field(&LogLine::function, "get_id_for_known_devices")));
+}
+
+TEST_F(DeviceSetup, LearnsADeviceThatIsDisabled) {
+  fake_x.devices = {{5, "Advanced Touch REMOTE", XISlaveKeyboard, {}, false}};
+  lumio_kevent_init("first");
+  EXPECT_THAT(TakeLog(), ElementsAre(Learnt("Advanced : HWKeys slave device found", 5)));
+}
+
 class OtherUse : public DeviceSetup, public testing::WithParamInterface<int> {};
 
 TEST_P(OtherUse, CountsAsFloating) {
@@ -273,11 +286,36 @@ TEST_F(SourceChange, IsLoggedWithTheIdsItIsComparedWith) {
   EXPECT_THAT(TakeJournal(), IsEmpty());
 }
 
+TEST_F(SourceChange, IsLoggedInTheNameOfTheDeviceCallback) {
+  Open();
+  ChangeSource(kPanelId);
+  fake_x.devices.insert(fake_x.devices.begin(), kFunctionOsdKeyboard);
+  ChangeHierarchy();
+  ASSERT_EQ(LogLines().size(), 2U);
+  EXPECT_THAT(LogLines(), Each(Field(&LogLine::function, "_cb_event_generic")));
+}
+
 TEST_F(SourceChange, ShowsInTheLineOfAHandledKey) {
   Add(Open(), "handler").result = 0;
   ChangeSource(kFloatingTouchId);
   Press();
   EXPECT_EQ(LogMessages().back(), "16 Return key [type: 2]  press was handled by [domain], priority[3].");
+}
+
+TEST_F(SourceChange, ShowsAtOnceWhenItComesWhileAHandlerIsAsked) {
+  Probe &handler = Add(Open(), "handler");
+  handler.result = 0;
+  handler.action = [] { ChangeSource(kFloatingTouchId); };
+  Press();
+  EXPECT_EQ(LogMessages().back(), "16 Return key [type: 2]  press was handled by [domain], priority[3].");
+}
+
+TEST_F(SourceChange, IsNotForgottenWhenADomainOpens) {
+  Open();
+  ChangeSource(kFloatingTouchId);
+  Open("another");
+  EXPECT_EQ(lumio_event_source_type_get(), kTouch);
+  EXPECT_TRUE(NextPressIsExempt());
 }
 
 struct KeySources {
@@ -493,6 +531,11 @@ TEST_F(OtherEvent, OfAnotherExtensionIsPassedOn) {
   EXPECT_EQ(SendGeneric(99, XI_DeviceChanged, &changed), ECORE_CALLBACK_PASS_ON);
   EXPECT_THAT(TakeLog(), ElementsAre("2 Invalid event !(extension:99, evtype:1)"));
   ExpectNothingChanged();
+}
+
+TEST_F(OtherEvent, OfAnotherExtensionWithoutDataIsKnownByItsExtension) {
+  EXPECT_EQ(SendGeneric(99, XI_DeviceChanged, nullptr), ECORE_CALLBACK_PASS_ON);
+  EXPECT_THAT(TakeLog(), ElementsAre("2 Invalid event !(extension:99, evtype:1)"));
 }
 
 TEST_F(OtherEvent, WithoutDataIsPassedOn) {

@@ -3,9 +3,11 @@
 
 #include <optional>
 
+using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
 using testing::IsEmpty;
 
 namespace {
@@ -99,6 +101,15 @@ TEST_F(BurstLimit, CountsKeysThatAreRejected) {
   CallBack(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_DOWN, nullptr);
   EXPECT_EQ(CallBack(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_DOWN, nullptr), ECORE_CALLBACK_DONE);
   EXPECT_THAT(TakeLog(), ElementsAre("16 Event information is NULL", "16 Event information is NULL", kSkipped));
+}
+
+TEST_F(BurstLimit, IsNotEndedByADomainThatOpens) {
+  Add(Open(), "handler").action = [] { lumio_kevent_init("another"); };
+  for (int i = 0; i < 3; ++i) {
+    Post(ECORE_EVENT_KEY_DOWN);
+  }
+  TurnLoop();
+  EXPECT_EQ(LogCount(kSkipped), 1);
 }
 
 TEST_F(BurstLimit, HoldsInAgingModeToo) {
@@ -386,6 +397,29 @@ TEST_F(Reentrance, WhatWasMarkedOnceIsNotCollectedTwice) {
     EXPECT_THAT(TakeJournal(), ElementsAre(kBegin, "always", kEnd));
   }
   EXPECT_EQ(LogCount(kInvalidKevent), 0);
+}
+
+// --- Whose lines these are -------------------------------------------------------------------------------------------
+
+class LogName : public KeyDispatch {};
+
+TEST_F(LogName, OfWhatHappensToAKeyIsThatOfTheKeyCallback) {
+  bool flag = true;
+  std::vector<bool *> list = {&flag};
+  lumio_kevent_cache_list_set(&list);
+  fake_vconf.values.clear(); // not aging, as nobody knows
+  Probe &probe = Add(Open(), "handler");
+  probe.result = 0;
+  probe.action = [] { fake_clock.now = kStart + 8; };
+  IgnoreAPress(); // after one that is handled for 8 s
+  Release();
+  Release("X");
+  Press("Return", kPowerOn + 9000);
+  Press("Return", kPowerOn + 10000);
+  EXPECT_THAT(LogMessages(), AllOf(Contains(kInitTimestamp), Contains(kResetThreshold), Contains(kAsked),
+                                   Contains(kReleaseIgnored), Contains(kIgnored), Contains(kNotIgnored),
+                                   Contains("16 invalidate cachelist..."), Contains("16 vconf_get_int fail..")));
+  EXPECT_THAT(LogLines(), Each(AllOf(Field(&LogLine::file, "kevent.cpp"), Field(&LogLine::function, "_key_cb"))));
 }
 
 // --- The staleness filter --------------------------------------------------------------------------------------------
@@ -792,6 +826,12 @@ TEST_F(AfterADroppedPress, OpeningADomainEndsNothing) {
   lumio_kevent_fini(opened);
   PressFreshly();
   EXPECT_THAT(TakeJournal(), ElementsAre(kBegin, "press", "new", kEnd));
+}
+
+TEST_F(AfterADroppedPress, OpeningADomainDoesNotSaveItsRelease) {
+  Open("new");
+  Release();
+  EXPECT_THAT(TakeLog(), ElementsAre(kReleaseIgnored));
 }
 
 TEST_F(AfterADroppedPress, ForeignHandlesAreStillRefused) {

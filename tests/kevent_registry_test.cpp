@@ -2,6 +2,7 @@
 #include "kevent_fixture.h"
 
 #include <climits>
+#include <utility>
 
 using testing::AllOf;
 using testing::Contains;
@@ -98,6 +99,23 @@ TEST_F(KeventInit, WorksWithoutEcoresInputEvents) {
   HushEfl({"eina_safety"});
   ECORE_EVENT_KEY_DOWN = ECORE_EVENT_KEY_UP = ECORE_EVENT_NONE;
   EXPECT_THAT(lumio_kevent_init("first"), NotNull());
+}
+
+// A display may be connected, and input events may be brought up, when the library is in the main loop already.
+TEST_F(KeventInit, LaterOnesDoNotMissWhatEcoreHasBroughtUpSince) {
+  HushEfl({"eina_safety"});
+  const int generic = std::exchange(ECORE_X_EVENT_GENERIC, ECORE_EVENT_NONE);
+  const int key_down = std::exchange(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_NONE);
+  const int key_up = std::exchange(ECORE_EVENT_KEY_UP, ECORE_EVENT_NONE);
+  EXPECT_THAT(lumio_kevent_init("first"), NotNull());
+  ECORE_X_EVENT_GENERIC = generic;
+  ECORE_EVENT_KEY_DOWN = key_down;
+  ECORE_EVENT_KEY_UP = key_up;
+  journal.clear();
+  ClearLog();
+  EXPECT_THAT(lumio_kevent_init("second"), NotNull());
+  EXPECT_THAT(TakeLog(), IsEmpty());
+  EXPECT_THAT(journal, IsEmpty());
 }
 
 TEST_F(KeventInit, WorksWithoutEcore) {
@@ -473,7 +491,9 @@ TEST_P(KeventHandlerDelAt, RemovesThisHandlerOnly) {
   expected.emplace_back("d");
   Press();
   EXPECT_EQ(Asked(), expected);
-  lumio_kevent_fini(kevent); // walks the domain's own list
+  ClearLog();
+  lumio_kevent_fini(kevent); // walks the domain's own list, and finds nothing on it that is gone
+  EXPECT_THAT(TakeLog(), IsEmpty());
   Press();
   EXPECT_THAT(Asked(), IsEmpty());
 }

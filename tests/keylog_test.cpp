@@ -28,24 +28,22 @@ std::string Line(const std::string &message, const std::string &function = "_key
 }
 
 std::string Asked(const std::string &domain, const std::string &key, const std::string &kind) {
-  return Line("[" + domain + "] " + key + " key " + kind + " handling....", "_dispatch_to_list");
+  return Line("[" + domain + "] " + key + " key " + kind + " handling....");
 }
 
 std::string Taken(const std::string &domain, const std::string &key, const std::string &kind, int priority,
                   int source_type = 0) {
   return Line(key + " key [type: " + std::to_string(source_type) + "]  " + kind + " was handled by [" + domain +
-                  "], priority[" + std::to_string(priority) + "].",
-              "_dispatch_to_list");
+              "], priority[" + std::to_string(priority) + "].");
 }
 
-const std::string kNoAgingKey = Line("vconf_get_int fail..", "_is_aging");
-const std::string kTimed = Line("key timestamp = 1.000000", "_is_fresh") +
-                           Line("timestamp_init = 1.000000, app_cb_time_init = 9.000000", "_is_fresh") +
-                           Line("cur = 10.000000", "_is_fresh");
+const std::string kNoAgingKey = Line("vconf_get_int fail..");
+const std::string kTimed = Line("key timestamp = 1.000000") +
+                           Line("timestamp_init = 1.000000, app_cb_time_init = 9.000000") + Line("cur = 10.000000");
 const std::string kStale =
     Line("key ignored. dblKeyTimeStamp[1.000000], timestamp_init[1.000000], ignore_threshold[2.000000]") +
     Line("timestamp_last_handled_key_down[9.000000], timestamp_last_handled_key_up[0.000000], current time[10.000000]");
-const std::string kFlagsCleared = Line("invalidate cachelist...", "_invalidate_cache_list");
+const std::string kFlagsCleared = Line("invalidate cachelist...");
 
 struct Output {
   std::vector<std::string> keys;

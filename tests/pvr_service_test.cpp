@@ -411,7 +411,6 @@ void ExitInACallback() {
 }
 
 TEST(PvrServiceDeathTest, IsJoinedWhenTheProcessExits) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(ExitWhileACallbackRuns(), testing::ExitedWithCode(0), "^the callback ended\n$");
   EXPECT_EXIT(ExitInACallback(), testing::ExitedWithCode(7), "");
 }

@@ -130,6 +130,7 @@ protected:
   }
   ~Pvr() override {
     EXPECT_FALSE(AnyLockHeld());
+    EXPECT_THAT(LogLines(), Each(Field(&LogLine::lock_held, true)));
     EXPECT_THAT(LogLines(), Each(Field(&LogLine::function, AnyOf(Kind::kRegisterFunction, Kind::kUnregisterFunction,
                                                                  Kind::kTrampolineFunction))));
   }
@@ -199,6 +200,14 @@ TYPED_TEST(Pvr, TheFirstCallbackConnectsAndJoins) {
   EXPECT_THAT(LogMessages(),
               ElementsAre("16 m_moduleName is guide register, function point is [" + Shown(this->callbacks[0]) + "]"));
   EXPECT_THAT(TypeParam::Map(), ElementsAre(Pair(this->callbacks[0], this->user_data)));
+}
+
+// It is joined before the first callback is there, and left when the last one is gone.
+TYPED_TEST(Pvr, TheServiceIsCalledWhileNobodyIsRegistered) {
+  fake_pvr.on_call = [] { EXPECT_THAT(TypeParam::Map(), IsEmpty()); };
+  this->Register(this->callbacks[0]);
+  this->Unregister(this->callbacks[0]);
+  EXPECT_THAT(fake_pvr.calls, ElementsAre(this->connect, this->join, this->leave));
 }
 
 TYPED_TEST(Pvr, TheNextCallbackNeedsNoService) {
@@ -271,6 +280,7 @@ TYPED_TEST(Pvr, ShortMemoryPassesThroughAndGivesTheLockBack) {
   FailEachAllocation(
       [&] {
         thrown = false;
+        this->Forget();
         try {
           this->Register(this->callbacks[0]);
         } catch (const std::bad_alloc &) {
@@ -282,6 +292,8 @@ TYPED_TEST(Pvr, ShortMemoryPassesThroughAndGivesTheLockBack) {
         EXPECT_TRUE(thrown);
         EXPECT_FALSE(AnyLockHeld());
         EXPECT_THAT(TypeParam::Map(), IsEmpty());
+        EXPECT_THAT(LogMessages(), SizeIs(1));                               // of the registration, before it is made
+        EXPECT_THAT(fake_pvr.calls, ElementsAre(this->connect, this->join)); // and nothing is undone
       });
   EXPECT_EQ(failures, 1);
   EXPECT_THAT(TypeParam::Map(), SizeIs(1));
@@ -462,6 +474,22 @@ TEST(PvrState, TheServiceHearsWhetherAnybodyWasTold) {
 }
 
 // --- The lock --------------------------------------------------------------------------------------------------------
+
+// Another thread registers the callback while an operation is about to take the lock.
+TYPED_TEST(Pvr, TheMapsAreLookedAtUnderTheLockOnly) {
+  const auto callback = this->callbacks[0];
+  const auto register_first = [callback] { TypeParam::Map()[callback] = nullptr; };
+  BeforeNextLock(register_first);
+  EXPECT_EQ(this->Unregister(callback), 0);
+  this->Forget();
+  BeforeNextLock(register_first);
+  EXPECT_EQ(this->Register(callback), -2);
+  EXPECT_THAT(fake_pvr.calls, IsEmpty());
+  TypeParam::Map().clear();
+  BeforeNextLock(register_first);
+  EXPECT_NE(this->Send(TypeParam::Trampoline(), &this->module), false);
+  EXPECT_THAT(g_calls, SizeIs(1));
+}
 
 TYPED_TEST(Pvr, TheFirstOperationCreatesTheLockAndEachTakesIt) {
   EXPECT_FALSE(pvrMutex.IsCreated());

@@ -791,7 +791,6 @@ void ExitWhileACallbackRuns(IPESDataSubscriber &pes) {
 using TvServiceDeathTest = TvService;
 
 TEST_F(TvServiceDeathTest, IsJoinedWhenTheProcessExits) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(ExitWhileACallbackRuns(*pes), testing::ExitedWithCode(0), "^the callback ended\n$");
 }
 

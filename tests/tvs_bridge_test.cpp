@@ -158,11 +158,11 @@ TEST(TvsRecords, HaveTheirFieldsInOrder) {
   EXPECT_EQ(offsetof(TSignalEvent, signalData), 4U);
   EXPECT_EQ(offsetof(TSignalEvent, profile), 12U);
   EXPECT_EQ(offsetof(TSignalEvent, screenId), 16U);
-  EXPECT_EQ(offsetof(TSignalEvent, userData), 24U);
+  EXPECT_EQ(offsetof(TSignalEvent, userData), 16 + sizeof(void *));
   EXPECT_EQ(offsetof(TProgramEvent, changeType), 0U);
   EXPECT_EQ(offsetof(TProgramEvent, arg), 4U);
   EXPECT_EQ(offsetof(TProgramEvent, programData), 8U);
-  EXPECT_EQ(offsetof(TProgramEvent, handle), 16U);
+  EXPECT_EQ(offsetof(TProgramEvent, handle), 8 + sizeof(void *));
   EXPECT_EQ(sizeof(TPesEvent), sizeof(void *));
   EXPECT_EQ(sizeof(TCaptionEvent), sizeof(void *));
 }

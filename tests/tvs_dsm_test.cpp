@@ -387,7 +387,6 @@ TEST_F(TvsDsm, CallsACallbackThatIsNull) {
   b.DetachDsm(1); // files a copy without a callback
   Attach(b, OnDsm<'b'>);
   EXPECT_EQ(CopyOf("b")->m_dsmCallback, nullptr);
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(Notify(101), "");
 }
 

@@ -461,7 +461,6 @@ TEST_F(TvsProgram, CallsACallbackThatIsNull) {
   WithCallback("other");
   Module module("mod");
   SubscribeItem(module, m_handle);
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
       {
         Notify(100);

@@ -23,6 +23,7 @@ using testing::Field;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
+using testing::StartsWith;
 
 // The application's part of the header.
 enum ELUMIO_STATE : int { kStarting = 0, kRunning = 7, kLowest = INT_MIN, kHighest = INT_MAX };
@@ -58,7 +59,10 @@ const char kMissing[] = "16 registered did not exist, should not unregister";
 
 class ViewerState : public testing::Test {
 protected:
-  ~ViewerState() override { EXPECT_FALSE(AnyLockHeld()); }
+  ~ViewerState() override {
+    EXPECT_FALSE(AnyLockHeld());
+    EXPECT_THAT(LogLines(), Each(Field(&LogLine::lock_held, true)));
+  }
 
   // Tells a state, with nothing recorded before it.
   void Tell(ELUMIO_STATE state = kRunning) {
@@ -227,6 +231,7 @@ TEST_F(ViewerState, ShortMemoryPassesThroughAndGivesTheLockBack) {
   FailEachAllocation(
       [&] {
         thrown = false;
+        ClearLog();
         try {
           long_name.RegisterLumioStateChangeCb(Noted<1>, nullptr);
         } catch (const std::bad_alloc &) {
@@ -236,6 +241,7 @@ TEST_F(ViewerState, ShortMemoryPassesThroughAndGivesTheLockBack) {
       [&](int) {
         EXPECT_TRUE(thrown);
         EXPECT_FALSE(AnyLockHeld());
+        EXPECT_THAT(LogMessages(), ElementsAre(StartsWith("16 m_moduleName is nnn"))); // before anything is inserted
         half_registered.push_back(g_callbacks.size());
         EXPECT_THAT(g_requesters, IsEmpty());
         Tell();
@@ -311,6 +317,22 @@ TEST_F(ViewerState, UnregisteringACallbackWithoutARequesterFailsButErasesIt) {
 }
 
 // --- The lock --------------------------------------------------------------------------------------------------------
+
+// Another thread registers the callback while an operation is about to take the lock.
+TEST_F(ViewerState, TheMapsAreLookedAtUnderTheLockOnly) {
+  const auto register_first = [] {
+    g_callbacks[Noted<1>] = nullptr;
+    g_requesters[Noted<1>] = "another thread";
+  };
+  BeforeNextLock(register_first);
+  EXPECT_TRUE(module.UnregisterLumioStateChangeCb(Noted<1>));
+  BeforeNextLock(register_first);
+  EXPECT_FALSE(module.RegisterLumioStateChangeCb(Noted<1>, nullptr));
+  g_callbacks.clear();
+  BeforeNextLock(register_first);
+  Tell();
+  EXPECT_THAT(g_calls, SizeIs(1));
+}
 
 TEST_F(ViewerState, TheFirstOperationCreatesTheLockAndEachTakesIt) {
   EXPECT_FALSE(viewerMutex.IsCreated());

@@ -74,7 +74,7 @@ public:
    */
   static void HandleStateChanged(ELUMIO_STATE state);
 
-  std::string m_moduleName; ///< the module's name; read by each registration
+  std::string m_moduleName; ///< the module's name; read by each registration, logged by each unregistration
 
   static std::map<StateChangedCallback, void *> m_StateChangedCBMap; ///< user data; guarded by `viewerMutex`
   static std::map<StateChangedCallback, std::string>

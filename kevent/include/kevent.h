@@ -9,6 +9,12 @@
  * there. The application initialises EFL (`ecore_init`, `ecore_event_init` and, where there is a display,
  * `ecore_x_init`) before the first `lumio_kevent_init` and keeps it initialised.
  *
+ * Not every key reaches the handlers. Presses beyond two key events between two idle moments of the main loop are
+ * swallowed. Presses that were queued while the application was not ready are dropped, and with them the releases whose
+ * key names do not begin with 'X'. While the vconf key "db/FactoryApp/Aging" is 1, no key is looked at. A key that is
+ * dispatched, or swallowed, is not handed to Ecore handlers that were added after the library's own, whether or not a
+ * handler consumes it; all others are.
+ *
  * A handler may do anything from inside its callback: delete itself or any other handler, close any domain, its own
  * included, add handlers anywhere, run a nested main loop. What is deleted during a dispatch is not called any more,
  * and is released when the outermost dispatch ends.
@@ -50,11 +56,12 @@ typedef int (*lumio_kevent_cb)(lumio_kevent *kevent, lumio_kevent_type type, voi
  * Opens a domain. The first one also installs the library in the Ecore main loop, where it stays until the process
  * ends.
  *
- * Every call forgets when keys were last seen, also for the other domains: the next press counts as the first one.
- * Several domains may have the same name.
+ * Every call that succeeds forgets when keys were last seen, also for the other domains: the next press counts as the
+ * first one. Several domains may have the same name.
  *
  * @param domain  name for log messages; copied
- * @return the domain, to be closed with `lumio_kevent_fini`; null when `domain` is null or memory is short
+ * @return the domain, to be closed with `lumio_kevent_fini`; null, with a log message, when `domain` is null or memory
+ * is short
  */
 lumio_kevent *lumio_kevent_init(const char *domain);
 
@@ -62,7 +69,8 @@ lumio_kevent *lumio_kevent_init(const char *domain);
  * Closes a domain and deletes its handlers.
  *
  * During a dispatch the domain is only marked, and its handlers keep receiving keys until the dispatch has ended. A
- * handle that is null, foreign or already closed is refused with a log message.
+ * handle that is null, foreign or already closed is refused with a log message, unless a new domain has got its
+ * address.
  *
  * Once a press has been ignored for its age, deletions are marked only, for the rest of the process: marked handlers
  * are not called, the handlers of a marked domain are.
@@ -91,7 +99,7 @@ lumio_kevent_handler *lumio_kevent_handler_add(lumio_kevent *kevent, lumio_keven
  * Deletes a handler.
  *
  * During a dispatch it is marked, which is enough that it is not called any more. A handle that is null, foreign or
- * already deleted is refused with a log message.
+ * already deleted is refused with a log message, unless a new handler has got its address.
  *
  * @param handler  the handler
  */

@@ -54,6 +54,12 @@ constexpr int kTraceMark = 666;           // the platform's prctl option for use
 constexpr int kVirtualCoreKeyboard = 3;   // fixed by the X server
 constexpr int kEventMaskLength = 3;       // bytes, enough for XI_HierarchyChanged
 
+// What helpers log, they log in the name of the callback or step that they are part of: log filters know these names.
+constexpr char kKeyCallback[] = "_key_cb";
+constexpr char kDeviceCallback[] = "_cb_event_generic";
+constexpr char kDeviceSearch[] = "get_id_for_known_devices";
+constexpr char kDeviceSetup[] = "init_x_input_extension";
+
 struct KeventManager {
   int ref_count;
   Ecore_Event_Handler *generic_handler;
@@ -187,11 +193,12 @@ XIDeviceInfo *_query_device(int device_id, int *count) {
   return devices;
 }
 
-template <size_t N> void _learn(const XIDeviceInfo &device, const KnownDevice (&known_devices)[N]) {
+template <size_t N>
+void _learn(const char *function, const XIDeviceInfo &device, const KnownDevice (&known_devices)[N]) {
   for (const KnownDevice &known : known_devices) {
     if (strcasestr(device.name, known.name)) {
       input_device_info.*known.id = device.deviceid;
-      LUMIO_LOG(kTrace, "%s.. saving device id : %d..", known.found, device.deviceid);
+      LUMIO_LOG_FOR(function, kTrace, "%s.. saving device id : %d..", known.found, device.deviceid);
       return;
     }
   }
@@ -206,9 +213,9 @@ void get_id_for_known_devices() {
   }
   for (int i = 0; i < count; ++i) {
     if (devices[i].use == XISlaveKeyboard) {
-      _learn(devices[i], kSlaveKeyboards);
+      _learn(kDeviceSearch, devices[i], kSlaveKeyboards);
     } else {
-      _learn(devices[i], kOtherDevices);
+      _learn(kDeviceSearch, devices[i], kOtherDevices);
     }
   }
   XIFreeDeviceInfo(devices);
@@ -224,9 +231,9 @@ void _learn_first_device() {
     return;
   }
   if (devices[0].use == XISlaveKeyboard) {
-    _learn(devices[0], kPluggedSlaveKeyboards);
+    _learn(kDeviceCallback, devices[0], kPluggedSlaveKeyboards);
   } else {
-    _learn(devices[0], kOtherDevices);
+    _learn(kDeviceCallback, devices[0], kOtherDevices);
   }
   XIFreeDeviceInfo(devices);
 }
@@ -284,8 +291,8 @@ void _device_changed(const XIDeviceChangedEvent *event) {
   if (event->deviceid != input_device_info.virtual_core_keyboard_id) {
     return;
   }
-  LUMIO_LOG(kTrace, "sourceid:%d,advanceed_touch_dev_id:%d,hwkeys_dev_id:%d,", event->sourceid,
-            input_device_info.advanced_touch_dev_id, input_device_info.hwkeys_dev_id);
+  LUMIO_LOG_FOR(kDeviceCallback, kTrace, "sourceid:%d,advanceed_touch_dev_id:%d,hwkeys_dev_id:%d,", event->sourceid,
+                input_device_info.advanced_touch_dev_id, input_device_info.hwkeys_dev_id);
   g_kmgr.source_type = _source_type(event->sourceid);
 }
 
@@ -321,7 +328,7 @@ bool _select_device_events() {
     mask.mask = static_cast<unsigned char *>(calloc(kEventMaskLength, 1));
   }
   if (!mask.mask) {
-    LUMIO_LOG(kError, "calloc failed");
+    LUMIO_LOG_FOR(kDeviceSetup, kError, "calloc failed");
     return false;
   }
   mask.deviceid = XIAllDevices;
@@ -408,7 +415,7 @@ bool _is_zero(double seconds) { return std::fabs(seconds) < kZero; }
 bool _is_aging() {
   int value = 0;
   if (vconf_get_int("db/FactoryApp/Aging", &value) != 0) {
-    LUMIO_LOG(kError, "vconf_get_int fail..");
+    LUMIO_LOG_FOR(kKeyCallback, kError, "vconf_get_int fail..");
     value = 0;
   }
   return value == 1;
@@ -417,32 +424,34 @@ bool _is_aging() {
 // A press that is older than the application's readiness is dropped, unless a release was handled since the last one.
 bool _is_suspect_accepted(double key_ts, double age, double cur) {
   if (g_kmgr.last_handled_is_down == 1) {
-    LUMIO_LOG(kError, "key ignored. dblKeyTimeStamp[%lf], timestamp_init[%lf], ignore_threshold[%lf]", key_ts,
-              g_kmgr.timestamp_init, g_kmgr.ignore_threshold);
-    LUMIO_LOG(kError, "timestamp_last_handled_key_down[%lf], timestamp_last_handled_key_up[%lf], current time[%lf]",
-              g_kmgr.timestamp_last_handled_key_down, g_kmgr.timestamp_last_handled_key_up, cur);
+    LUMIO_LOG_FOR(kKeyCallback, kError, "key ignored. dblKeyTimeStamp[%lf], timestamp_init[%lf], ignore_threshold[%lf]",
+                  key_ts, g_kmgr.timestamp_init, g_kmgr.ignore_threshold);
+    LUMIO_LOG_FOR(kKeyCallback, kError,
+                  "timestamp_last_handled_key_down[%lf], timestamp_last_handled_key_up[%lf], current time[%lf]",
+                  g_kmgr.timestamp_last_handled_key_down, g_kmgr.timestamp_last_handled_key_up, cur);
     return false;
   }
   if (age < cur - g_kmgr.timestamp_last_handled_key_down) {
-    LUMIO_LOG(kError, "key ignored..");
+    LUMIO_LOG_FOR(kKeyCallback, kError, "key ignored..");
     return false;
   }
-  LUMIO_LOG(kError, "do not ignore key..");
+  LUMIO_LOG_FOR(kKeyCallback, kError, "do not ignore key..");
   return true;
 }
 
 // Drops presses that were queued while the application was not ready: those whose age on the X server's clock is below
 // the time that has passed here since the first press.
 bool _is_fresh(double key_ts, double cur) {
-  LUMIO_LOG(kTrace, "key timestamp = %lf", key_ts);
-  LUMIO_LOG(kTrace, "timestamp_init = %lf, app_cb_time_init = %lf", g_kmgr.timestamp_init, g_kmgr.app_cb_time_init);
-  LUMIO_LOG(kTrace, "cur = %lf", cur);
+  LUMIO_LOG_FOR(kKeyCallback, kTrace, "key timestamp = %lf", key_ts);
+  LUMIO_LOG_FOR(kKeyCallback, kTrace, "timestamp_init = %lf, app_cb_time_init = %lf", g_kmgr.timestamp_init,
+                g_kmgr.app_cb_time_init);
+  LUMIO_LOG_FOR(kKeyCallback, kTrace, "cur = %lf", cur);
   if (_is_zero(g_kmgr.timestamp_init) && _is_zero(g_kmgr.app_cb_time_init)) {
-    LUMIO_LOG(kError, "init timestamp");
+    LUMIO_LOG_FOR(kKeyCallback, kError, "init timestamp");
     g_kmgr.timestamp_init = key_ts;
     g_kmgr.app_cb_time_init = cur;
   } else if (_is_zero(g_kmgr.ignore_threshold)) {
-    LUMIO_LOG(kError, "reset threshold");
+    LUMIO_LOG_FOR(kKeyCallback, kError, "reset threshold");
     g_kmgr.ignore_threshold = (cur - g_kmgr.app_cb_time_init) - kThresholdMargin;
   }
   const double age = key_ts - g_kmgr.timestamp_init;
@@ -465,7 +474,7 @@ bool _accept_press(const Ecore_Event_Key *key, double cur) {
 bool _accept_release(const char *key_name) {
   g_kmgr.generic_event_seen = 0;
   if (g_kmgr.press_ignored && key_name[0] != 'X') {
-    LUMIO_LOG(kTrace, "key released ignored");
+    LUMIO_LOG_FOR(kKeyCallback, kTrace, "key released ignored");
     return false;
   }
   return true;
@@ -484,10 +493,10 @@ bool _dispatch_to_list(int priority, lumio_kevent_type type, const char *kind, v
     if (!_wants(handler, type)) {
       continue;
     }
-    LUMIO_LOG(kTrace, "[%s] %s key %s handling....", handler->kevent->name, key_name, kind);
+    LUMIO_LOG_FOR(kKeyCallback, kTrace, "[%s] %s key %s handling....", handler->kevent->name, key_name, kind);
     if (handler->cb(handler->kevent, handler->type, event, handler->data) == 0) {
-      LUMIO_LOG(kError, "%s key [type: %d]  %s was handled by [%s], priority[%d].", key_name, g_kmgr.source_type, kind,
-                handler->kevent->name, priority);
+      LUMIO_LOG_FOR(kKeyCallback, kError, "%s key [type: %d]  %s was handled by [%s], priority[%d].", key_name,
+                    g_kmgr.source_type, kind, handler->kevent->name, priority);
       return true;
     }
   }
@@ -521,7 +530,7 @@ void _invalidate_cache_list() {
   if (!g_cache_list) {
     return;
   }
-  LUMIO_LOG(kError, "invalidate cachelist...");
+  LUMIO_LOG_FOR(kKeyCallback, kError, "invalidate cachelist...");
   for (bool *flag : *g_cache_list) {
     if (flag) {
       *flag = false;
@@ -581,20 +590,6 @@ Eina_Bool _enterer_cb(void *) {
   return ECORE_CALLBACK_RENEW;
 }
 
-void _kevent_manager_init() {
-  if (!g_kmgr.generic_handler) {
-    g_kmgr.generic_handler = ecore_event_handler_add(ECORE_X_EVENT_GENERIC, _cb_event_generic, nullptr);
-  }
-  if (!g_kmgr.key_down_handler) {
-    g_kmgr.key_down_handler = ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, _key_cb, nullptr);
-    g_kmgr.key_up_handler = ecore_event_handler_add(ECORE_EVENT_KEY_UP, _key_cb, nullptr);
-  }
-  if (!g_kmgr.idle_enterer) {
-    g_kmgr.idle_enterer = ecore_idle_enterer_add(_enterer_cb, nullptr);
-  }
-  init_x_input_extension();
-}
-
 // An event type that Ecore does not know, because the application has not brought up the part of Ecore that it belongs
 // to, cannot be handled and need not be.
 bool _is_handled(const Ecore_Event_Handler *handler, int ecore_type) {
@@ -606,6 +601,22 @@ bool _is_installed() {
   return _is_handled(g_kmgr.generic_handler, ECORE_X_EVENT_GENERIC) &&
          _is_handled(g_kmgr.key_down_handler, ECORE_EVENT_KEY_DOWN) &&
          _is_handled(g_kmgr.key_up_handler, ECORE_EVENT_KEY_UP) && (g_kmgr.idle_enterer || !g_kmgr.key_down_handler);
+}
+
+// Returns whether all that makes keys arrive is there.
+bool _kevent_manager_init() {
+  if (!g_kmgr.generic_handler) {
+    g_kmgr.generic_handler = ecore_event_handler_add(ECORE_X_EVENT_GENERIC, _cb_event_generic, nullptr);
+  }
+  if (!g_kmgr.key_down_handler) {
+    g_kmgr.key_down_handler = ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, _key_cb, nullptr);
+    g_kmgr.key_up_handler = ecore_event_handler_add(ECORE_EVENT_KEY_UP, _key_cb, nullptr);
+  }
+  if (!g_kmgr.idle_enterer) {
+    g_kmgr.idle_enterer = ecore_idle_enterer_add(_enterer_cb, nullptr);
+  }
+  init_x_input_extension();
+  return _is_installed();
 }
 
 void _delete_ecore_handlers() {
@@ -684,11 +695,10 @@ lumio_kevent *lumio_kevent_init(const char *domain) {
     LUMIO_LOG(kError, "Domain is not exist");
     return nullptr;
   }
-  if (g_kmgr.ref_count == 0) {
-    _kevent_manager_init();
-  }
+  // Once installed is enough: a part of Ecore that the application brings up later makes no domain fail.
+  const bool installed = g_kmgr.ref_count != 0 || _kevent_manager_init();
   ++g_kmgr.ref_count;
-  lumio_kevent *kevent = _is_installed() ? _open_domain(domain) : nullptr;
+  lumio_kevent *kevent = installed ? _open_domain(domain) : nullptr;
   if (!kevent) {
     LUMIO_LOG(kError, "calloc failed");
     _kevent_manager_fini();

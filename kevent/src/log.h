@@ -12,10 +12,13 @@ enum LogPriority { kTrace = 2, kError = 16 };
 
 #define LUMIO_LOG(priority, format, ...) LUMIO_LOG_FOR(__func__, priority, format, ##__VA_ARGS__)
 
-// Logs in the name of another function: for what several exported functions share.
+// The source file's name without its folders. Compilers have a macro for it, but not those of older televisions.
+#define LUMIO_FILE (__builtin_strrchr("/" __FILE__, '/') + 1)
+
+// Logs in the name of another function: for what several functions share that log filters know.
 //
 // The function and the line stand twice: the platform's log viewer splits a message at the '>' and shows either half
 // alone.
 #define LUMIO_LOG_FOR(function, priority, format, ...)                                                                 \
-  __dlog_print(0, priority, "lumio-kevent", "%s: %s(%d) > [%s:%d] " format "\n", __FILE_NAME__, function, __LINE__,    \
+  __dlog_print(0, priority, "lumio-kevent", "%s: %s(%d) > [%s:%d] " format "\n", LUMIO_FILE, function, __LINE__,       \
                function, __LINE__, ##__VA_ARGS__)

@@ -7,7 +7,4 @@
 
 // Expects that `statement` ends the process with the C library's message for the assertion `text`.
 #define EXPECT_ASSERTION(statement, text)                                                                              \
-  do {                                                                                                                 \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                                                                    \
-    EXPECT_DEATH(statement, testing::HasSubstr("Assertion `" + std::string(text) + "' failed."));                      \
-  } while (false)
+  EXPECT_DEATH(statement, testing::HasSubstr("Assertion `" + std::string(text) + "' failed."))

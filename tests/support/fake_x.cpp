@@ -27,7 +27,7 @@ XIDeviceInfo Describe(const FakeDevice &device, DeviceList *list) {
   }
   classes.push_back(&list->other_classes.emplace_back(XIAnyClassInfo{XIButtonClass, device.id}));
   std::string &name = list->names.emplace_back(device.name);
-  return {device.id, name.data(), device.use, 0, True, static_cast<int>(classes.size()), classes.data()};
+  return {device.id, name.data(), device.use, 0, device.enabled, static_cast<int>(classes.size()), classes.data()};
 }
 
 } // namespace

@@ -19,6 +19,7 @@ struct FakeDevice {
   std::string name;
   int use;
   std::vector<int> key_sources = {}; // the sources of its key classes; a class of another type follows them
+  bool enabled = true;
 };
 
 struct FakeX {
