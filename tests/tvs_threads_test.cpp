@@ -13,12 +13,6 @@
 #include "fake_tv_service.h"
 #include "loop.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#else
-#define SANITIZED 0
-#endif
-
 // Nobody reads a million log lines.
 extern "C" int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
 
@@ -27,10 +21,10 @@ namespace {
 using Module = CTVServiceSubscriber;
 
 constexpr int kThreads = 4;
-constexpr int kNotifications = (SANITIZED ? 60000 : 1000000) / kThreads; // of each thread
-constexpr int kLast = 600;                                               // of each thread, when all is calm again
-constexpr int kAtATime = 1000; // before a thread waits for the main loop, to bound the memory
-constexpr int kRounds = SANITIZED ? 60 : 300;
+constexpr int kNotifications = 1000000 / kThreads; // of each thread
+constexpr int kLast = 600;                         // of each thread, when all is calm again
+constexpr int kAtATime = 1000;                     // before a thread waits for the main loop, to bound the memory
+constexpr int kRounds = 300;
 
 // The four kinds that go over the main loop are one way, since their order is kept.
 enum Way { kMainLoop, kSection, kDsm, kWays };
