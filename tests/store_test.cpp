@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <lmdb.h>
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,6 +21,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <deque>
 #include <fstream>
 #include <list>
 #include <optional>
@@ -179,7 +181,8 @@ TEST_F(Store, DoesWithoutTheUsersDirectories) {
   EXPECT_EQ(FileOf("memory/a"), "/dev/shm/lumio-memory-" + std::to_string(geteuid()) + "/data.mdb");
   EXPECT_EQ(FileOf("db/a"), "/home/me/.local/share/lumio/db/data.mdb");
   unsetenv("HOME");
-  EXPECT_EQ(FileOf("db/a"), std::string(getpwuid(geteuid())->pw_dir) + "/.local/share/lumio/db/data.mdb");
+  const passwd *user = getpwuid(geteuid());
+  EXPECT_EQ(FileOf("db/a"), (user == nullptr ? "" : std::string(user->pw_dir)) + "/.local/share/lumio/db/data.mdb");
 }
 
 TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
@@ -195,6 +198,43 @@ TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
   EXPECT_EQ(Value(Key("a")), 1);
 }
 
+// For the rest of the process, which leaves the directory to that user.
+void BecomeAnOrdinaryUser(const std::string &directory) {
+  constexpr uid_t kNobody = 65534;
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(directory.c_str(), kNobody, kNobody), 0);
+    ASSERT_EQ(setegid(kNobody), 0);
+    ASSERT_EQ(seteuid(kNobody), 0);
+  }
+}
+
+TEST_P(EachStore, AnUnwritableDirectoryIsToldAndLosesNothing) {
+  Child child([&] {
+    const std::string directory = directory_ / "", data = Files() + "/data.mdb";
+    const auto expect_told = [&] {
+      EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 9), 0); }),
+                  HasSubstr("cannot set " + Key("a") + ": " + Files() + ": Permission denied\n"));
+      EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Value(Key("a")), std::nullopt); }),
+                  HasSubstr("cannot get " + Key("a") + ": " + Files() + ": Permission denied\n"));
+    };
+    ASSERT_NO_FATAL_FAILURE(BecomeAnOrdinaryUser(directory));
+    ASSERT_EQ(chmod(directory.c_str(), 0500), 0);
+    expect_told();
+    ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+    ASSERT_EQ(chmod(data.c_str(), 0400), 0);
+    ASSERT_EQ(chmod(Files().c_str(), 0500), 0);
+    EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0); // what is open stays in use
+    EXPECT_EQ(Value(Key("a")), 2);
+    store::Close();
+    expect_told();
+    ASSERT_EQ(chmod(data.c_str(), 0600), 0);
+    EXPECT_EQ(Value(Key("a")), 2);
+    EXPECT_EQ(chmod(Files().c_str(), 0700), 0); // so that it can be removed
+  });
+  EXPECT_TRUE(child.Succeeds());
+}
+
 TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
   std::filesystem::create_directories(directory_ / "store");
   if (geteuid() == 0) {
@@ -204,7 +244,31 @@ TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
     std::filesystem::create_symlink("/usr", Files());
   }
   EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0); }),
-              HasSubstr("Operation not permitted"));
+              HasSubstr("cannot set " + Key("a") + ": " + Files() + ": it belongs to another user\n"));
+}
+
+// Or what the program prints would land there.
+TEST_P(EachStore, ItsFilesNeverTakeThePlaceOfStandardStreams) {
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  Child child([&] {
+    const int output = fcntl(STDOUT_FILENO, F_DUPFD, 10), errors = fcntl(STDERR_FILENO, F_DUPFD, 10);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      close(stream);
+    }
+    const std::optional<int> old = Value(Key("a"));
+    const int code = vconf_set_int(Key("a").c_str(), 2);
+    int taken = 0;
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      taken += fcntl(stream, F_GETFD) < 0 ? 0 : 1;
+    }
+    dup2(output, STDOUT_FILENO);
+    dup2(errors, STDERR_FILENO);
+    EXPECT_EQ(old, 1);
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(taken, 0);
+  });
+  EXPECT_TRUE(child.Succeeds());
+  EXPECT_EQ(Value(Key("a")), 2);
 }
 
 TEST_P(EachStore, RefusesAFileThatIsNotAStore) {
@@ -223,6 +287,29 @@ TEST_P(EachStore, BeginsAgainWhereACreatorWasKilled) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   EXPECT_FALSE(std::filesystem::exists(Files() + "/data.mdb.new"));
   EXPECT_FALSE(std::filesystem::exists(Files() + "/lock.mdb.new"));
+}
+
+// The power may go after each acknowledged write.
+TEST_F(Store, AcknowledgesAWriteToDbWhenItIsOnTheDisk) {
+  const auto expect_synced = [&] {
+    for (const char *name : {"", "store", "store/db", "store/db/data.mdb"}) {
+      EXPECT_TRUE(IsSynced(directory_ / name)) << name;
+    }
+  };
+  EXPECT_EQ(vconf_set_int("db/a", 1), 0);
+  expect_synced();
+  EXPECT_EQ(vconf_set_int("db/a", 2), 0);
+  expect_synced();
+  EXPECT_EQ(store::Unset("db/a"), 0);
+  expect_synced();
+  store::Close();
+  EXPECT_EQ(vconf_set_int("db/a", 3), 0);
+  expect_synced();
+}
+
+TEST_F(Store, DoesNotWaitForTheDiskWithWhatEndsWithTheSession) {
+  EXPECT_EQ(vconf_set_int("memory/a", 1), 0);
+  EXPECT_FALSE(IsSynced(directory_ / "store/memory/data.mdb"));
 }
 
 // A full store.
@@ -614,6 +701,47 @@ TEST_F(Store, PagesOfAKilledReaderAreTakenBack) {
   EXPECT_EQ(Value("memory/a"), value + 100);
 }
 
+// Takes as many of the acknowledgements as asked for and returns the last one.
+int ReceiveSome(Pipe *acknowledged, unsigned count) {
+  int last = 0;
+  for (; count > 0; --count) {
+    EXPECT_TRUE(acknowledged->Receive(&last));
+  }
+  return last;
+}
+
+TEST_P(EachStore, WritersAndReadersKilledAmongOthersLoseNothingAcknowledged) {
+  constexpr size_t kWriters = 3;
+  constexpr int kMost = 200; // which do not fill the store while the reader holds on to every page
+  std::mt19937 random(1);
+  for (int round = 0; round < 10; ++round) {
+    StartAfresh();
+    EXPECT_EQ(vconf_set_int(Key("mine").c_str(), round), 0);
+    StuckIntruder reader(Files(), [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(MDB_RDONLY), 0); });
+    std::deque<Pipe> pipes;
+    std::deque<Child> writers;
+    for (size_t i = 0; i < kWriters; ++i) {
+      Pipe *acknowledged = &pipes.emplace_back();
+      writers.emplace_back([&, i] { Count(Key(std::to_string(i)), acknowledged, kMost); });
+      acknowledged->CloseSender();
+    }
+    std::vector<int> last(kWriters);
+    for (size_t killed = 0; killed < kWriters; ++killed) {
+      for (size_t i = killed; i < kWriters; ++i) { // those that are left go on
+        last[i] = ReceiveSome(&pipes[i], 1 + random() % 20);
+      }
+      writers[killed].Kill();
+      reader.Kill();
+      while (pipes[killed].Receive(&last[killed])) {
+      }
+    }
+    for (size_t i = 0; i < kWriters; ++i) {
+      EXPECT_THAT(Value(Key(std::to_string(i))).value_or(0), AllOf(Ge(last[i]), Le(last[i] + 1)));
+    }
+    EXPECT_EQ(Value(Key("mine")), round);
+  }
+}
+
 TEST_P(EachStore, ToleratesWhatIsNoInteger) {
   EXPECT_EQ(vconf_set_int(Key("b").c_str(), 1), 0);
   Child child([&] { Intruder(Files()).Put(Key("a"), "text"); });
@@ -625,6 +753,7 @@ TEST_P(EachStore, ToleratesWhatIsNoInteger) {
               HasSubstr(": the value is not an integer\n"));
   std::vector<std::pair<std::string, int>> entries;
   EXPECT_EQ(store::List(Key(""), &entries), store::kNotInteger);
+  EXPECT_THAT(entries, testing::Contains(std::make_pair(Key("b"), 1)));
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
   EXPECT_EQ(Value(Key("a")), 2);
 }
@@ -679,6 +808,22 @@ TEST_P(EachStore, AForkedChildHasAStoreOfItsOwn) {
   Child other([&] { EXPECT_EQ(vconf_set_int(Key("a").c_str(), 4), 0); });
   EXPECT_TRUE(other.Succeeds());
   EXPECT_EQ(Value(Key("a")), 4);
+}
+
+TEST_P(EachStore, AForkedChildInheritsNoFiles) {
+  const auto count = [&] {
+    int files = 0;
+    for (const auto &descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+      std::error_code ended; // the descriptor of the iterator itself
+      const std::string path = std::filesystem::read_symlink(descriptor, ended);
+      files += path.compare(0, Files().size(), Files()) == 0 ? 1 : 0;
+    }
+    return files;
+  };
+  EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
+  EXPECT_GT(count(), 0);
+  Child child([&] { EXPECT_EQ(count(), 0); });
+  EXPECT_TRUE(child.Succeeds());
 }
 
 TEST_P(EachStore, CanForkWhileThreadsUseIt) {

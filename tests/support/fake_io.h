@@ -4,6 +4,8 @@
 // Uncounted (see uncounted.h) exists.
 #pragma once
 
+#include <string>
+
 // Makes the nth counted call from now on, counted from 1, fail with `error`; with `for_good` also all that follow.
 // 0 disarms.
 void FailIo(int nth, int error = 0, bool for_good = false);
@@ -13,3 +15,7 @@ void DieAtIo(int nth);
 
 // Counted calls since the last FailIo() or DieAtIo().
 int IoMade();
+
+// Whether all that this thread did to the file or directory through the counted calls would outlive a power cut. For
+// use right after it: only the last few changes are remembered.
+bool IsSynced(const std::string &path);

@@ -7,8 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace lumio::store {
 
@@ -16,6 +18,22 @@ namespace {
 
 constexpr size_t kMapSize = size_t{16} << 20;      // far more than settings need, and little enough address space
 constexpr size_t kLockFileSize = size_t{64} << 10; // places for about a thousand reading threads
+
+// Takes the descriptors of the standard streams that this process runs without. The store's files must not get them, or
+// what somebody prints would land in the files.
+int TakeStandardStreams(int any, std::array<FileDescriptor, 3> *taken) {
+  for (FileDescriptor &stream : *taken) {
+    FileDescriptor lowest(fcntl(any, F_DUPFD_CLOEXEC, 0));
+    if (lowest.Get() < 0) {
+      return errno;
+    }
+    if (lowest.Get() > STDERR_FILENO) {
+      break;
+    }
+    stream = std::move(lowest);
+  }
+  return 0;
+}
 
 // A file that outlives a power cut is of no use in a directory that does not. Some file systems have nothing to sync.
 int SyncDirectory(int directory) { return fsync(directory) == 0 || errno == EINVAL ? 0 : errno; }
@@ -46,7 +64,7 @@ int LockDirectory(int directory) {
     return errno;
   }
   if (status.st_uid != geteuid()) {
-    return EPERM; // somebody else made it, perhaps to read along
+    return kForeign; // somebody else made it, perhaps to read along
   }
   while (flock(directory, LOCK_EX) != 0) {
     if (errno != EINTR) {
@@ -157,7 +175,11 @@ int Environment::Open() {
     return code;
   }
   const FileDescriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::array<FileDescriptor, 3> taken;
   code = LockDirectory(lock.Get());
+  if (code == 0) {
+    code = TakeStandardStreams(lock.Get(), &taken);
+  }
   if (code == 0) {
     code = OpenFiles(directory);
   }

@@ -34,8 +34,10 @@ struct Seed {
   int value;
 };
 
-// Every operation answers 0, an LMDB code or an errno value. None of them writes to the log, so that a thread in here
-// never waits for the log, whatever locks a fork() has taken.
+constexpr int kForeign = -100; // the directory belongs to another user
+
+// Every operation answers 0, kForeign, an LMDB code or an errno value. None of them writes to the log, so that a thread
+// in here never waits for the log, whatever locks a fork() has taken.
 class Environment {
 public:
   // `directory` tells where the files are whenever they are opened; `flags` are LMDB's. A durable environment

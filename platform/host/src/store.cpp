@@ -147,31 +147,41 @@ int GetInteger(MDB_txn *transaction, MDB_dbi dbi, MDB_val key, int *value) {
   return code == 0 ? Integer(data, value) : code;
 }
 
+// Goes on behind a value that is not an integer.
 int ListIntegers(MDB_txn *transaction, MDB_dbi dbi, const std::string &prefix,
                  std::vector<std::pair<std::string, int>> *entries) {
   MDB_cursor *opened = nullptr;
   int code = mdb_cursor_open(transaction, dbi, &opened);
   const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> cursor(opened, mdb_cursor_close);
   MDB_val key = {prefix.size(), const_cast<char *>(prefix.data())}, data;
-  for (MDB_cursor_op step = MDB_SET_RANGE; code == 0; step = MDB_NEXT) {
-    code = mdb_cursor_get(opened, &key, &data, step);
-    const std::string name = code == 0 ? std::string(static_cast<const char *>(key.mv_data), key.mv_size) : "";
+  bool all_are_integers = true;
+  if (code == 0) {
+    code = mdb_cursor_get(opened, &key, &data, MDB_SET_RANGE);
+  }
+  for (; code == 0; code = mdb_cursor_get(opened, &key, &data, MDB_NEXT)) {
+    const std::string name(static_cast<const char *>(key.mv_data), key.mv_size);
     if (name.compare(0, prefix.size(), prefix) != 0) {
-      return 0;
+      break;
     }
     int value = 0;
-    code = code == 0 ? Integer(data, &value) : code;
-    if (code == 0) {
+    if (Integer(data, &value) == 0) {
       entries->emplace_back(name, value);
+    } else {
+      all_are_integers = false;
     }
   }
-  return code == MDB_NOTFOUND ? 0 : code;
+  if (code != 0 && code != MDB_NOTFOUND) {
+    return code;
+  }
+  return all_are_integers ? 0 : kNotInteger;
 }
 
 std::string Reason(int code) {
   switch (code) {
   case kNotInteger:
     return "the value is not an integer";
+  case kForeign:
+    return "it belongs to another user";
   case MDB_MAP_FULL:
     return "the store is full";
   case MDB_READERS_FULL:

@@ -23,6 +23,7 @@ int Unset(const char *key);
 constexpr const char *kPrefixes[] = {"db/", "memory/"}; // every key begins with one of these
 
 // Appends all keys that begin with `prefix`, which itself begins with one of kPrefixes; sorted.
+// Leaves out those whose value is not an integer, and tells so only by its code.
 int List(const std::string &prefix, std::vector<std::pair<std::string, int>> *entries);
 
 // Every change of a key writes to this file, with a system call that inotify reports. A watcher that reads with

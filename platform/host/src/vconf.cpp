@@ -11,15 +11,15 @@ namespace {
 
 // Runs the operation and tells the caller, and of failures the log. That a key is absent is no failure of the store.
 template <typename Operation> int Run(const char *verb, const char *key, const Operation &operation) {
+  const char *name = key == nullptr ? "(null)" : key;
   try {
     const int code = operation();
     if (code != 0 && code != lumio::store::kAbsent) {
-      __dlog_print(0, 16, "vconf", "cannot %s %s: %s\n", verb, key == nullptr ? "(null)" : key,
-                   lumio::store::Explain(key, code).c_str());
+      __dlog_print(0, 16, "vconf", "cannot %s %s: %s\n", verb, name, lumio::store::Explain(key, code).c_str());
     }
     return code == 0 ? 0 : -1;
   } catch (const std::bad_alloc &) {
-    __dlog_print(0, 16, "vconf", "cannot %s %s: out of memory\n", verb, key);
+    __dlog_print(0, 16, "vconf", "cannot %s %s: out of memory\n", verb, name);
     return -1;
   }
 }
