@@ -351,6 +351,7 @@ TEST_F(Dlog, AReaderThatWentAwayEndsNothing) {
     sigemptyset(&pipe_signal);
     sigaddset(&pipe_signal, SIGPIPE);
     dup2(ends[1], STDERR_FILENO);
+    signal(SIGPIPE, SIG_DFL); // EFL handles it
     EXPECT_LT(Log("one"), 0);
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
@@ -385,6 +386,46 @@ TEST_F(Dlog, WantOfMemoryLosesTheLineAndNothingElse) {
   const std::string text(10000, 'x');
   EXPECT_THAT(StderrOf([&] { FailEachAllocation([&] { Log(text); }, [&](int) { EXPECT_GT(Log("next"), 0); }); }),
               EndsWith(" tag: " + text + "\n"));
+}
+
+// Logs a first line in a new process, again and again with another allocation failing, and then what `rest` does.
+void WithoutMemoryAtFirst(const std::function<void()> &rest) {
+  int failed = 1;
+  for (int nth = 1; failed != 0; ++nth) {
+    Pipe answer;
+    Child child([&] {
+      StderrOf([&] {
+        FailAllocation(nth);
+        Log("first");
+        failed = AllocationsMade() >= nth ? 1 : 0;
+        FailAllocation(0);
+      });
+      rest();
+      answer.Send(failed);
+    });
+    ASSERT_TRUE(answer.Receive(&failed));
+    EXPECT_TRUE(child.Succeeds()) << "allocation " << nth;
+  }
+}
+
+TEST_F(Dlog, WantOfMemoryAtTheFirstLineLosesNoSetting) {
+  const std::string file = directory_ / "log";
+  Target(file);
+  Lowest("W");
+  ASSERT_NO_FATAL_FAILURE(WithoutMemoryAtFirst([] {
+    EXPECT_EQ(StderrOf([] { EXPECT_GT(Log("second", 5), 0); }), "");
+    EXPECT_EQ(Log("hidden", 4), 0);
+  }));
+  EXPECT_THAT(ContentOf(file), MatchesRegex("((" + Line("E tag: first") + ")?" + Line("W tag: second") + ")+"));
+}
+
+TEST_F(Dlog, WantOfMemoryForAComplaintLosesNoSetting) {
+  Target(directory_ / "missing/log");
+  Lowest("W");
+  ASSERT_NO_FATAL_FAILURE(WithoutMemoryAtFirst([] {
+    EXPECT_THAT(Logged("second", 5), MatchesRegex(Line("W tag: second")));
+    EXPECT_EQ(Logged("hidden", 4), "");
+  }));
 }
 
 } // namespace

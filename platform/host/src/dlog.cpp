@@ -21,6 +21,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -139,16 +140,15 @@ int Log::Print(int priority, const char *tag, const char *format, va_list argume
 }
 
 void Log::Configure() {
-  const char *target = getenv("LUMIO_LOG");
-  const std::string name = target == nullptr || target[0] == '\0' ? "stderr" : target;
+  const char *target = getenv("LUMIO_LOG"), *level = getenv("LUMIO_LOG_LEVEL");
+  const std::string_view name = target == nullptr ? "" : target;
   if (name == "none") {
     descriptor_ = -1;
   } else if (name == "journal") {
     OpenJournal();
-  } else if (name != "stderr") {
-    OpenFile(name.c_str());
+  } else if (!name.empty() && name != "stderr") {
+    OpenFile(target);
   }
-  const char *level = getenv("LUMIO_LOG_LEVEL");
   if (level != nullptr && level[0] != '\0') {
     ReadLevel(level);
   }
@@ -194,7 +194,11 @@ void Log::ReadLevel(const char *text) {
 void Log::Complain(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  Print(kAlwaysShown, kOwnTag, format, arguments);
+  try {
+    Print(kAlwaysShown, kOwnTag, format, arguments);
+  } catch (const std::bad_alloc &) {
+    // The rest of the settings counts all the same.
+  }
   va_end(arguments);
 }
 
