@@ -1,12 +1,14 @@
 // The store on the command line.
 #include "store.h"
 
+#include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -76,17 +78,16 @@ int UnsetKey(const Arguments &arguments) { return Finish(arguments[0], store::Un
 
 int ListKeys(const Arguments &arguments) {
   const Arguments everything(std::begin(store::kPrefixes), std::end(store::kPrefixes));
+  int status = kDone;
   for (const char *prefix : arguments.empty() ? everything : arguments) {
     std::vector<std::pair<std::string, int>> entries;
     const int code = store::List(prefix, &entries);
     for (const auto &[key, value] : entries) {
       printf("%s %d\n", key.c_str(), value);
     }
-    if (code != 0) {
-      return Finish(prefix, code);
-    }
+    status = std::max(status, Finish(prefix, code));
   }
-  return kDone;
+  return status;
 }
 
 struct Watched {
@@ -124,6 +125,23 @@ int BeginToWatch(int notifications, const char *key) {
   return code;
 }
 
+// Ends also when nobody is left to read the output, which no write would tell before the next change.
+int WaitForChange(int notifications) {
+  pollfd waited[] = {{STDOUT_FILENO, 0, 0}, {notifications, POLLIN, 0}};
+  while (poll(waited, std::size(waited), -1) < 0) {
+    if (errno != EINTR) {
+      return Complain("poll", strerror(errno));
+    }
+  }
+  if (waited[0].revents != 0) {
+    raise(SIGPIPE);
+    return Complain("standard output", strerror(EPIPE));
+  }
+  // Which file it was does not matter, nor how many events one read takes: the look that follows comes after them.
+  char events[4096];
+  return read(notifications, events, sizeof events) < 0 ? Complain("inotify", strerror(errno)) : kDone;
+}
+
 int WatchKeys(const Arguments &arguments) {
   const int notifications = inotify_init1(IN_CLOEXEC);
   std::vector<Watched> all;
@@ -144,10 +162,9 @@ int WatchKeys(const Arguments &arguments) {
     if (fflush(stdout) != 0) {
       return kDone; // main() tells why
     }
-    // Which file it was does not matter, nor how many events one read takes: the look that follows comes after them.
-    char events[4096];
-    if (read(notifications, events, sizeof events) < 0 && errno != EINTR) {
-      return Complain("inotify", strerror(errno));
+    const int status = WaitForChange(notifications);
+    if (status != kDone) {
+      return status;
     }
   }
 }
