@@ -5,6 +5,7 @@
 
 #include <dirent.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <string>
@@ -12,6 +13,10 @@
 #include "../../platform/host/src/store.h"
 
 namespace {
+
+// EFL ends a program that has neither a directory of the session nor a home to make one in. That it is missing does not
+// matter. Before the fakes, one of which brings EFL up.
+__attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/nonexistent", 0); }
 
 std::set<std::string> OpenDescriptors() {
   std::set<std::string> open;
