@@ -38,7 +38,7 @@ constexpr Outcome kOutcomes[] = {
     {" taken by power ", " taken by power at priority 1"},
     {" taken by volume ", " taken by volume at priority 2"},
     {" taken by channel ", " taken by channel at priority 3"},
-    {" taken by ", " taken by (info|guide|data) at priority 4"},
+    {" taken by ", " taken by (info|guide|data|captions) at priority 4"},
 };
 
 TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {

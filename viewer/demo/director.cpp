@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, logger";
+constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, logger";
 constexpr char kNobody[] = "taken by nobody";
 // What the TV service serves, and the modules that share it, but for the broadcaster's application.
 constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
@@ -140,6 +140,18 @@ void PlayBroadcast(Evening &evening) {
   evening.ExpectScreen("stream meter", "8 bytes");
   evening.Order("packet 13 more"); // and each packet once
   evening.ExpectScreen("stream meter", "12 bytes");
+
+  evening.Heading("Captions are switched off and on again; the transcript goes on");
+  evening.Tap("c", "menu, power, volume, channel, info, guide, data, captions", "taken by captions");
+  evening.ExpectScreen("captions", "(hidden)");
+  evening.Order("caption More at ten.");
+  evening.ExpectScreen("transcript", "Good evening. / Here is the news. / More at ten.");
+  evening.Order("subscriptions");
+  evening.ExpectScreen("subscriptions", "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
+                                        "pes 1 (stream meter, teletext); caption 1 (transcript)");
+  evening.Tap("c", "menu, power, volume, channel, info, guide, data, captions", "taken by captions");
+  evening.Order("caption Good night.");
+  evening.ExpectScreen("captions", "Good night.");
 }
 
 void PlayDataService(Evening &evening) {

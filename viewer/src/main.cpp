@@ -16,7 +16,8 @@ A live-TV viewer on the display that DISPLAY names. Prints a line for each key.
 Keys: Menu or m, Up, Down, Return, Escape   the menu
       volume keys, + and -                  volume
       Page Up, Page Down, Up, Down, 1 to 9  channel
-      i information, g programme guide, r the broadcaster's application, s standby, q end
+      i information, g programme guide, c captions, r the broadcaster's application
+      s standby, q end
 )";
 
 } // namespace

@@ -34,7 +34,7 @@ std::unique_ptr<Module> MakePicture(ModuleContext context);
 std::unique_ptr<Module> MakeProgramme(ModuleContext context);
 // The names of the services, from the table that is broadcast.
 std::unique_ptr<Module> MakeServiceList(ModuleContext context);
-// The captions of the programme, and a transcript of them. They share a caption subscription.
+// The captions of the programme, until the key is pressed, and a transcript of them. They share a caption subscription.
 std::unique_ptr<Module> MakeCaptions(ModuleContext context);
 std::unique_ptr<Module> MakeTranscript(ModuleContext context);
 // Teletext, and a meter of all packets. They share a PES subscription.

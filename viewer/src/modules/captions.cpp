@@ -1,15 +1,35 @@
 #include <TVServiceSubscriber.h>
 
+#include "../key_domain.h"
 #include "../modules.h"
 #include "../presentation.h"
 
 namespace {
 
+constexpr int kPriority = 4;
+
 class Captions : public Module {
 public:
-  explicit Captions(ModuleContext context) : screen_(context.screen) { tv_.SubscribeCaption(CaptionCame, this); }
+  explicit Captions(ModuleContext context) : screen_(context.screen), keys_("captions", context.journal) {
+    tv_.SubscribeCaption(CaptionCame, this);
+    keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
+  }
 
 private:
+  bool Press(const std::string &key) {
+    if (key != "c") {
+      return false;
+    }
+    on_ = !on_;
+    if (on_) {
+      tv_.SubscribeCaption(CaptionCame, this);
+    } else {
+      tv_.UnsubscribeCaption();
+      screen_.Hide("captions");
+    }
+    return true;
+  }
+
   static void CaptionCame(TSCaption &caption, void *data) {
     static_cast<Captions *>(data)->screen_.Show("captions",
                                                 std::string(caption.payload.begin(), caption.payload.end()));
@@ -17,6 +37,8 @@ private:
 
   Presentation &screen_;
   CTVServiceSubscriber tv_{"captions"};
+  bool on_ = true;
+  KeyDomain keys_;
 };
 
 } // namespace
