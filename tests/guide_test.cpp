@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "loop.h"
 #include "temporary_directory.h"
 
@@ -46,6 +48,25 @@ TEST_F(Guide, VolumeKeysTurnTheVolume) {
   EXPECT_EQ(module.Volume(), 10);
 }
 
+TEST_F(Guide, VolumeKeysDoNotMindAKeyWithoutAName) {
+  VolumeKeys module;
+  Press(nullptr);
+  EXPECT_EQ(module.Volume(), 10);
+}
+
+TEST_F(Guide, VolumeKeysMayGoWhileAKeyIsHandled) {
+  auto module = std::make_unique<VolumeKeys>();
+  lumio_kevent *other = lumio_kevent_init("other");
+  const auto unload = [](lumio_kevent *, lumio_kevent_type, void *, void *data) {
+    static_cast<std::unique_ptr<VolumeKeys> *>(data)->reset();
+    return 1;
+  };
+  lumio_kevent_handler_add(other, LUMIO_KEVENT_PRESS, 0, unload, &module);
+  Press("XF86AudioRaiseVolume");
+  EXPECT_EQ(module, nullptr);
+  Press("XF86AudioRaiseVolume");
+}
+
 TEST_F(Guide, BannerIsShownOnce) {
   BannerCounter module;
   EXPECT_TRUE(ShowVolumeBanner());
@@ -65,6 +86,13 @@ TEST_F(Guide, PausesOnStandby) {
   EXPECT_FALSE(module.Paused());
 }
 
+TEST_F(Guide, PausingIsLeftToTheFirst) {
+  PauseOnStandby module;
+  { const PauseOnStandby second; }
+  CLumioStateSubscriber::HandleStateChanged(kLumioStateStandby);
+  EXPECT_TRUE(module.Paused());
+}
+
 TEST_F(Guide, LightFollowsTheRecorder) {
   RecordingLight module;
   lumio::pvr::StartRecording(1);
@@ -76,7 +104,9 @@ TEST_F(Guide, LightFollowsTheRecorder) {
 }
 
 TEST_F(Guide, SignalArrivesOnTheMainLoop) {
-  SignalWatch module;
+  SignalWatch module("signal-watch");
+  auto second = std::make_unique<SignalWatch>("second-watch");
+  second.reset();
   lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, TSSignalData{1, 0});
   TurnLoopUntil([&] { return module.Locked(); });
   EXPECT_TRUE(module.Locked());

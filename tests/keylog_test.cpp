@@ -56,7 +56,7 @@ Output Explain(const std::string &log, const std::string &arguments = "") {
   char name[] = "/tmp/lumio-keylog-XXXXXX";
   close(mkstemp(name));
   std::ofstream(name) << log;
-  FILE *pipe = popen(("cat " + std::string(name) + " | " + KEYLOG + " " + arguments).c_str(), "r");
+  FILE *pipe = popen(("cat " + std::string(name) + " | " + LUMIO_KEYLOG + " " + arguments).c_str(), "r");
   std::string text;
   char buffer[512];
   while (fgets(buffer, sizeof buffer, pipe)) {

@@ -9,8 +9,16 @@ enum ELUMIO_STATE : int { kLumioStateShown = 1, kLumioStateStandby = 2 };
 
 class PauseOnStandby {
 public:
-  PauseOnStandby() : m_subscriber("pause") { m_subscriber.RegisterLumioStateChangeCb(OnStateChanged, this); }
-  ~PauseOnStandby() { m_subscriber.UnregisterLumioStateChangeCb(OnStateChanged); }
+  // One registration per function: that of a second object is refused, and it must not take back the first one's.
+  PauseOnStandby() : m_subscriber("pause") {
+    m_registered = m_subscriber.RegisterLumioStateChangeCb(OnStateChanged, this);
+  }
+
+  ~PauseOnStandby() {
+    if (m_registered) {
+      m_subscriber.UnregisterLumioStateChangeCb(OnStateChanged);
+    }
+  }
 
   PauseOnStandby(const PauseOnStandby &) = delete;
   PauseOnStandby &operator=(const PauseOnStandby &) = delete;
@@ -18,11 +26,11 @@ public:
   bool Paused() const { return m_paused; }
 
 private:
-  // One registration per function: a second object of this class would be refused.
   static void OnStateChanged(ELUMIO_STATE state, void *data) {
     static_cast<PauseOnStandby *>(data)->m_paused = state == kLumioStateStandby;
   }
 
   CLumioStateSubscriber m_subscriber;
+  bool m_registered;
   std::atomic<bool> m_paused{false}; // the application may announce from any thread
 };

@@ -3,9 +3,12 @@
 
 #include <TVServiceSubscriber.h>
 
+#include <string>
+
 class SignalWatch {
 public:
-  SignalWatch() : m_subscriber("signal-watch") {
+  // Objects with one name would be one module, with the user data of the latest.
+  explicit SignalWatch(const std::string &name) : m_subscriber(name) {
     m_subscriber.SetSignalCallback(OnSignal);
     m_subscriber.SubscribeSignal(SIGNAL_TYPE_LOCK, this, PROFILE_MAIN, 0);
   }

@@ -9,6 +9,7 @@ constexpr int kVolumeBanner = 3; // the application numbers its banners from 0 t
 
 inline bool ShowVolumeBanner() { return lumio_set_banner_state(kVolumeBanner, 1) == 0; }
 
+// One at a time: deleting a callback deletes every registration of it on the banner.
 class BannerCounter {
 public:
   BannerCounter() {

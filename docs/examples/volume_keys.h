@@ -9,12 +9,15 @@
 class VolumeKeys {
 public:
   // Priority 3: after a menu that may want the keys for itself, before modules that only look on.
-  VolumeKeys() : m_domain(lumio_kevent_init("volume")) {
-    lumio_kevent_handler_add(m_domain, LUMIO_KEVENT_PRESS, 3, OnPress, this);
-  }
+  VolumeKeys()
+      : m_domain(lumio_kevent_init("volume")),
+        m_handler(lumio_kevent_handler_add(m_domain, LUMIO_KEVENT_PRESS, 3, OnPress, this)) {}
 
-  // Closing the domain deletes its handlers too.
-  ~VolumeKeys() { lumio_kevent_fini(m_domain); }
+  // The handler first: a domain that is closed while a key is handled still gets keys, a deleted handler does not.
+  ~VolumeKeys() {
+    lumio_kevent_handler_del(m_handler);
+    lumio_kevent_fini(m_domain);
+  }
 
   VolumeKeys(const VolumeKeys &) = delete;
   VolumeKeys &operator=(const VolumeKeys &) = delete;
@@ -25,7 +28,7 @@ private:
   static int OnPress(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
     auto *self = static_cast<VolumeKeys *>(data);
     const auto *event = static_cast<const Ecore_Event_Key *>(event_info);
-    const std::string key = event->keyname;
+    const std::string key = event->keyname ? event->keyname : ""; // some keys have no name
     if (key == "XF86AudioRaiseVolume") {
       ++self->m_volume;
       return 0; // ours: no module after this one sees the key
@@ -38,5 +41,6 @@ private:
   }
 
   lumio_kevent *m_domain;
+  lumio_kevent_handler *m_handler;
   int m_volume = 10;
 };

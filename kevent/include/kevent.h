@@ -46,7 +46,7 @@ typedef int lumio_kevent_type;
  *
  * @param kevent      the domain that the handler belongs to
  * @param type        the kind of event
- * @param event_info  the `Ecore_Event_Key`, valid during the call only
+ * @param event_info  the `Ecore_Event_Key`, valid during the call only; its `keyname` may be null
  * @param data        what was given to `lumio_kevent_handler_add`
  * @return 0 to consume the key, any other value to pass it on to the next handler
  */

@@ -1,7 +1,6 @@
 #include "key_domain.h"
 
-#include <Ecore.h>
-#include <Ecore_Input.h>
+#include "key_name.h"
 
 KeyDomain::KeyDomain(const char *module, KeyJournal &journal)
     : module_(module), journal_(journal), kevent_(lumio_kevent_init(module)) {}
@@ -21,7 +20,7 @@ void KeyDomain::Add(lumio_kevent_type type, int priority, Handler handler) {
 
 int KeyDomain::Ask(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
   const auto *registration = static_cast<Registration *>(data);
-  const bool taken = registration->handler(static_cast<Ecore_Event_Key *>(event_info)->keyname);
+  const bool taken = registration->handler(KeyName(event_info));
   registration->domain->journal_.Answered(registration->domain->module_, taken);
   return taken ? 0 : 1;
 }

@@ -3,11 +3,12 @@
 #include <Ecore_Input.h>
 #include <kevent.h>
 
+#include "key_name.h"
+
 namespace {
 
 Eina_Bool Before(void *data, int type, void *event) {
-  static_cast<KeyJournal *>(data)->Begin(static_cast<Ecore_Event_Key *>(event)->keyname, type == ECORE_EVENT_KEY_DOWN,
-                                         lumio_event_source_type_get());
+  static_cast<KeyJournal *>(data)->Begin(KeyName(event), type == ECORE_EVENT_KEY_DOWN, lumio_event_source_type_get());
   return ECORE_CALLBACK_PASS_ON;
 }
 

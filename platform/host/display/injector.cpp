@@ -9,6 +9,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "server_process.h"
+
 namespace lumio {
 
 namespace {

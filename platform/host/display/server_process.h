@@ -10,6 +10,11 @@
 
 namespace lumio {
 
+constexpr int kPatience = 60'000; // milliseconds; a server on a crowded machine needs a few seconds
+
+// Waits until there is something to read, the end of the file included; false when that takes longer.
+bool WaitReadable(const FileDescriptor &descriptor, int milliseconds = kPatience);
+
 // A directory of its own below the directory for temporary files, removed with everything in it.
 class TemporaryDirectory {
 public:

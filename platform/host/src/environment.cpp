@@ -1,7 +1,5 @@
 #include "environment.h"
 
-#include "display/file_descriptor.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "file_descriptor.h"
 
 namespace lumio::store {
 

@@ -34,7 +34,7 @@ public:
   }
 
 private:
-  // The service tells on threads of its own, while the screen belongs to the main loop.
+  // The service tells on a thread of its own, while the screen belongs to the main loop.
   static void ResultCame(ps_result_thirdpart result, void *data) {
     auto *self = static_cast<Recorder *>(data);
     self->calls_.Post([self, result] { self->ShowResult(result); });

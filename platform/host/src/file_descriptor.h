@@ -29,9 +29,4 @@ private:
   int descriptor_ = -1;
 };
 
-constexpr int kPatience = 60'000; // milliseconds; a server on a crowded machine needs a few seconds
-
-// Waits until there is something to read, the end of the file included; false when that takes longer.
-bool WaitReadable(const FileDescriptor &descriptor, int milliseconds = kPatience);
-
 } // namespace lumio

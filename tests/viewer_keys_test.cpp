@@ -1,0 +1,44 @@
+// How the viewer's modules get their keys.
+#include "key_domain.h"
+#include "key_watch.h"
+
+#include <Ecore_Input.h>
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+#include "loop.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+class Recorder : public Presentation {
+public:
+  void Show(const std::string &, const std::string &) override {}
+  void Hide(const std::string &) override {}
+  void ShowKey(const KeyJourney &journey) override { journeys.push_back(journey); }
+
+  std::vector<KeyJourney> journeys;
+};
+
+TEST(ViewerKeys, MayHaveNoName) {
+  Recorder screen;
+  KeyJournal journal(screen);
+  KeyDomain domain("module", journal);
+  const KeyWatch watch(journal);
+  std::vector<std::string> asked;
+  domain.OnPress(3, [&](const std::string &key) {
+    asked.push_back(key);
+    return true;
+  });
+  ecore_event_add(ECORE_EVENT_KEY_DOWN, calloc(1, sizeof(Ecore_Event_Key)), nullptr, nullptr);
+  TurnLoop();
+  EXPECT_THAT(asked, ElementsAre(""));
+  ASSERT_EQ(screen.journeys.size(), 1U);
+  EXPECT_EQ(screen.journeys[0].key, "");
+  EXPECT_EQ(screen.journeys[0].taker, "module");
+}
+
+} // namespace
