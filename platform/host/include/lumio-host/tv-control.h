@@ -150,7 +150,10 @@ void DuringNext(Operation operation, std::function<void()> action);
 /** Kinds of notifications, in the order of `Subscriptions`. */
 enum class Kind { Signal, Program, Section, Pes, Caption, Dsm };
 
-/** One subscription at the service. */
+/**
+ * One subscription at the service. Who holds it is told by its handle, its description and its user data: the service
+ * knows no names, and several modules may share one subscription.
+ */
 struct Subscription {
   Kind kind;               ///< kind of its notifications
   int handle;              ///< handle of the subscription or session; a signal's is known to the service alone
