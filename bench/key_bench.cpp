@@ -28,9 +28,9 @@ class Bare {
 public:
   using Handler = Ecore_Event_Handler *;
 
-  Handler Add(int, Work *work) { return ecore_event_handler_add(m_type, OnKey, work); }
+  Handler Add(int, Work *work) { return ecore_event_handler_add(type_, OnKey, work); }
   void Delete(Handler handler) { ecore_event_handler_del(handler); }
-  int Type() const { return m_type; }
+  int Type() const { return type_; }
 
 private:
   static Eina_Bool OnKey(void *data, int, void *) {
@@ -39,17 +39,17 @@ private:
     return work->consumes ? ECORE_CALLBACK_DONE : ECORE_CALLBACK_PASS_ON;
   }
 
-  int m_type = ecore_event_type_new();
+  int type_ = ecore_event_type_new();
 };
 
 class Library {
 public:
   using Handler = lumio_kevent_handler *;
 
-  ~Library() { lumio_kevent_fini(m_kevent); }
+  ~Library() { lumio_kevent_fini(kevent_); }
 
   Handler Add(int priority, Work *work) {
-    return lumio_kevent_handler_add(m_kevent, LUMIO_KEVENT_PRESS, priority, OnKey, work);
+    return lumio_kevent_handler_add(kevent_, LUMIO_KEVENT_PRESS, priority, OnKey, work);
   }
   void Delete(Handler handler) { lumio_kevent_handler_del(handler); }
   int Type() const { return ECORE_EVENT_KEY_DOWN; }
@@ -61,40 +61,40 @@ private:
     return work->consumes ? 0 : 1;
   }
 
-  lumio_kevent *m_kevent = lumio_kevent_init("bench");
+  lumio_kevent *kevent_ = lumio_kevent_init("bench");
 };
 
 // Handlers in the order of their priorities, an equal number at each.
 template <class Side> class Handlers {
 public:
-  Handlers(Side *side, int count, Consumer consumer) : m_side(side) {
+  Handlers(Side *side, int count, Consumer consumer) : side_(side) {
     for (int i = 0; i < count; ++i) {
       const bool consumes = (consumer == kFirst && i == 0) || (consumer == kLast && i == count - 1);
-      Work *work = &m_work.emplace_back(Work{&m_asked, consumes});
-      m_handlers.push_back(side->Add(i * kPriorities / count, work));
+      Work *work = &work_.emplace_back(Work{&asked_, consumes});
+      handlers_.push_back(side->Add(i * kPriorities / count, work));
     }
   }
 
   ~Handlers() {
-    for (const typename Side::Handler handler : m_handlers) {
-      m_side->Delete(handler);
+    for (const typename Side::Handler handler : handlers_) {
+      side_->Delete(handler);
     }
   }
 
   // One handler more, and the oldest one less.
   void Renew() {
-    m_handlers.push_back(m_side->Add(0, &m_work.front()));
-    m_side->Delete(m_handlers.front());
-    m_handlers.pop_front();
+    handlers_.push_back(side_->Add(0, &work_.front()));
+    side_->Delete(handlers_.front());
+    handlers_.pop_front();
   }
 
-  int Asked() const { return m_asked; }
+  int Asked() const { return asked_; }
 
 private:
-  Side *m_side;
-  int m_asked = 0;
-  std::deque<Work> m_work;
-  std::deque<typename Side::Handler> m_handlers;
+  Side *side_;
+  int asked_ = 0;
+  std::deque<Work> work_;
+  std::deque<typename Side::Handler> handlers_;
 };
 
 // One press from the queue of the main loop to the handlers, and the loop's turn around it. Its time is taken from the

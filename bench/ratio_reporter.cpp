@@ -21,10 +21,10 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
     const double seconds = is_real_time ? run.real_accumulated_time : run.cpu_accumulated_time;
     const Measurement measurement = {name.substr(0, slash), name.substr(slash + 1), run.run_name.args,
                                      seconds / static_cast<double>(run.iterations)};
-    const auto known = std::find_if(m_measurements.begin(), m_measurements.end(),
+    const auto known = std::find_if(measurements_.begin(), measurements_.end(),
                                     [&](const Measurement &other) { return other.IsOf(measurement); });
-    if (known == m_measurements.end()) {
-      m_measurements.push_back(measurement);
+    if (known == measurements_.end()) {
+      measurements_.push_back(measurement);
     } else {
       known->seconds = std::min(known->seconds, measurement.seconds);
     }
@@ -33,7 +33,7 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
 
 void RatioReporter::Finalize() {
   ConsoleReporter::Finalize();
-  for (const Measurement &measurement : m_measurements) {
+  for (const Measurement &measurement : measurements_) {
     if (measurement.side == kLibrary) {
       PrintRatiosOf(measurement);
     }
@@ -42,7 +42,7 @@ void RatioReporter::Finalize() {
 
 void RatioReporter::PrintRatiosOf(const Measurement &library) {
   bool is_alone = true;
-  for (const Measurement &other : m_measurements) {
+  for (const Measurement &other : measurements_) {
     if (other.name == library.name && other.side != kLibrary) {
       is_alone = false;
       if (other.arguments == library.arguments) {
@@ -50,7 +50,7 @@ void RatioReporter::PrintRatiosOf(const Measurement &library) {
       }
     }
   }
-  const Measurement &first = *std::find_if(m_measurements.begin(), m_measurements.end(),
+  const Measurement &first = *std::find_if(measurements_.begin(), measurements_.end(),
                                            [&](const Measurement &other) { return other.name == library.name; });
   if (is_alone && &first != &library) {
     Print(library, first, "that with " + first.arguments);

@@ -32,5 +32,5 @@ private:
   void PrintRatiosOf(const Measurement &library);
   void Print(const Measurement &library, const Measurement &other, const std::string &what);
 
-  std::vector<Measurement> m_measurements; // in the order of the runs
+  std::vector<Measurement> measurements_; // in the order of the runs
 };

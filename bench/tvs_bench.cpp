@@ -31,29 +31,29 @@ TSSignalData Message(int sender, int number) { return {number, sender}; }
 // Where messages arrive, on the thread of the loop. Sees that each comes once, and a sender's in order.
 class Inbox {
 public:
-  void Expect(int count) { m_due = count; }
+  void Expect(int count) { due_ = count; }
 
   // Returns whether nothing is due any more.
   bool Take(const TSSignalData &message) {
-    m_in_order &= message.value == m_next[message.extra]++;
-    return --m_due == 0;
+    in_order_ &= message.value == next_[message.extra]++;
+    return --due_ == 0;
   }
 
-  bool InOrder() const { return m_in_order; }
+  bool InOrder() const { return in_order_; }
 
 private:
-  int m_due = 0;
-  int m_next[kMostSenders] = {};
-  bool m_in_order = true;
+  int due_ = 0;
+  int next_[kMostSenders] = {};
+  bool in_order_ = true;
 };
 
 // --- Ways to a loop: Send is called on any thread, Receive returns when nothing is due any more ----------------------
 
 class Library {
 public:
-  explicit Library(Inbox *inbox) : m_inbox(inbox) {
-    m_module.SetSignalCallback(OnSignal);
-    m_module.SubscribeSignal(kKey.signalType, this, kKey.profile, kKey.screenId);
+  explicit Library(Inbox *inbox) : inbox_(inbox) {
+    module_.SetSignalCallback(OnSignal);
+    module_.SubscribeSignal(kKey.signalType, this, kKey.profile, kKey.screenId);
   }
   ~Library() { CTVServiceSubscriber::ReleaseAll(); }
   Library(const Library &) = delete;
@@ -61,7 +61,7 @@ public:
 
   void SubscribeToOthers(int count) {
     for (int i = 1; i <= count; ++i) {
-      m_module.SubscribeSignal(kKey.signalType, this, kKey.profile, static_cast<unsigned short>(kKey.screenId + i));
+      module_.SubscribeSignal(kKey.signalType, this, kKey.profile, static_cast<unsigned short>(kKey.screenId + i));
     }
   }
 
@@ -74,14 +74,14 @@ public:
 
 private:
   static int OnSignal(ESignalType, TSSignalData message, void *library) {
-    if (static_cast<Library *>(library)->m_inbox->Take(message)) {
+    if (static_cast<Library *>(library)->inbox_->Take(message)) {
       ecore_main_loop_quit();
     }
     return 0;
   }
 
-  Inbox *m_inbox;
-  CTVServiceSubscriber m_module{"bench"};
+  Inbox *inbox_;
+  CTVServiceSubscriber module_{"bench"};
 };
 
 // What the library's rivals send: a record like the library's own.
@@ -91,7 +91,7 @@ TSignalEvent Record(TSSignalData message, void *receiver) {
 
 class EcoreCallAsync {
 public:
-  explicit EcoreCallAsync(Inbox *inbox) : m_inbox(inbox) {}
+  explicit EcoreCallAsync(Inbox *inbox) : inbox_(inbox) {}
 
   void Send(TSSignalData message) {
     ecore_main_loop_thread_safe_call_async(OnCall, new TSignalEvent(Record(message, this)));
@@ -101,20 +101,20 @@ public:
 private:
   static void OnCall(void *data) {
     const std::unique_ptr<TSignalEvent> record(static_cast<TSignalEvent *>(data));
-    if (static_cast<EcoreCallAsync *>(record->userData)->m_inbox->Take(record->signalData)) {
+    if (static_cast<EcoreCallAsync *>(record->userData)->inbox_->Take(record->signalData)) {
       ecore_main_loop_quit();
     }
   }
 
-  Inbox *m_inbox;
+  Inbox *inbox_;
 };
 
 // The library's records travel on as Ecore events, which cost more than a call: this is what Ecore itself takes for it.
 class EcoreEvent {
 public:
   explicit EcoreEvent(Inbox *inbox)
-      : m_inbox(inbox), m_type(ecore_event_type_new()), m_handler(ecore_event_handler_add(m_type, OnEvent, nullptr)) {}
-  ~EcoreEvent() { ecore_event_handler_del(m_handler); }
+      : inbox_(inbox), type_(ecore_event_type_new()), handler_(ecore_event_handler_add(type_, OnEvent, nullptr)) {}
+  ~EcoreEvent() { ecore_event_handler_del(handler_); }
   EcoreEvent(const EcoreEvent &) = delete;
   EcoreEvent &operator=(const EcoreEvent &) = delete;
 
@@ -127,65 +127,65 @@ public:
 private:
   static void OnCall(void *record) {
     const auto *self = static_cast<EcoreEvent *>(static_cast<TSignalEvent *>(record)->userData);
-    ecore_event_add(self->m_type, record, nullptr, nullptr);
+    ecore_event_add(self->type_, record, nullptr, nullptr);
   }
 
   static Eina_Bool OnEvent(void *, int, void *event) {
     const auto *record = static_cast<TSignalEvent *>(event);
-    if (static_cast<EcoreEvent *>(record->userData)->m_inbox->Take(record->signalData)) {
+    if (static_cast<EcoreEvent *>(record->userData)->inbox_->Take(record->signalData)) {
       ecore_main_loop_quit();
     }
     return ECORE_CALLBACK_DONE;
   }
 
-  Inbox *m_inbox;
-  int m_type;
-  Ecore_Event_Handler *m_handler;
+  Inbox *inbox_;
+  int type_;
+  Ecore_Event_Handler *handler_;
 };
 
 class GLibInvoke {
 public:
-  explicit GLibInvoke(Inbox *inbox) : m_inbox(inbox) {}
+  explicit GLibInvoke(Inbox *inbox) : inbox_(inbox) {}
   ~GLibInvoke() {
-    g_main_loop_unref(m_loop);
-    g_main_context_unref(m_context);
+    g_main_loop_unref(loop_);
+    g_main_context_unref(context_);
   }
   GLibInvoke(const GLibInvoke &) = delete;
   GLibInvoke &operator=(const GLibInvoke &) = delete;
 
   void Send(TSSignalData message) {
-    g_main_context_invoke_full(m_context, G_PRIORITY_DEFAULT, OnInvoke, new TSignalEvent(Record(message, this)),
+    g_main_context_invoke_full(context_, G_PRIORITY_DEFAULT, OnInvoke, new TSignalEvent(Record(message, this)),
                                [](void *record) { delete static_cast<TSignalEvent *>(record); });
   }
-  void Receive() { g_main_loop_run(m_loop); }
+  void Receive() { g_main_loop_run(loop_); }
 
 private:
   static gboolean OnInvoke(void *data) {
     const auto *record = static_cast<TSignalEvent *>(data);
     const auto *self = static_cast<GLibInvoke *>(record->userData);
-    if (self->m_inbox->Take(record->signalData)) {
-      g_main_loop_quit(self->m_loop);
+    if (self->inbox_->Take(record->signalData)) {
+      g_main_loop_quit(self->loop_);
     }
     return G_SOURCE_REMOVE;
   }
 
-  Inbox *m_inbox;
-  GMainContext *m_context = g_main_context_new();
-  GMainLoop *m_loop = g_main_loop_new(m_context, FALSE);
+  Inbox *inbox_;
+  GMainContext *context_ = g_main_context_new();
+  GMainLoop *loop_ = g_main_loop_new(context_, FALSE);
 };
 
 // libuv takes a wake-up but no message to the loop: the messages are in a queue.
 class UvAsync {
 public:
-  explicit UvAsync(Inbox *inbox) : m_inbox(inbox) {
-    uv_loop_init(&m_loop);
-    uv_async_init(&m_loop, &m_async, OnWakeUp);
-    m_async.data = this;
+  explicit UvAsync(Inbox *inbox) : inbox_(inbox) {
+    uv_loop_init(&loop_);
+    uv_async_init(&loop_, &async_, OnWakeUp);
+    async_.data = this;
   }
   ~UvAsync() {
-    uv_close(reinterpret_cast<uv_handle_t *>(&m_async), nullptr);
-    uv_run(&m_loop, UV_RUN_DEFAULT);
-    uv_loop_close(&m_loop);
+    uv_close(reinterpret_cast<uv_handle_t *>(&async_), nullptr);
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    uv_loop_close(&loop_);
   }
   UvAsync(const UvAsync &) = delete;
   UvAsync &operator=(const UvAsync &) = delete;
@@ -193,36 +193,36 @@ public:
   void Send(TSSignalData message) {
     auto record = std::make_unique<TSignalEvent>(Record(message, this));
     {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_queue.push_back(std::move(record));
+      const std::lock_guard<std::mutex> lock(mutex_);
+      queue_.push_back(std::move(record));
     }
-    uv_async_send(&m_async);
+    uv_async_send(&async_);
   }
-  void Receive() { uv_run(&m_loop, UV_RUN_DEFAULT); }
+  void Receive() { uv_run(&loop_, UV_RUN_DEFAULT); }
 
 private:
   static void OnWakeUp(uv_async_t *async) { static_cast<UvAsync *>(async->data)->Drain(); }
 
   void Drain() {
     {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_drained.swap(m_queue);
+      const std::lock_guard<std::mutex> lock(mutex_);
+      drained_.swap(queue_);
     }
-    for (std::unique_ptr<TSignalEvent> &record : m_drained) {
-      if (m_inbox->Take(record->signalData)) {
-        uv_stop(&m_loop);
+    for (std::unique_ptr<TSignalEvent> &record : drained_) {
+      if (inbox_->Take(record->signalData)) {
+        uv_stop(&loop_);
       }
       record.reset();
     }
-    m_drained.clear();
+    drained_.clear();
   }
 
-  Inbox *m_inbox;
-  uv_loop_t m_loop;
-  uv_async_t m_async;
-  std::mutex m_mutex;
-  std::vector<std::unique_ptr<TSignalEvent>> m_queue;   // guarded by the mutex
-  std::vector<std::unique_ptr<TSignalEvent>> m_drained; // kept for its memory
+  Inbox *inbox_;
+  uv_loop_t loop_;
+  uv_async_t async_;
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<TSignalEvent>> queue_;   // guarded by the mutex
+  std::vector<std::unique_ptr<TSignalEvent>> drained_; // kept for its memory
 };
 
 // --- From several threads --------------------------------------------------------------------------------------------
@@ -233,7 +233,7 @@ public:
   // `send` is given the sender and the batch, both counted from 0.
   Senders(int count, const std::function<void(int, int)> &send) {
     for (int sender = 0; sender < count; ++sender) {
-      m_threads.emplace_back([this, send, sender] {
+      threads_.emplace_back([this, send, sender] {
         for (int batch = 0; WaitFor(batch); ++batch) {
           send(sender, batch);
         }
@@ -241,8 +241,8 @@ public:
     }
   }
   ~Senders() {
-    Tell([this] { m_ended = true; });
-    for (std::thread &thread : m_threads) {
+    Tell([this] { ended_ = true; });
+    for (std::thread &thread : threads_) {
       thread.join();
     }
   }
@@ -250,30 +250,30 @@ public:
   Senders &operator=(const Senders &) = delete;
 
   void StartBatch() {
-    Tell([this] { ++m_started; });
+    Tell([this] { ++started_; });
   }
 
 private:
   template <class Change> void Tell(Change change) {
     {
-      const std::lock_guard<std::mutex> lock(m_mutex);
+      const std::lock_guard<std::mutex> lock(mutex_);
       change();
     }
-    m_changed.notify_all();
+    changed_.notify_all();
   }
 
   // Returns whether the batch was started, rather than the end.
   bool WaitFor(int batch) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_started > batch || m_ended; });
-    return m_started > batch;
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [&] { return started_ > batch || ended_; });
+    return started_ > batch;
   }
 
-  std::mutex m_mutex; // guards what follows
-  std::condition_variable m_changed;
-  int m_started = 0; // batches
-  bool m_ended = false;
-  std::vector<std::thread> m_threads;
+  std::mutex mutex_; // guards what follows
+  std::condition_variable changed_;
+  int started_ = 0; // batches
+  bool ended_ = false;
+  std::vector<std::thread> threads_;
 };
 
 // Messages from threads to a callback on the loop's. An iteration is one message, so the time is what each takes; CPU
@@ -344,7 +344,7 @@ class BareSections {
 public:
   explicit BareSections(int count) {
     for (int key = 0; key < count; ++key) {
-      m_callbacks[key] = OnSection;
+      callbacks_[key] = OnSection;
     }
   }
 
@@ -353,9 +353,9 @@ public:
   void Deliver(unsigned char *section, int key) {
     CTVServiceSubscriber::SectionCallback callback = nullptr;
     {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      const auto found = m_callbacks.find(key);
-      callback = found == m_callbacks.end() ? nullptr : found->second;
+      const std::lock_guard<std::mutex> lock(mutex_);
+      const auto found = callbacks_.find(key);
+      callback = found == callbacks_.end() ? nullptr : found->second;
     }
     if (callback) {
       callback(true, 0, section, key);
@@ -363,17 +363,17 @@ public:
   }
 
 private:
-  std::mutex m_mutex;
-  std::map<int, CTVServiceSubscriber::SectionCallback> m_callbacks;
+  std::mutex mutex_;
+  std::map<int, CTVServiceSubscriber::SectionCallback> callbacks_;
 };
 
 class LibrarySections {
 public:
   explicit LibrarySections(int count) {
-    m_module.SetSectionCallback(OnSection);
+    module_.SetSectionCallback(OnSection);
     for (int i = 0; i < count; ++i) {
       int handle = 0;
-      m_module.SubscribeSection(static_cast<short>(i), {}, handle);
+      module_.SubscribeSection(static_cast<short>(i), {}, handle);
     }
   }
   ~LibrarySections() { CTVServiceSubscriber::ReleaseAll(); }
@@ -387,7 +387,7 @@ public:
   void Deliver(unsigned char *section, int key) { CTVServiceSubscriber::t_SectionCallback(true, 0, section, key); }
 
 private:
-  CTVServiceSubscriber m_module{"bench"};
+  CTVServiceSubscriber module_{"bench"};
 };
 
 // One section to the callback of its stream, all streams taking turns.

@@ -17,12 +17,12 @@ constexpr int kBanners = 32;
 class BannerStore : public testing::Test {
 protected:
   BannerStore() {
-    setenv("LUMIO_VCONF_DIR", (m_directory / "store").c_str(), 1);
+    setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1);
     setenv("LUMIO_LOG", "none", 1);
   }
 
 private:
-  const TemporaryDirectory m_directory;
+  const TemporaryDirectory directory_;
 };
 
 int State(int banner_id) {

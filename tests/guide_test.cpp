@@ -22,10 +22,10 @@ namespace {
 // Every test has a store of its own.
 class Guide : public testing::Test {
 protected:
-  Guide() { setenv("LUMIO_VCONF_DIR", (m_directory / "store").c_str(), 1); }
+  Guide() { setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1); }
 
 private:
-  const TemporaryDirectory m_directory;
+  const TemporaryDirectory directory_;
 };
 
 // Presses a key as Ecore tells it.

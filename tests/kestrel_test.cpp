@@ -218,15 +218,15 @@ TEST(AutoLock, GivesBackWhenAnExceptionPasses) {
 class DestroyedOnce : public TCMutex {
 public:
   bool Lock() override {
-    if (!m_destroyed) {
-      m_destroyed = true;
+    if (!destroyed_) {
+      destroyed_ = true;
       Destroy();
     }
     return TCMutex::Lock();
   }
 
 private:
-  bool m_destroyed = false;
+  bool destroyed_ = false;
 };
 
 TEST(AutoLock, CreatesTheMutexAgainWhenItIsDestroyedInBetween) {

@@ -642,25 +642,25 @@ TEST_F(TvService, EachKindHasAThreadOfItsOwn) {
 class SectionThreadHeldUp {
 public:
   explicit SectionThreadHeldUp(ISectionSubscriber &section) {
-    section.SubscribeByCriteria(0, Criteria(0xfff, 'H'), m_handle);
+    section.SubscribeByCriteria(0, Criteria(0xfff, 'H'), handle_);
     g_on_section = [this] {
-      m_begun.set_value();
-      m_released.get_future().wait();
+      begun_.set_value();
+      released_.get_future().wait();
     };
     lumio::tv::EmitSection(0xfff, Bytes("H"));
-    m_begun.get_future().wait();
+    begun_.get_future().wait();
   }
 
-  int Handle() const { return m_handle; }
+  int Handle() const { return handle_; }
 
   void Release() {
-    m_released.set_value();
+    released_.set_value();
     lumio::tv::Flush();
   }
 
 private:
-  int m_handle = 0;
-  std::promise<void> m_begun, m_released;
+  int handle_ = 0;
+  std::promise<void> begun_, released_;
 };
 
 TEST_F(TvService, NothingIsToldToWhoUnsubscribedMeanwhile) {

@@ -106,7 +106,7 @@ protected:
     return told;
   }
 
-  int m_a = 0, m_b = 0; // user data
+  int a_ = 0, b_ = 0; // user data
 };
 
 // The library's registrations among those of Ecore's own.
@@ -135,7 +135,7 @@ TEST_F(TvsBridge, PostsARecordOfTheSignal) {
   module.SetSignalCallback(OnSignal);
   ClearLog();
   ClearLockCalls();
-  EXPECT_EQ(Module::t_SignalCallback(SIGNAL_TYPE_SCRAMBLED, PROFILE_PIP, 9, {7, 8}, &m_a), 1);
+  EXPECT_EQ(Module::t_SignalCallback(SIGNAL_TYPE_SCRAMBLED, PROFILE_PIP, 9, {7, 8}, &a_), 1);
   EXPECT_THAT(LogMessages(), ElementsAre("16 eSignalType 4"));
   EXPECT_THAT(LockCalls(), IsEmpty());
 
@@ -150,7 +150,7 @@ TEST_F(TvsBridge, PostsARecordOfTheSignal) {
   EXPECT_EQ(record->signalData.extra, 8);
   EXPECT_EQ(record->profile, PROFILE_PIP);
   EXPECT_EQ(record->screenId, 9);
-  EXPECT_EQ(record->userData, &m_a);
+  EXPECT_EQ(record->userData, &a_);
 }
 
 TEST(TvsRecords, HaveTheirFieldsInOrder) {
@@ -330,7 +330,7 @@ TEST_F(TvsBridge, MayEndWithNotificationsQueued) {
 // --- Delivery ---
 
 TEST_F(TvsBridge, TellsTheThreeArgumentCallback) {
-  Module module = Subscribed("mod", &m_a);
+  Module module = Subscribed("mod", &a_);
   ClearLog();
   Module::t_SignalCallback(kType, PROFILE_MAIN, 0, {71, 72}, nullptr);
   HandleAll();
@@ -339,7 +339,7 @@ TEST_F(TvsBridge, TellsTheThreeArgumentCallback) {
   EXPECT_EQ(g_calls[0].type, kType);
   EXPECT_EQ(g_calls[0].value, 71);
   EXPECT_EQ(g_calls[0].extra, 72);
-  EXPECT_EQ(g_calls[0].user_data, &m_a);
+  EXPECT_EQ(g_calls[0].user_data, &a_);
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre("16 eSignalType 5", "16 Call signal callback of 'mod', signaltype = 5"));
 }
@@ -347,7 +347,7 @@ TEST_F(TvsBridge, TellsTheThreeArgumentCallback) {
 TEST_F(TvsBridge, TellsTheFiveArgumentCallback) {
   Module module("mod");
   module.SetSignalCallback(OnTTSignal);
-  module.SubscribeSignal(kType, &m_a, PROFILE_PIP, 65535);
+  module.SubscribeSignal(kType, &a_, PROFILE_PIP, 65535);
   ClearLog();
   Module::t_SignalCallback(kType, PROFILE_PIP, 65535, {71, 72}, nullptr);
   HandleAll();
@@ -358,7 +358,7 @@ TEST_F(TvsBridge, TellsTheFiveArgumentCallback) {
   EXPECT_EQ(g_calls[0].screen, 65535);
   EXPECT_EQ(g_calls[0].value, 71);
   EXPECT_EQ(g_calls[0].extra, 72);
-  EXPECT_EQ(g_calls[0].user_data, &m_a);
+  EXPECT_EQ(g_calls[0].user_data, &a_);
   EXPECT_THAT(
       LogMessagesWithLock(),
       ElementsAre("16 eSignalType 5", "16 Call signal callback of 'mod', signaltype = 5 profile: 2, screen id: 65535"));
@@ -368,31 +368,31 @@ TEST_F(TvsBridge, TellsBothCallbacksTheShorterFirst) {
   Module module("mod");
   module.SetSignalCallback(OnTTSignal);
   module.SetSignalCallback(OnSignal);
-  module.SubscribeSignal(kType, &m_a, PROFILE_MAIN, 0);
+  module.SubscribeSignal(kType, &a_, PROFILE_MAIN, 0);
   Notify(1);
   HandleAll();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3), Field(&Call::form, 5)));
-  EXPECT_THAT(Told(), ElementsAre(&m_a, &m_a));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &a_));
 }
 
 TEST_F(TvsBridge, TellsTheModulesInTheOrderOfTheirSubscriptions) {
-  Module first = Subscribed("z", &m_a);
-  Module second = Subscribed("a", &m_b);
+  Module first = Subscribed("z", &a_);
+  Module second = Subscribed("a", &b_);
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a, &m_b));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
 }
 
 TEST_F(TvsBridge, TellsAModuleOncePerSubscription) {
-  Module module = Subscribed("mod", &m_a);
-  module.SubscribeSignal(kType, &m_b, PROFILE_MAIN, 0);
+  Module module = Subscribed("mod", &a_);
+  module.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_b, &m_b)) << "with the latest user data";
+  EXPECT_THAT(Told(), ElementsAre(&b_, &b_)) << "with the latest user data";
 }
 
 TEST_F(TvsBridge, TellsOnlySubscribersOfTheKey) {
-  Module module = Subscribed("mod", &m_a);
+  Module module = Subscribed("mod", &a_);
   Notify(1, SIGNAL_TYPE_SCRAMBLED);
   Notify(2, kType, PROFILE_PIP);
   Notify(3, kType, PROFILE_MAIN, 1);
@@ -403,12 +403,12 @@ TEST_F(TvsBridge, TellsOnlySubscribersOfTheKey) {
 }
 
 TEST_F(TvsBridge, TellsEachKeysSubscribersTheirOwnUserData) {
-  Module module = Subscribed("mod", &m_a);
-  module.SubscribeSignal(SIGNAL_TYPE_LOCK, &m_b, PROFILE_MAIN, 0);
+  Module module = Subscribed("mod", &a_);
+  module.SubscribeSignal(SIGNAL_TYPE_LOCK, &b_, PROFILE_MAIN, 0);
   Notify(1, SIGNAL_TYPE_LOCK);
   Notify(2);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_b, &m_a));
+  EXPECT_THAT(Told(), ElementsAre(&b_, &a_));
 }
 
 TEST_F(TvsBridge, CallsWhatTheCopyHolds) {
@@ -420,7 +420,7 @@ TEST_F(TvsBridge, CallsWhatTheCopyHolds) {
 }
 
 TEST_F(TvsBridge, ReportsMissingUserDataAndTellsNull) {
-  Module module = Subscribed("mod", &m_a);
+  Module module = Subscribed("mod", &a_);
   Module::m_GetSubscriber("mod", "signal")->m_signalUserData.clear();
   ClearLog();
   Notify(1);
@@ -435,10 +435,10 @@ TEST_F(TvsBridge, PassesOverACopyWithoutCallbacksAndASubscriptionWithoutACopy) {
   Module module = Subscribed("mod");
   Module::m_GetSubscriber("mod", "signal")->m_signalCallback = nullptr;
   Module::m_pSignalSubscriptions->emplace(TSignalInfo{kType, PROFILE_MAIN, 0}, nullptr);
-  Module other = Subscribed("other", &m_b);
+  Module other = Subscribed("other", &b_);
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_b));
+  EXPECT_THAT(Told(), ElementsAre(&b_));
 }
 
 TEST_F(TvsBridge, TakesTheLockWithoutCreatingIt) {
@@ -491,34 +491,34 @@ TEST_F(TvsBridge, HandlerIgnoresOtherTypes) {
 // --- What modules do in a callback ---
 
 TEST_F(TvsBridge, ModuleSubscribesInACallback) {
-  Module module = Subscribed("mod", &m_a);
+  Module module = Subscribed("mod", &a_);
   g_during = [this] {
     g_during = nullptr;
-    Subscribed("other", &m_b);
+    Subscribed("other", &b_);
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a)) << "the other one came too late for this notification";
+  EXPECT_THAT(Told(), ElementsAre(&a_)) << "the other one came too late for this notification";
   Notify(2);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a, &m_a, &m_b));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &a_, &b_));
 }
 
 TEST_F(TvsBridge, ModuleReplacesUserDataInACallback) {
   Module first = Subscribed("first");
-  Module second = Subscribed("second", &m_a);
+  Module second = Subscribed("second", &a_);
   g_during = [this, &second] {
     g_during = nullptr;
-    second.SubscribeSignal(kType, &m_b, PROFILE_MAIN, 0);
+    second.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(nullptr, &m_b));
+  EXPECT_THAT(Told(), ElementsAre(nullptr, &b_));
 }
 
 TEST_F(TvsBridge, ModuleUnsubscribesInACallback) {
-  Module first = Subscribed("first", &m_a);
-  Module second = Subscribed("second", &m_b);
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
   g_during = [&] {
     g_during = nullptr;
     first.UnsubscribeSignal(kType, PROFILE_MAIN, 0);
@@ -526,20 +526,20 @@ TEST_F(TvsBridge, ModuleUnsubscribesInACallback) {
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a, &m_b)) << "subscribed when the notification came";
+  EXPECT_THAT(Told(), ElementsAre(&a_, &b_)) << "subscribed when the notification came";
   Notify(2);
   HandleAll();
   EXPECT_THAT(g_calls, SizeIs(2));
 }
 
 TEST_F(TvsBridge, ModuleReleasesAllInACallback) {
-  Module first = Subscribed("first", &m_a);
-  Module second = Subscribed("second", &m_b);
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
   g_during = Module::ReleaseAll;
   Notify(1);
   Notify(2);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a));
+  EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
 TEST_F(TvsBridge, ModuleReleasesAllInTheFirstOfItsTwoCallbacks) {
@@ -554,26 +554,26 @@ TEST_F(TvsBridge, ModuleReleasesAllInTheFirstOfItsTwoCallbacks) {
 }
 
 TEST_F(TvsBridge, ModuleReleasesAllAndSubscribesAnewInACallback) {
-  Module first = Subscribed("first", &m_a);
-  Module second = Subscribed("second", &m_b);
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
   Module next("next");
   g_during = [&] {
     g_during = nullptr;
     Module::ReleaseAll();
     next.SetSignalCallback(OnSignal);
-    next.SubscribeSignal(kType, &m_b, PROFILE_MAIN, 0);
+    next.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a));
+  EXPECT_THAT(Told(), ElementsAre(&a_));
   Notify(2);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a, &m_b));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
 }
 
 TEST_F(TvsBridge, ModuleRunsALoopInACallbackInWhichAllIsReleased) {
-  Module first = Subscribed("first", &m_a);
-  Module second = Subscribed("second", &m_b);
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
   const auto release_and_quit = [](void *) -> Eina_Bool {
     Module::ReleaseAll();
     ecore_main_loop_quit();
@@ -586,7 +586,7 @@ TEST_F(TvsBridge, ModuleRunsALoopInACallbackInWhichAllIsReleased) {
   Notify(1);
   TurnLoopUntil([] { return !g_calls.empty(); }); // with no other event queued: Ecore complains about those
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a));
+  EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
 // --- All is released on another thread while the handler waits for the lock ---
@@ -625,12 +625,12 @@ TEST_F(TvsBridge, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] {
     module.SetSignalCallback(OnSignal);
-    module.SubscribeSignal(kType, &m_a, PROFILE_MAIN, 0);
+    module.SubscribeSignal(kType, &a_, PROFILE_MAIN, 0);
   });
   Module::ReleaseAll();
   NotifyFromAThread(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&m_a));
+  EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
 // --- Short memory ---

@@ -65,13 +65,13 @@ protected:
   }
 
   bool Attach(Module &module, Module::DsmCallback callback = OnDsm<'a'>, const std::string &target = "dsm://1.2.3") {
-    return module.AttachDsm(callback, m_session, target, DSM_DATA_SERVICE_DATA_CAROUSEL, DSM_ATTACH_CACHED, &m_session,
+    return module.AttachDsm(callback, session_, target, DSM_DATA_SERVICE_DATA_CAROUSEL, DSM_ATTACH_CACHED, &session_,
                             true);
   }
 
   static Module *CopyOf(const char *name) { return Module::m_GetSubscriber(name, "dsm"); }
 
-  unsigned m_session = 0;
+  unsigned session_ = 0;
 };
 
 // --- Attaching ---
@@ -79,9 +79,9 @@ protected:
 TEST_F(TvsDsm, FirstAttachmentSetsUpTheServiceAndAsksIt) {
   Module module("mod");
   EXPECT_TRUE(Attach(module));
-  EXPECT_EQ(m_session, 100U);
+  EXPECT_EQ(session_, 100U);
   EXPECT_THAT(ServiceCalls(), ElementsAre("CreateDsm() locked", "dsm.Attach(dsm://1.2.3, 1, 1, 1) locked"));
-  EXPECT_EQ(fake_tv_service.dsm_user_data, &m_session);
+  EXPECT_EQ(fake_tv_service.dsm_user_data, &session_);
   EXPECT_EQ(fake_tv_service.on_dsm, Module::t_DsmCallback);
   EXPECT_EQ(Module::m_pDsm, FakeDsm());
   EXPECT_EQ(module.m_dsmCallback, OnDsm<'a'>);
@@ -119,7 +119,7 @@ TEST_F(TvsDsm, AttachingTwiceAborts) {
 TEST_F(TvsDsm, AttachingAgainAfterADetachAborts) {
   Module module("mod");
   Attach(module);
-  module.DetachDsm(m_session);
+  module.DetachDsm(session_);
   EXPECT_EQ(module.m_dsmCallback, OnDsm<'a'>);
   EXPECT_ASSERTION(Attach(module), kAlreadySet);
 }

@@ -75,7 +75,7 @@ protected:
   }
 
   bool Attach(const char *name) {
-    return Module(name).AttachDsm(OnDsm, m_session, "dvb://1", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL,
+    return Module(name).AttachDsm(OnDsm, session_, "dvb://1", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL,
                                   nullptr, false);
   }
 
@@ -85,9 +85,9 @@ protected:
     return g_told.All();
   }
 
-  Module m_module{"mod"};
-  int m_handle = 0;
-  unsigned m_session = 0;
+  Module module_{"mod"};
+  int handle_ = 0;
+  unsigned session_ = 0;
 };
 
 // --- In the middle of a subscribe call ---
@@ -97,8 +97,8 @@ TEST_F(TvsHost, TellsASignalThatCameBeforeTheServiceAnswered) {
     EmitSignal(1);
     lumio::tv::Flush(); // the lock is not held, so the service's thread gets through
   });
-  m_module.SetSignalCallback(OnSignal);
-  m_module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+  module_.SetSignalCallback(OnSignal);
+  module_.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
   EXPECT_THAT(g_told.All(), IsEmpty());
   EXPECT_THAT(Everything(), ElementsAre("signal 1"));
 }
@@ -117,10 +117,10 @@ TEST_F(TvsHost, TellsWhatGoesOverTheMainLoopThoughTheLockIsHeld) {
       lumio::tv::Flush(); // these take no lock
     });
   }
-  m_module.SubscribePES(OnData<TSPESData>, nullptr);
-  m_module.SubscribeCaption(OnData<TSCaption>, nullptr);
-  m_module.SetProgramCallback(OnProgram);
-  m_module.SubscribeProgram({}, m_handle);
+  module_.SubscribePES(OnData<TSPESData>, nullptr);
+  module_.SubscribeCaption(OnData<TSCaption>, nullptr);
+  module_.SetProgramCallback(OnProgram);
+  module_.SubscribeProgram({}, handle_);
   EXPECT_THAT(Everything(), ElementsAre("data packet", "data caption", "programme news"));
 }
 
@@ -129,8 +129,8 @@ TEST_F(TvsHost, PassesOverASectionThatCameBeforeTheServiceAnswered) {
     lumio::tv::EmitSection(kPid, {1});
     lumio::tv::Flush();
   });
-  m_module.SetSectionCallback(OnSection);
-  EXPECT_TRUE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
+  module_.SetSectionCallback(OnSection);
+  EXPECT_TRUE(module_.SubscribeSectionByFilter(7, Filter(), handle_));
   lumio::tv::EmitSection(kPid, {2});
   EXPECT_THAT(Everything(), ElementsAre("section 2 of 7"));
 }
@@ -149,44 +149,44 @@ TEST_F(TvsHost, BearsRefusals) {
                                     Operation::SubscribePES, Operation::SubscribeCaption, Operation::AttachDsm}) {
     RefuseNext(operation, 0);
   }
-  m_module.SetProgramCallback(OnProgram);
-  m_module.SetSectionCallback(OnSection);
-  EXPECT_FALSE(m_module.SubscribeProgram({}, m_handle));
-  EXPECT_FALSE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
-  EXPECT_FALSE(m_module.SubscribePES(OnData<TSPESData>, nullptr));
-  EXPECT_FALSE(m_module.SubscribeCaption(OnData<TSCaption>, nullptr));
+  module_.SetProgramCallback(OnProgram);
+  module_.SetSectionCallback(OnSection);
+  EXPECT_FALSE(module_.SubscribeProgram({}, handle_));
+  EXPECT_FALSE(module_.SubscribeSectionByFilter(7, Filter(), handle_));
+  EXPECT_FALSE(module_.SubscribePES(OnData<TSPESData>, nullptr));
+  EXPECT_FALSE(module_.SubscribeCaption(OnData<TSCaption>, nullptr));
   EXPECT_FALSE(Attach("mod"));
   EXPECT_THAT(lumio::tv::Subscriptions(), IsEmpty());
 
-  EXPECT_TRUE(m_module.SubscribeProgram({}, m_handle));
-  EXPECT_TRUE(m_module.SubscribeSectionByFilter(7, Filter(), m_handle));
+  EXPECT_TRUE(module_.SubscribeProgram({}, handle_));
+  EXPECT_TRUE(module_.SubscribeSectionByFilter(7, Filter(), handle_));
   EXPECT_TRUE(Attach("mod"));
-  EXPECT_TRUE(m_module.SubscribePES(OnData<TSPESData>, nullptr)) << "without asking the service";
+  EXPECT_TRUE(module_.SubscribePES(OnData<TSPESData>, nullptr)) << "without asking the service";
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3));
-  EXPECT_FALSE(m_module.UnsubscribePES()) << "there is none at the service";
-  EXPECT_TRUE(m_module.SubscribePES(OnData<TSPESData>, nullptr));
+  EXPECT_FALSE(module_.UnsubscribePES()) << "there is none at the service";
+  EXPECT_TRUE(module_.SubscribePES(OnData<TSPESData>, nullptr));
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(4));
 }
 
 // --- Late answers ---
 
 TEST_F(TvsHost, TellsSectionsWhileTheServiceTakesItsTimeToAnswer) {
-  m_module.SetSectionCallback(OnSection);
-  m_module.SubscribeSectionByFilter(7, Filter(), m_handle);
+  module_.SetSectionCallback(OnSection);
+  module_.SubscribeSectionByFilter(7, Filter(), handle_);
   int other = 0;
   DuringNext(Operation::SubscribeSectionByFilter, [] {
     lumio::tv::EmitSection(kPid, {2});
     lumio::tv::Flush();
     EXPECT_THAT(g_told.All(), ElementsAre("section 2 of 7")) << "told while the answer is due";
   });
-  EXPECT_TRUE(m_module.SubscribeSectionByFilter(8, Filter(), other));
+  EXPECT_TRUE(module_.SubscribeSectionByFilter(8, Filter(), other));
 }
 
 // --- Two modules, one subscription ---
 
 TEST_F(TvsHost, ServesTwoModulesWithOneSubscription) {
   Module second("second");
-  for (Module *module : {&m_module, &second}) {
+  for (Module *module : {&module_, &second}) {
     module->SetSignalCallback(OnSignal);
     module->SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
     module->SubscribePES(OnData<TSPESData>, nullptr);
@@ -195,9 +195,9 @@ TEST_F(TvsHost, ServesTwoModulesWithOneSubscription) {
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3));
   EmitSignal(1);
   EXPECT_THAT(Everything(), ElementsAre("signal 1", "signal 1"));
-  m_module.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
-  m_module.UnsubscribePES();
-  m_module.UnsubscribeCaption();
+  module_.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
+  module_.UnsubscribePES();
+  module_.UnsubscribeCaption();
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3)) << "the second module keeps them";
   second.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0);
   second.UnsubscribePES();

@@ -117,7 +117,7 @@ protected:
     return subscriptions;
   }
 
-  int m_handle = -1;
+  int handle_ = -1;
 };
 
 // --- Setting the callback ---
@@ -181,7 +181,7 @@ TEST_F(TvsProgram, SettingTheCallbackFailsWholeWhenMemoryIsShort) {
 
 class TvsProgramForm : public TvsProgram, public testing::WithParamInterface<Form> {
 protected:
-  bool Subscribe(Module &module) { return GetParam().subscribe(module, m_handle); }
+  bool Subscribe(Module &module) { return GetParam().subscribe(module, handle_); }
   bool Unsubscribe(Module &module, int handle) { return (module.*GetParam().unsubscribe)(handle); }
 };
 
@@ -193,7 +193,7 @@ TEST_P(TvsProgramForm, AsksTheServiceAndFilesTheModulesCopy) {
   ClearServiceCalls();
   ClearLockCalls();
   EXPECT_TRUE(Subscribe(module));
-  EXPECT_EQ(m_handle, 100);
+  EXPECT_EQ(handle_, 100);
   EXPECT_THAT(ServiceCalls(), ElementsAre(GetParam().asked));
   Module *copy = Module::m_GetSubscriber("mod", "program");
   ASSERT_NE(copy, nullptr);
@@ -231,7 +231,7 @@ TEST_P(TvsProgramForm, IsRefusedWithTheService) {
   Module module = WithCallback("mod");
   fake_tv_service.answers[GetParam().call] = 0;
   EXPECT_FALSE(Subscribe(module));
-  EXPECT_EQ(m_handle, -1);
+  EXPECT_EQ(handle_, -1);
   EXPECT_THAT(Subscriptions(), IsEmpty());
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre("16 failed to subscribe program ! locked"));
 }
@@ -239,7 +239,7 @@ TEST_P(TvsProgramForm, IsRefusedWithTheService) {
 TEST_P(TvsProgramForm, TakesEveryAnswerBut0ForSuccess) {
   Module module = WithCallback("mod");
   fake_tv_service.answers[GetParam().call] = -1;
-  m_handle = 55;
+  handle_ = 55;
   EXPECT_TRUE(Subscribe(module));
   EXPECT_THAT(Subscriptions(), ElementsAre(Pair(55, "mod")));
 }
@@ -260,7 +260,7 @@ TEST_P(TvsProgramForm, LeavesAHandleThatComesAgainWithItsFirstModule) {
   EXPECT_TRUE(Subscribe(first));
   fake_tv_service.next_handle = 100;
   EXPECT_TRUE(Subscribe(second));
-  EXPECT_EQ(m_handle, 100);
+  EXPECT_EQ(handle_, 100);
   EXPECT_THAT(Subscriptions(), ElementsAre(Pair(100, "first")));
 }
 
@@ -330,7 +330,7 @@ TEST_F(TvsProgram, LogsInTheNameOfWhatIsCalled) {
   Notify(100);
   Module module = WithCallback("mod");
   for (const Form &form : kForms) {
-    form.subscribe(module, m_handle);
+    form.subscribe(module, handle_);
   }
   EXPECT_THAT(LogFunctions(),
               ElementsAre("t_ProgramCallback", "SubscribeProgram", "SubscribeProgramListPF", "SubscribeProgramList"));
@@ -339,7 +339,7 @@ TEST_F(TvsProgram, LogsInTheNameOfWhatIsCalled) {
 TEST_F(TvsProgram, HandlesOfAllFormsLiveSideBySide) {
   Module module = WithCallback("mod");
   for (const Form &form : kForms) {
-    EXPECT_TRUE(form.subscribe(module, m_handle));
+    EXPECT_TRUE(form.subscribe(module, handle_));
   }
   EXPECT_THAT(Subscriptions(), ElementsAre(Pair(100, "mod"), Pair(101, "mod"), Pair(102, "mod")));
 }
@@ -399,8 +399,8 @@ TEST_F(TvsProgram, PostsARecordOfTheNotification) {
 TEST_F(TvsProgram, TellsTheModuleOfTheHandle) {
   Module a = WithCallback("a", OnProgram<'a'>);
   Module b = WithCallback("b", OnProgram<'b'>);
-  SubscribeItem(a, m_handle);
-  SubscribeItem(b, m_handle);
+  SubscribeItem(a, handle_);
+  SubscribeItem(b, handle_);
   ClearLog();
   ClearLockCalls();
   TCProgramData data;
@@ -422,9 +422,9 @@ TEST_F(TvsProgram, TellsTheModuleOfTheHandle) {
 TEST_F(TvsProgram, TellsTheFirstModuleOfAHandleThatCameAgain) {
   Module a = WithCallback("a", OnProgram<'a'>);
   Module b = WithCallback("b", OnProgram<'b'>);
-  SubscribeItem(a, m_handle);
+  SubscribeItem(a, handle_);
   fake_tv_service.next_handle = 100;
-  SubscribeItem(b, m_handle);
+  SubscribeItem(b, handle_);
   Notify(100);
   HandleAll();
   EXPECT_EQ(Told(), "a");
@@ -440,7 +440,7 @@ TEST_F(TvsProgram, TellsNobodyOfAnUnknownHandle) {
 
 TEST_F(TvsProgram, TellsNobodyAfterTheEndOfTheSubscription) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   Notify(100);
   module.UnSubscribeProgram(100);
   HandleAll();
@@ -449,7 +449,7 @@ TEST_F(TvsProgram, TellsNobodyAfterTheEndOfTheSubscription) {
 
 TEST_F(TvsProgram, GoesOnTellingWhenTheServiceRefusesToEnd) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   fake_tv_service.answers["program.UnsubscribeProgram"] = 0;
   module.UnSubscribeProgram(100);
   Notify(100);
@@ -460,7 +460,7 @@ TEST_F(TvsProgram, GoesOnTellingWhenTheServiceRefusesToEnd) {
 TEST_F(TvsProgram, CallsACallbackThatIsNull) {
   WithCallback("other");
   Module module("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   EXPECT_DEATH(
       {
         Notify(100);
@@ -472,14 +472,14 @@ TEST_F(TvsProgram, CallsACallbackThatIsNull) {
 TEST_F(TvsProgram, LetsANotificationThroughWhileTheServiceIsAsked) {
   Module module = WithCallback("mod");
   fake_tv_service.during["program.SubscribeProgram"] = [] { std::thread([] { Notify(100); }).join(); };
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   HandleAll();
   EXPECT_EQ(Told(), "a") << "it is handled after the subscription";
 }
 
 TEST_F(TvsProgram, IsSilentAfterARelease) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   Notify(100);
   Module::ReleaseAll();
   ClearLog();
@@ -493,7 +493,7 @@ TEST_F(TvsProgram, IsSilentAfterARelease) {
 TEST_F(TvsProgram, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   Module module = WithCallback("mod");
   Module other("other");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   Notify(100);
   Notify(100);
   BeforeNextLock(Module::ReleaseAll);
@@ -503,7 +503,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
 
 TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTaken) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   Notify(100);
   BeforeNextLock([] {
     Module::ReleaseAll();
@@ -518,7 +518,7 @@ TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] {
     module.SetProgramCallback(OnProgram<'a'>);
-    SubscribeItem(module, m_handle);
+    SubscribeItem(module, handle_);
   });
   Module::ReleaseAll();
   Notify(100);
@@ -528,10 +528,10 @@ TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
 
 TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   g_during = [&] {
     g_during = Module::ReleaseAll;
-    SubscribeItem(module, m_handle);
+    SubscribeItem(module, handle_);
     module.UnSubscribeProgram(100);
   };
   Notify(100);
@@ -545,7 +545,7 @@ TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
 
 TEST_F(TvsProgram, DropsANotificationWhenMemoryIsShort) {
   Module module = WithCallback("mod");
-  SubscribeItem(module, m_handle);
+  SubscribeItem(module, handle_);
   // The record, and Ecore's wake-up.
   std::thread([] { FailFirstAllocations(2, [] { Notify(100); }); }).join();
   HandleAll();

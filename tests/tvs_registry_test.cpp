@@ -200,33 +200,33 @@ TEST_F(TvsCopies, AreMadeWholeOrNotAtAllWhenMemoryIsShort) {
 class TvsRelease : public testing::Test {
 protected:
   void SubscribeSignals() {
-    m_module.SetSignalCallback(OnSignal);
-    m_module.SubscribeSignal(SIGNAL_TYPE_STRENGTH, nullptr, PROFILE_MAIN, 0);
-    m_module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
-    m_module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
-    m_module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_PIP, 0);
+    module_.SetSignalCallback(OnSignal);
+    module_.SubscribeSignal(SIGNAL_TYPE_STRENGTH, nullptr, PROFILE_MAIN, 0);
+    module_.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+    module_.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_MAIN, 0);
+    module_.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_PIP, 0);
   }
   void SubscribeSections() {
     int handle = 0;
     fake_tv_service.next_handle = 300;
-    m_module.SetSectionCallback(OnSection);
-    m_module.SubscribeSection(1, TCSectionCriteriaHelper(), handle);
-    m_module.SubscribeSectionByFilter(2, TCSectionFilterCriteriaHelper(), handle);
+    module_.SetSectionCallback(OnSection);
+    module_.SubscribeSection(1, TCSectionCriteriaHelper(), handle);
+    module_.SubscribeSectionByFilter(2, TCSectionFilterCriteriaHelper(), handle);
   }
   void AttachDsm() {
     unsigned handle = 0;
     fake_tv_service.next_handle = 400;
-    m_module.AttachDsm(OnDsm, handle, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+    module_.AttachDsm(OnDsm, handle, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
     Module("second").AttachDsm(OnDsm, handle, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
   }
-  void SubscribePes() { m_module.SubscribePES(OnPes, nullptr); }
-  void SubscribeCaptions() { m_module.SubscribeCaption(OnCaption, nullptr); }
+  void SubscribePes() { module_.SubscribePES(OnPes, nullptr); }
+  void SubscribeCaptions() { module_.SubscribeCaption(OnCaption, nullptr); }
   void SubscribePrograms() {
     int handle = 0;
     fake_tv_service.next_handle = 500;
-    m_module.SetProgramCallback(OnProgram);
-    m_module.SubscribeProgram(TCProgramFilteringItem(), handle);
-    m_module.SubscribeProgramListPF(0, 0, SUBSCRIBE_TYPE_ONCE, handle);
+    module_.SetProgramCallback(OnProgram);
+    module_.SubscribeProgram(TCProgramFilteringItem(), handle);
+    module_.SubscribeProgramListPF(0, 0, SUBSCRIBE_TYPE_ONCE, handle);
   }
   void SubscribeEverything() {
     SubscribePrograms();
@@ -242,7 +242,7 @@ protected:
     return ServiceCalls();
   }
 
-  Module m_module{"mod"};
+  Module module_{"mod"};
 };
 
 TEST_F(TvsRelease, WithNothingSetUpOnlyTakesAndClosesTheLock) {
@@ -381,9 +381,9 @@ TEST_F(TvsRelease, PassesOverSectionsWithoutACopy) {
 
 TEST_F(TvsRelease, GivesSectionsOfACriteriaModuleTheHandleItsCopyHas) {
   int handle = 0;
-  m_module.m_sectionHandle = 7;
-  m_module.SetSectionCallback(OnSection);
-  m_module.SubscribeSection(1, TCSectionCriteriaHelper(), handle);
+  module_.m_sectionHandle = 7;
+  module_.SetSectionCallback(OnSection);
+  module_.SubscribeSection(1, TCSectionCriteriaHelper(), handle);
   EXPECT_THAT(CallsOfReleaseAll(), ElementsAre("section.Unsubscribe(7) locked", "DestroySectionSubscriber() locked"));
 }
 
@@ -401,9 +401,9 @@ TEST_F(TvsRelease, WithoutServiceObjectsOnlyDestroys) {
 }
 
 TEST_F(TvsRelease, DestroysASubscriberWhoseContainerIsEmpty) {
-  m_module.SetSignalCallback(OnSignal);
-  m_module.SetSectionCallback(OnSection);
-  m_module.SetProgramCallback(OnProgram);
+  module_.SetSignalCallback(OnSignal);
+  module_.SetSectionCallback(OnSection);
+  module_.SetProgramCallback(OnProgram);
   EXPECT_THAT(CallsOfReleaseAll(), ElementsAre("DestroySignalSubscriber() locked", "DestroySectionSubscriber() locked",
                                                "DestroyProgramSubscriber() locked"));
 }

@@ -105,7 +105,7 @@ protected:
 
   static Module *CopyOf(const char *name) { return Module::m_GetSubscriber(name, "section"); }
 
-  int m_handle = -1;
+  int handle_ = -1;
 };
 
 // --- Setting the callback ---
@@ -183,7 +183,7 @@ TEST_F(TvsSection, KeyIsMadeOfTheAddressAndTheStream) {
 
 class TvsSectionForm : public TvsSection, public testing::WithParamInterface<Form> {
 protected:
-  bool Subscribe(Module &module, int stream) { return GetParam().subscribe(module, stream, m_handle); }
+  bool Subscribe(Module &module, int stream) { return GetParam().subscribe(module, stream, handle_); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Forms, TvsSectionForm, testing::ValuesIn(kForms),
@@ -194,7 +194,7 @@ TEST_P(TvsSectionForm, AsksTheServiceWithTheLockReleasedAndFilesTheModulesCopy) 
   ClearServiceCalls();
   ClearLockCalls();
   EXPECT_TRUE(Subscribe(module, 7));
-  EXPECT_EQ(m_handle, 100);
+  EXPECT_EQ(handle_, 100);
   EXPECT_THAT(ServiceCalls(), ElementsAre(GetParam().asked));
   Module *copy = CopyOf("mod");
   ASSERT_NE(copy, nullptr);
@@ -260,7 +260,7 @@ TEST_P(TvsSectionForm, AsksTheServiceAgainForAStreamThatTheModuleHas) {
   Subscribe(module, 5);
   ClearServiceCalls();
   EXPECT_TRUE(Subscribe(module, 5));
-  EXPECT_EQ(m_handle, 101);
+  EXPECT_EQ(handle_, 101);
   EXPECT_THAT(ServiceCalls(), SizeIs(1));
   EXPECT_THAT(*Module::m_pSectionSubscriptions, SizeIs(1));
 }
@@ -325,7 +325,7 @@ TEST_P(TvsSectionForm, IsForgottenWhenAllIsReleasedMeanwhile) {
   Module module = WithCallback("mod");
   fake_tv_service.during[GetParam().call] = Module::ReleaseAll;
   EXPECT_TRUE(Subscribe(module, 1));
-  EXPECT_EQ(m_handle, 100);
+  EXPECT_EQ(handle_, 100);
   EXPECT_EQ(Module::m_pSectionSubscriptions, nullptr);
 }
 
@@ -344,7 +344,7 @@ TEST_P(TvsSectionForm, IsForgottenWhenAllIsReleasedAndSetUpAgainMeanwhile) {
 
 TEST_F(TvsSection, UnsubscribingAFilterForgetsItAndAsksTheService) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   ClearServiceCalls();
   ClearLockCalls();
   EXPECT_TRUE(module.UnsubscribeSection(100));
@@ -357,7 +357,7 @@ TEST_F(TvsSection, UnsubscribingAFilterForgetsItAndAsksTheService) {
 
 TEST_F(TvsSection, UnsubscribingIsTheServicesAnswer) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   fake_tv_service.answers["section.Unsubscribe"] = 0;
   EXPECT_FALSE(module.UnsubscribeSection(100));
   EXPECT_THAT(*Module::m_pSectionSubscriptions, IsEmpty()) << "forgotten all the same";
@@ -370,7 +370,7 @@ TEST_F(TvsSection, UnsubscribingIsTheServicesAnswer) {
 
 TEST_F(TvsSection, UnsubscribingACriteriaSubscriptionLeavesItFiled) {
   Module module = WithCallback("mod");
-  ByCriteria(module, 1, m_handle);
+  ByCriteria(module, 1, handle_);
   ClearServiceCalls();
   EXPECT_TRUE(module.UnsubscribeSection(100));
   EXPECT_THAT(ServiceCalls(), ElementsAre("section.Unsubscribe(100)"));
@@ -381,8 +381,8 @@ TEST_F(TvsSection, UnsubscribingACriteriaSubscriptionLeavesItFiled) {
 
 TEST_F(TvsSection, UnsubscribingAnEarlierFilterOfAModuleOnlyAsksTheService) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
-  ByFilter(module, 2, m_handle);
+  ByFilter(module, 1, handle_);
+  ByFilter(module, 2, handle_);
   EXPECT_TRUE(module.UnsubscribeSection(100));
   EXPECT_THAT(*Module::m_pSectionSubscriptions, SizeIs(2));
 }
@@ -390,7 +390,7 @@ TEST_F(TvsSection, UnsubscribingAnEarlierFilterOfAModuleOnlyAsksTheService) {
 TEST_F(TvsSection, UnsubscribingTheLatestFilterForgetsTheModulesLowestKey) {
   Module module = WithCallback("mod");
   for (const int stream : {9, 3, 5}) {
-    ByFilter(module, stream, m_handle);
+    ByFilter(module, stream, handle_);
   }
   Module *copy = CopyOf("mod");
   EXPECT_TRUE(module.UnsubscribeSection(102));
@@ -400,7 +400,7 @@ TEST_F(TvsSection, UnsubscribingTheLatestFilterForgetsTheModulesLowestKey) {
 
 TEST_F(TvsSection, UnsubscribingWalksInTheOrderOfSignedKeys) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   Module *copy = CopyOf("mod");
   *Module::m_pSectionSubscriptions = {{-5, copy}, {5, copy}};
   module.UnsubscribeSection(100);
@@ -410,8 +410,8 @@ TEST_F(TvsSection, UnsubscribingWalksInTheOrderOfSignedKeys) {
 TEST_F(TvsSection, UnsubscribingPassesOverEntriesOfOthersAndEntriesWithoutACopy) {
   Module a = WithCallback("a");
   Module b = WithCallback("b");
-  ByFilter(a, 1, m_handle);
-  ByFilter(b, 1, m_handle);
+  ByFilter(a, 1, handle_);
+  ByFilter(b, 1, handle_);
   Module::m_pSectionSubscriptions->emplace(INT32_MIN, nullptr);
   EXPECT_TRUE(Module("anybody").UnsubscribeSection(101));
   EXPECT_THAT(*Module::m_pSectionSubscriptions,
@@ -424,15 +424,15 @@ TEST_F(TvsSection, UnsubscribingAbortsBeforeAnythingIsSetUp) {
 
 TEST_F(TvsSection, UnsubscribingAbortsAfterARelease) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   Module::ReleaseAll();
   EXPECT_ASSERTION(module.UnsubscribeSection(100), kNothing);
 }
 
 TEST_F(TvsSection, UnsubscribingLetsANotificationThroughWhileTheServiceIsAsked) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
-  ByFilter(module, 2, m_handle);
+  ByFilter(module, 1, handle_);
+  ByFilter(module, 2, handle_);
   fake_tv_service.during["section.Unsubscribe"] = [] {
     fake_tv_service.during.clear();
     std::thread(Notify, CopyOf("mod")->m_GetKey(2)).join();
@@ -452,7 +452,7 @@ TEST_F(TvsSection, DropsANotificationWhenNothingIsSetUp) {
 
 TEST_F(TvsSection, DropsANotificationOfAnUnknownKeySilently) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   const int key = CopyOf("mod")->m_GetKey(1);
   ClearLockCalls();
   Notify(key + 1);
@@ -464,7 +464,7 @@ TEST_F(TvsSection, DropsANotificationOfAnUnknownKeySilently) {
 
 TEST_F(TvsSection, TellsTheModuleAtOnceOnTheServicesThread) {
   Module module = WithCallback("mod");
-  ByFilter(module, 0x1234, m_handle);
+  ByFilter(module, 0x1234, handle_);
   ClearLockCalls();
   unsigned char data[4] = {};
   std::thread service([&] { Module::t_SectionCallback(true, 65535, data, CopyOf("mod")->m_GetKey(0x1234)); });
@@ -486,7 +486,7 @@ TEST_F(TvsSection, TellsTheModuleAtOnceOnTheServicesThread) {
 
 TEST_F(TvsSection, TellsAModuleThatSubscribedMinus1TheStream65535) {
   Module module = WithCallback("mod");
-  ByCriteria(module, -1, m_handle);
+  ByCriteria(module, -1, handle_);
   Notify(fake_tv_service.section_key);
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].stream, 65535);
@@ -494,7 +494,7 @@ TEST_F(TvsSection, TellsAModuleThatSubscribedMinus1TheStream65535) {
 
 TEST_F(TvsSection, IsSilentAboutACopyWithoutACallbackAndAnEntryWithoutACopy) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   CopyOf("mod")->m_sectionCallback = nullptr;
   Module::m_pSectionSubscriptions->emplace(INT32_MIN, nullptr);
   Notify(fake_tv_service.section_key);
@@ -504,7 +504,7 @@ TEST_F(TvsSection, IsSilentAboutACopyWithoutACallbackAndAnEntryWithoutACopy) {
 
 TEST_F(TvsSection, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   const int key = fake_tv_service.section_key;
   BeforeNextLock(Module::ReleaseAll);
   Notify(key);
@@ -514,12 +514,12 @@ TEST_F(TvsSection, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
 
 TEST_F(TvsSection, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   Module module = WithCallback("mod");
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   const int key = fake_tv_service.section_key;
   g_during = [&] {
     g_during = Module::ReleaseAll;
-    EXPECT_TRUE(ByFilter(module, 2, m_handle));
-    EXPECT_TRUE(module.UnsubscribeSection(m_handle)); // forgets the lower key
+    EXPECT_TRUE(ByFilter(module, 2, handle_));
+    EXPECT_TRUE(module.UnsubscribeSection(handle_)); // forgets the lower key
   };
   Notify(key);
   EXPECT_THAT(*Module::m_pSectionSubscriptions, ElementsAre(Pair(CopyOf("mod")->m_GetKey(2), CopyOf("mod"))));
@@ -531,7 +531,7 @@ TEST_F(TvsSection, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
 TEST_F(TvsSection, DropsANotificationWhenMemoryIsShort) {
   Module module(kLongName);
   module.SetSectionCallback(OnSection<'a'>);
-  ByFilter(module, 1, m_handle);
+  ByFilter(module, 1, handle_);
   g_calls.reserve(1);
   int failures = 0;
   FailEachAllocation([] { Notify(fake_tv_service.section_key); }, [&](int) { ++failures; });

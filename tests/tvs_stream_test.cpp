@@ -134,7 +134,7 @@ protected:
     Stream::Notify(data, nullptr);
   }
 
-  int m_a = 0, m_b = 0; // user data
+  int a_ = 0, b_ = 0; // user data
 };
 
 using Streams = testing::Types<Pes, Caption>;
@@ -146,7 +146,7 @@ TYPED_TEST(TvsStream, FirstSubscriptionSetsUpTheServiceAndAsksIt) {
   Module::m_profile = PROFILE_PIP;
   Module::m_group = 4;
   Module module("mod");
-  EXPECT_TRUE(this->template Subscribe<'a'>(module, &this->m_a));
+  EXPECT_TRUE(this->template Subscribe<'a'>(module, &this->a_));
   EXPECT_THAT(ServiceCalls(),
               ElementsAre(TypeParam::kCreate + std::string("(2, 4) locked"), this->Service("Subscribe(0) locked")));
   EXPECT_TRUE(TypeParam::GaveTheLibrarysCallback());
@@ -159,11 +159,11 @@ TYPED_TEST(TvsStream, FirstSubscriptionSetsUpTheServiceAndAsksIt) {
 
 TYPED_TEST(TvsStream, SubscriptionWritesCallbackAndUserDataIntoTheCopy) {
   Module module("mod");
-  this->template Subscribe<'a'>(module, &this->m_a);
+  this->template Subscribe<'a'>(module, &this->a_);
   const Module *copy = this->CopyOf("mod");
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(TypeParam::CallbackOf(*copy), (OnData<typename TypeParam::Data, 'a'>));
-  EXPECT_EQ(copy->m_pUserData, &this->m_a);
+  EXPECT_EQ(copy->m_pUserData, &this->a_);
   EXPECT_EQ(TypeParam::CallbackOf(module), nullptr) << "the module's own object is left alone";
   EXPECT_EQ(module.m_pUserData, nullptr);
 }
@@ -174,11 +174,11 @@ TYPED_TEST(TvsStream, IsSetUpBeforeTheServiceIsAsked) {
   fake_tv_service.during[this->Service("Subscribe")] = [&] {
     ++asked;
     EXPECT_EQ(TypeParam::CallbackOf(*this->CopyOf("mod")), (OnData<typename TypeParam::Data, 'a'>));
-    EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->m_a);
+    EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->a_);
     ASSERT_NE(TypeParam::Names(), nullptr);
     EXPECT_THAT(*TypeParam::Names(), IsEmpty());
   };
-  this->template Subscribe<'a'>(module, &this->m_a);
+  this->template Subscribe<'a'>(module, &this->a_);
   EXPECT_EQ(asked, 1);
 }
 
@@ -195,13 +195,13 @@ TYPED_TEST(TvsStream, FurtherModulesOnlyAddTheirNames) {
 
 TYPED_TEST(TvsStream, RepeatedSubscriptionReplacesCallbackAndUserData) {
   Module module("mod");
-  this->template Subscribe<'a'>(module, &this->m_a);
-  EXPECT_TRUE(this->template Subscribe<'b'>(module, &this->m_b));
+  this->template Subscribe<'a'>(module, &this->a_);
+  EXPECT_TRUE(this->template Subscribe<'b'>(module, &this->b_));
   EXPECT_THAT(*TypeParam::Names(), SizeIs(1));
   this->Notify();
   HandleAll();
   EXPECT_EQ(Told(), "b");
-  EXPECT_EQ(g_calls[0].user_data, &this->m_b);
+  EXPECT_EQ(g_calls[0].user_data, &this->b_);
   ClearServiceCalls();
   EXPECT_TRUE(TypeParam::Unsubscribe(module));
   EXPECT_THAT(ServiceCalls(), ElementsAre(this->Service("Unsubscribe(100) locked")));
@@ -234,11 +234,11 @@ TYPED_TEST(TvsStream, IsRefusedWithoutACopy) {
 TYPED_TEST(TvsStream, IsRefusedOnceWhenTheServiceRefuses) {
   fake_tv_service.answers[this->Service("Subscribe")] = 0;
   Module module("mod");
-  EXPECT_FALSE(this->template Subscribe<'a'>(module, &this->m_a));
+  EXPECT_FALSE(this->template Subscribe<'a'>(module, &this->a_));
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre(this->Message("16 failed to subscribe % ! locked")));
   ASSERT_NE(TypeParam::Names(), nullptr);
   EXPECT_THAT(*TypeParam::Names(), IsEmpty());
-  EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->m_a) << "written before the service was asked";
+  EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->a_) << "written before the service was asked";
   EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("mod")), nullptr);
 
   ClearServiceCalls();
@@ -405,7 +405,7 @@ TYPED_TEST(TvsStream, PostsARecordWithACopyOfTheData) {
 
 TYPED_TEST(TvsStream, TellsTheModule) {
   Module module("mod");
-  this->template Subscribe<'a'>(module, &this->m_a);
+  this->template Subscribe<'a'>(module, &this->a_);
   ClearLog();
   ClearLockCalls();
   std::thread([] {
@@ -419,7 +419,7 @@ TYPED_TEST(TvsStream, TellsTheModule) {
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].pts, 12U);
   EXPECT_EQ(g_calls[0].payload, std::vector<unsigned char>(100000, 7));
-  EXPECT_EQ(g_calls[0].user_data, &this->m_a);
+  EXPECT_EQ(g_calls[0].user_data, &this->a_);
   EXPECT_FALSE(g_calls[0].lock_held);
   EXPECT_EQ(g_calls[0].thread, std::this_thread::get_id());
   EXPECT_THAT(LogMessages(), IsEmpty());

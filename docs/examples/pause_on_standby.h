@@ -10,27 +10,27 @@ enum ELUMIO_STATE : int { kLumioStateShown = 1, kLumioStateStandby = 2 };
 class PauseOnStandby {
 public:
   // One registration per function: that of a second object is refused, and it must not take back the first one's.
-  PauseOnStandby() : m_subscriber("pause") {
-    m_registered = m_subscriber.RegisterLumioStateChangeCb(OnStateChanged, this);
+  PauseOnStandby() : subscriber_("pause") {
+    registered_ = subscriber_.RegisterLumioStateChangeCb(OnStateChanged, this);
   }
 
   ~PauseOnStandby() {
-    if (m_registered) {
-      m_subscriber.UnregisterLumioStateChangeCb(OnStateChanged);
+    if (registered_) {
+      subscriber_.UnregisterLumioStateChangeCb(OnStateChanged);
     }
   }
 
   PauseOnStandby(const PauseOnStandby &) = delete;
   PauseOnStandby &operator=(const PauseOnStandby &) = delete;
 
-  bool Paused() const { return m_paused; }
+  bool Paused() const { return paused_; }
 
 private:
   static void OnStateChanged(ELUMIO_STATE state, void *data) {
-    static_cast<PauseOnStandby *>(data)->m_paused = state == kLumioStateStandby;
+    static_cast<PauseOnStandby *>(data)->paused_ = state == kLumioStateStandby;
   }
 
-  CLumioStateSubscriber m_subscriber;
-  bool m_registered;
-  std::atomic<bool> m_paused{false}; // the application may announce from any thread
+  CLumioStateSubscriber subscriber_;
+  bool registered_;
+  std::atomic<bool> paused_{false}; // the application may announce from any thread
 };

@@ -8,25 +8,25 @@
 class SignalWatch {
 public:
   // Objects with one name would be one module, with the user data of the latest.
-  explicit SignalWatch(const std::string &name) : m_subscriber(name) {
-    m_subscriber.SetSignalCallback(OnSignal);
-    m_subscriber.SubscribeSignal(SIGNAL_TYPE_LOCK, this, PROFILE_MAIN, 0);
+  explicit SignalWatch(const std::string &name) : subscriber_(name) {
+    subscriber_.SetSignalCallback(OnSignal);
+    subscriber_.SubscribeSignal(SIGNAL_TYPE_LOCK, this, PROFILE_MAIN, 0);
   }
 
-  ~SignalWatch() { m_subscriber.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0); }
+  ~SignalWatch() { subscriber_.UnsubscribeSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0); }
 
   SignalWatch(const SignalWatch &) = delete;
   SignalWatch &operator=(const SignalWatch &) = delete;
 
-  bool Locked() const { return m_locked; }
+  bool Locked() const { return locked_; }
 
 private:
   // Runs on the main loop, so nothing here needs a lock.
   static int OnSignal(ESignalType, TSSignalData signal, void *data) {
-    static_cast<SignalWatch *>(data)->m_locked = signal.value == 1;
+    static_cast<SignalWatch *>(data)->locked_ = signal.value == 1;
     return 0;
   }
 
-  CTVServiceSubscriber m_subscriber;
-  bool m_locked = false;
+  CTVServiceSubscriber subscriber_;
+  bool locked_ = false;
 };

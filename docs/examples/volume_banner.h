@@ -26,15 +26,15 @@ public:
   BannerCounter(const BannerCounter &) = delete;
   BannerCounter &operator=(const BannerCounter &) = delete;
 
-  int Shown() const { return m_shown; }
+  int Shown() const { return shown_; }
 
 private:
   static void OnChanged(int banner_id, void *data) {
     int state = 0;
     if (lumio_get_banner_state(banner_id, &state) == 0 && state == 1) {
-      ++(*static_cast<BannerCounter **>(data))->m_shown;
+      ++(*static_cast<BannerCounter **>(data))->shown_;
     }
   }
 
-  int m_shown = 0;
+  int shown_ = 0;
 };

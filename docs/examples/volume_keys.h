@@ -10,19 +10,19 @@ class VolumeKeys {
 public:
   // Priority 3: after a menu that may want the keys for itself, before modules that only look on.
   VolumeKeys()
-      : m_domain(lumio_kevent_init("volume")),
-        m_handler(lumio_kevent_handler_add(m_domain, LUMIO_KEVENT_PRESS, 3, OnPress, this)) {}
+      : domain_(lumio_kevent_init("volume")),
+        handler_(lumio_kevent_handler_add(domain_, LUMIO_KEVENT_PRESS, 3, OnPress, this)) {}
 
   // The handler first: a domain that is closed while a key is handled still gets keys, a deleted handler does not.
   ~VolumeKeys() {
-    lumio_kevent_handler_del(m_handler);
-    lumio_kevent_fini(m_domain);
+    lumio_kevent_handler_del(handler_);
+    lumio_kevent_fini(domain_);
   }
 
   VolumeKeys(const VolumeKeys &) = delete;
   VolumeKeys &operator=(const VolumeKeys &) = delete;
 
-  int Volume() const { return m_volume; }
+  int Volume() const { return volume_; }
 
 private:
   static int OnPress(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
@@ -30,17 +30,17 @@ private:
     const auto *event = static_cast<const Ecore_Event_Key *>(event_info);
     const std::string key = event->keyname ? event->keyname : ""; // some keys have no name
     if (key == "XF86AudioRaiseVolume") {
-      ++self->m_volume;
+      ++self->volume_;
       return 0; // ours: no module after this one sees the key
     }
     if (key == "XF86AudioLowerVolume") {
-      --self->m_volume;
+      --self->volume_;
       return 0;
     }
     return 1; // not ours: the next module is asked
   }
 
-  lumio_kevent *m_domain;
-  lumio_kevent_handler *m_handler;
-  int m_volume = 10;
+  lumio_kevent *domain_;
+  lumio_kevent_handler *handler_;
+  int volume_ = 10;
 };

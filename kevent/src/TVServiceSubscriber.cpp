@@ -87,22 +87,22 @@ template <class Container> void Discard(Container *&container) {
 class HandlerLock {
 public:
   template <class Container> explicit HandlerLock(Container *&container) {
-    while (!m_held && Load(container) && (mutex.IsCreated() || mutex.Create())) {
-      m_held = mutex.Lock();
+    while (!held_ && Load(container) && (mutex.IsCreated() || mutex.Create())) {
+      held_ = mutex.Lock();
     }
   }
   ~HandlerLock() {
-    if (m_held) {
+    if (held_) {
       mutex.Unlock();
     }
   }
   HandlerLock(const HandlerLock &) = delete;
   HandlerLock &operator=(const HandlerLock &) = delete;
 
-  explicit operator bool() const { return m_held; }
+  explicit operator bool() const { return held_; }
 
 private:
-  bool m_held = false;
+  bool held_ = false;
 };
 
 // The copy that `key` stands for, or null.

@@ -15,31 +15,31 @@ bool MainLoopQueue::Push(QueuedEvent *event) {
     return AppendAndWakeUp(event);
   }
   Drain();
-  return m_deliver(event);
+  return deliver_(event);
 }
 
 bool MainLoopQueue::AppendAndWakeUp(QueuedEvent *event) {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  std::lock_guard<std::mutex> lock(mutex_);
   event->next = nullptr;
-  if (!m_wake_up_pending) {
+  if (!wake_up_pending_) {
     // Ecore does not tell that it had no memory for the wake-up, but the allocator does.
     errno = 0;
     ecore_main_loop_thread_safe_call_async(OnWakeUp, this);
     if (errno == ENOMEM) {
       return false;
     }
-    m_wake_up_pending = true;
+    wake_up_pending_ = true;
   }
-  *m_end = event;
-  m_end = &event->next;
+  *end_ = event;
+  end_ = &event->next;
   return true;
 }
 
 void MainLoopQueue::OnWakeUp(void *queue) {
   auto *self = static_cast<MainLoopQueue *>(queue);
   {
-    std::lock_guard<std::mutex> lock(self->m_mutex);
-    self->m_wake_up_pending = false;
+    std::lock_guard<std::mutex> lock(self->mutex_);
+    self->wake_up_pending_ = false;
   }
   self->Drain();
 }
@@ -47,14 +47,14 @@ void MainLoopQueue::OnWakeUp(void *queue) {
 void MainLoopQueue::Drain() {
   QueuedEvent *event = nullptr;
   {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    event = std::exchange(m_first, nullptr);
-    m_end = &m_first;
+    std::lock_guard<std::mutex> lock(mutex_);
+    event = std::exchange(first_, nullptr);
+    end_ = &first_;
   }
   while (event) {
     QueuedEvent *next = event->next; // delivering gives the event away
-    if (!m_deliver(event)) {
-      m_drop(event);
+    if (!deliver_(event)) {
+      drop_(event);
     }
     event = next;
   }

@@ -19,7 +19,7 @@ class MainLoopQueue {
 public:
   // `deliver` runs on the main-loop thread and returns false when memory is short; `drop` takes what it refused.
   constexpr MainLoopQueue(bool (*deliver)(QueuedEvent *), void (*drop)(QueuedEvent *))
-      : m_deliver(deliver), m_drop(drop) {}
+      : deliver_(deliver), drop_(drop) {}
   MainLoopQueue(const MainLoopQueue &) = delete;
   MainLoopQueue &operator=(const MainLoopQueue &) = delete;
 
@@ -32,12 +32,12 @@ private:
   void Drain();
   bool AppendAndWakeUp(QueuedEvent *event);
 
-  bool (*m_deliver)(QueuedEvent *);
-  void (*m_drop)(QueuedEvent *);
-  std::mutex m_mutex; // guards what follows
-  QueuedEvent *m_first = nullptr;
-  QueuedEvent **m_end = &m_first;
-  bool m_wake_up_pending = false; // whenever something is queued
+  bool (*deliver_)(QueuedEvent *);
+  void (*drop_)(QueuedEvent *);
+  std::mutex mutex_; // guards what follows
+  QueuedEvent *first_ = nullptr;
+  QueuedEvent **end_ = &first_;
+  bool wake_up_pending_ = false; // whenever something is queued
 };
 
 } // namespace lumio

@@ -75,14 +75,14 @@ const bool g_single_links = [] {
 
 } // namespace
 
-ReleaseWatch::ReleaseWatch(const void *memory) : m_memory(memory), m_next(g_watches) { g_watches = this; }
+ReleaseWatch::ReleaseWatch(const void *memory) : memory_(memory), next_(g_watches) { g_watches = this; }
 
-ReleaseWatch::~ReleaseWatch() { g_watches = m_next; }
+ReleaseWatch::~ReleaseWatch() { g_watches = next_; }
 
 void ReleaseWatch::Released(const void *memory) {
-  for (ReleaseWatch *watch = Uncounted::Active() ? nullptr : g_watches; watch; watch = watch->m_next) {
-    if (memory && (!watch->m_memory || watch->m_memory == memory)) {
-      ++watch->m_count;
+  for (ReleaseWatch *watch = Uncounted::Active() ? nullptr : g_watches; watch; watch = watch->next_) {
+    if (memory && (!watch->memory_ || watch->memory_ == memory)) {
+      ++watch->count_;
     }
   }
 }

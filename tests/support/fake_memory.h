@@ -18,14 +18,14 @@ public:
   ReleaseWatch(const ReleaseWatch &) = delete;
   ReleaseWatch &operator=(const ReleaseWatch &) = delete;
 
-  int Count() const { return m_count; }
+  int Count() const { return count_; }
 
   static void Released(const void *memory);
 
 private:
-  const void *m_memory;
-  ReleaseWatch *m_next;
-  int m_count = 0;
+  const void *memory_;
+  ReleaseWatch *next_;
+  int count_ = 0;
 };
 
 // Runs `call` with its first, second, ... allocation failing until a run makes no allocation that could fail any more,

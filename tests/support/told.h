@@ -10,18 +10,18 @@
 class Told {
 public:
   void Add(const std::string &what) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_told.push_back(what);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    told_.push_back(what);
   }
 
   std::vector<std::string> All() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_told;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return told_;
   }
 
 private:
-  std::mutex m_mutex;
-  std::vector<std::string> m_told;
+  std::mutex mutex_;
+  std::vector<std::string> told_;
 };
 
 // Counts the ends of the threads that called Watch(): only a joined thread has certainly been counted.
@@ -29,11 +29,11 @@ class EndOfThread {
 public:
   static void Watch(std::atomic<int> &ends) {
     static thread_local EndOfThread t_end;
-    t_end.m_ends = &ends;
+    t_end.ends_ = &ends;
   }
 
 private:
-  ~EndOfThread() { ++*m_ends; }
+  ~EndOfThread() { ++*ends_; }
 
-  std::atomic<int> *m_ends = nullptr;
+  std::atomic<int> *ends_ = nullptr;
 };

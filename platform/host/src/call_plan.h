@@ -14,20 +14,20 @@ namespace lumio {
 template <class Call> class CallPlan {
 public:
   void RefuseNext(Call call, int result) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_refusals[call].push(result);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    refusals_[call].push(result);
   }
 
   void DuringNext(Call call, std::function<void()> action) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_actions[call].push(std::move(action));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    actions_[call].push(std::move(action));
   }
 
   // One call: `perform` unless it is refused, then the action planned for it, then the answer. No lock is held
   // meanwhile.
   int Carry(Call call, const std::function<int()> &perform) {
-    const std::optional<int> refusal = TakeNext(m_refusals, call);
-    const std::optional<std::function<void()>> action = TakeNext(m_actions, call);
+    const std::optional<int> refusal = TakeNext(refusals_, call);
+    const std::optional<std::function<void()>> action = TakeNext(actions_, call);
     const int result = refusal ? *refusal : perform();
     if (action) {
       (*action)();
@@ -37,7 +37,7 @@ public:
 
 private:
   template <class T> std::optional<T> TakeNext(std::map<Call, std::queue<T>> &planned, Call call) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(mutex_);
     std::queue<T> &queue = planned[call];
     if (queue.empty()) {
       return std::nullopt;
@@ -47,9 +47,9 @@ private:
     return next;
   }
 
-  std::mutex m_mutex; // guards both maps
-  std::map<Call, std::queue<int>> m_refusals;
-  std::map<Call, std::queue<std::function<void()>>> m_actions;
+  std::mutex mutex_; // guards both maps
+  std::map<Call, std::queue<int>> refusals_;
+  std::map<Call, std::queue<std::function<void()>>> actions_;
 };
 
 } // namespace lumio

@@ -25,14 +25,14 @@ public:
 private:
   void Run();
 
-  std::mutex m_mutex; // guards everything below
-  std::condition_variable m_posted;
-  std::condition_variable m_carried_out;
-  std::deque<std::function<void()>> m_queue;
-  std::uint64_t m_posts = 0;
-  std::uint64_t m_ends = 0; // posts that are carried out or dropped
-  bool m_stopped = false;
-  std::thread m_thread;
+  std::mutex mutex_; // guards everything below
+  std::condition_variable posted_;
+  std::condition_variable carried_out_;
+  std::deque<std::function<void()>> queue_;
+  std::uint64_t posts_ = 0;
+  std::uint64_t ends_ = 0; // posts that are carried out or dropped
+  bool stopped_ = false;
+  std::thread thread_;
 };
 
 } // namespace lumio

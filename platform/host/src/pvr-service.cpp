@@ -22,25 +22,25 @@ public:
   // that was there when the service was first used is still there.
   static PvrService &Get() {
     static PvrService *service = [] {
-      std::atexit([] { Get().m_thread.Stop(); });
+      std::atexit([] { Get().thread_.Stop(); });
       return new PvrService;
     }();
     return *service;
   }
 
   int Connect() {
-    return m_plan.Carry(Call::Init, [&] {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_connected = true;
+    return plan_.Carry(Call::Init, [&] {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      connected_ = true;
       return 1;
     });
   }
 
   template <class Callback>
   int Register(Call call, Registration<Callback> &registration, Callback callback, void *user_data) {
-    return m_plan.Carry(call, [&] {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      if (!m_connected || callback == nullptr) {
+    return plan_.Carry(call, [&] {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (!connected_ || callback == nullptr) {
         return -1;
       }
       registration = {callback, user_data};
@@ -49,8 +49,8 @@ public:
   }
 
   template <class Callback> int Unregister(Call call, Registration<Callback> &registration, Callback callback) {
-    return m_plan.Carry(call, [&] {
-      const std::lock_guard<std::mutex> lock(m_mutex);
+    return plan_.Carry(call, [&] {
+      const std::lock_guard<std::mutex> lock(mutex_);
       if (callback == nullptr || registration.callback != callback) {
         return -1;
       }
@@ -63,62 +63,62 @@ public:
   void Tell(pvr_state_e state) { Post(states, state); }
 
   int Start(int program) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const int request = ++m_requests;
-    if (m_state == PVR_STATE_RECORDING) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const int request = ++requests_;
+    if (state_ == PVR_STATE_RECORDING) {
       TellResult(PVR_OPERATION_START, request, PVR_RESULT_CONFLICT, {0, program, 0});
       Tell(PVR_STATE_CONFLICT);
       Tell(PVR_STATE_RECORDING);
-    } else if (m_free_space == 0) {
+    } else if (free_space_ == 0) {
       TellResult(PVR_OPERATION_START, request, PVR_RESULT_DISK_FULL, {0, program, 0});
       Enter(PVR_STATE_DISK_FULL);
     } else {
-      m_recording = {request, program, 0};
-      TellResult(PVR_OPERATION_START, request, PVR_RESULT_OK, m_recording);
+      recording_ = {request, program, 0};
+      TellResult(PVR_OPERATION_START, request, PVR_RESULT_OK, recording_);
       Enter(PVR_STATE_RECORDING);
     }
     return request;
   }
 
   int Stop() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const int request = ++m_requests;
-    if (m_state != PVR_STATE_RECORDING) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const int request = ++requests_;
+    if (state_ != PVR_STATE_RECORDING) {
       TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_IDLE, {});
     } else {
-      TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_OK, m_recording);
+      TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_OK, recording_);
       Enter(PVR_STATE_IDLE);
     }
     return request;
   }
 
   void Advance(int seconds) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_state != PVR_STATE_RECORDING) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ != PVR_STATE_RECORDING) {
       return;
     }
-    const int recorded = std::clamp(seconds, 0, m_free_space);
-    m_recording.duration += recorded;
-    LeaveFree(m_free_space - recorded);
+    const int recorded = std::clamp(seconds, 0, free_space_);
+    recording_.duration += recorded;
+    LeaveFree(free_space_ - recorded);
   }
 
   void SetFreeSpace(int mebibytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(mutex_);
     LeaveFree(std::max(mebibytes, 0));
   }
 
   pvr_state_e State() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_state;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return state_;
   }
 
-  void RefuseNext(Call call, int result) { m_plan.RefuseNext(call, result); }
-  void DuringNext(Call call, std::function<void()> action) { m_plan.DuringNext(call, std::move(action)); }
-  void Flush() { m_thread.Flush(); }
+  void RefuseNext(Call call, int result) { plan_.RefuseNext(call, result); }
+  void DuringNext(Call call, std::function<void()> action) { plan_.DuringNext(call, std::move(action)); }
+  void Flush() { thread_.Flush(); }
 
   void Shutdown() {
-    m_thread.Flush();
-    m_thread.Stop();
+    thread_.Flush();
+    thread_.Stop();
   }
 
   Registration<svc_pvr_result_cb> results;
@@ -134,8 +134,8 @@ private:
   // The callback is looked up when its turn comes and called without the lock: whoever unregisters it may hold a lock
   // of his own that the callback is waiting for.
   template <class Callback, class Value> void Post(const Registration<Callback> &registration, const Value &value) {
-    m_thread.Post([this, &registration, value] {
-      std::unique_lock<std::mutex> lock(m_mutex);
+    thread_.Post([this, &registration, value] {
+      std::unique_lock<std::mutex> lock(mutex_);
       const Registration<Callback> target = registration;
       lock.unlock();
       if (target.callback != nullptr) {
@@ -147,32 +147,32 @@ private:
   // The following are called with the lock held, so that what is told is told in the order it happened.
 
   void TellResult(pvr_operation_e operation, int request, pvr_result_e result, const Recording &recording) {
-    Tell({operation, request, result, recording.program, recording.duration, m_free_space, 0});
+    Tell({operation, request, result, recording.program, recording.duration, free_space_, 0});
   }
 
   void Enter(pvr_state_e state) {
-    m_state = state;
+    state_ = state;
     Tell(state);
   }
 
   void LeaveFree(int mebibytes) {
-    m_free_space = mebibytes;
-    if (m_state == PVR_STATE_RECORDING && m_free_space == 0) {
-      TellResult(PVR_OPERATION_STOP, m_recording.request, PVR_RESULT_DISK_FULL, m_recording);
+    free_space_ = mebibytes;
+    if (state_ == PVR_STATE_RECORDING && free_space_ == 0) {
+      TellResult(PVR_OPERATION_STOP, recording_.request, PVR_RESULT_DISK_FULL, recording_);
       Enter(PVR_STATE_DISK_FULL);
-    } else if (m_state == PVR_STATE_DISK_FULL && m_free_space > 0) {
+    } else if (state_ == PVR_STATE_DISK_FULL && free_space_ > 0) {
       Enter(PVR_STATE_IDLE);
     }
   }
 
-  lumio::CallPlan<Call> m_plan;
-  std::mutex m_mutex; // guards everything below, and the registrations
-  bool m_connected = false;
-  pvr_state_e m_state = PVR_STATE_IDLE;
-  int m_free_space = lumio::pvr::kInitialFreeSpace;
-  int m_requests = 0;
-  Recording m_recording;
-  lumio::DeliveryThread m_thread;
+  lumio::CallPlan<Call> plan_;
+  std::mutex mutex_; // guards everything below, and the registrations
+  bool connected_ = false;
+  pvr_state_e state_ = PVR_STATE_IDLE;
+  int free_space_ = lumio::pvr::kInitialFreeSpace;
+  int requests_ = 0;
+  Recording recording_;
+  lumio::DeliveryThread thread_;
 };
 
 } // namespace

@@ -95,7 +95,7 @@ bool ProgramService::GetMonitoringType(EProgramMonitoringType &type) {
          }) != kFailed;
 }
 
-TCProgramData *ProgramService::Keep(const TCProgramData &data) { return &m_kept.emplace_back(data); }
+TCProgramData *ProgramService::Keep(const TCProgramData &data) { return &kept_.emplace_back(data); }
 
 int EmitProgram(int handle, EProgramChangeType change, const TCProgramData &data, int position) {
   ProgramService &service = Service::Get().program;

@@ -35,12 +35,12 @@ template <class Key, class Details> class SubscriptionTable {
 public:
   using Deliver = std::function<void(const Details &)>;
 
-  explicit SubscriptionTable(Kind kind) : m_kind(kind) {}
+  explicit SubscriptionTable(Kind kind) : kind_(kind) {}
 
   // A key that is subscribed already goes on with the new details.
   void Add(const Key &key, int handle, const Details &details, void *user_data, const std::string &description) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto entry = m_entries.insert({key, {{m_kind, handle, nullptr, "", 0}, details}}).first;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto entry = entries_.insert({key, {{kind_, handle, nullptr, "", 0}, details}}).first;
     entry->second.details = details;
     entry->second.shown.userData = user_data;
     entry->second.shown.description = description;
@@ -51,24 +51,24 @@ public:
   }
 
   int RemoveIf(const Key &key, const std::function<bool(const Details &)> &allowed) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto entry = m_entries.find(key);
-    if (entry == m_entries.end() || !allowed(entry->second.details)) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto entry = entries_.find(key);
+    if (entry == entries_.end() || !allowed(entry->second.details)) {
       return kFailed;
     }
-    m_entries.erase(entry);
+    entries_.erase(entry);
     return kDone;
   }
 
   void Clear() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_entries.clear();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    entries_.clear();
   }
 
   int EmitTo(const Key &key, const Deliver &deliver) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto entry = m_entries.find(key);
-    if (entry == m_entries.end()) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto entry = entries_.find(key);
+    if (entry == entries_.end()) {
       return 0;
     }
     Post(key, entry->second.shown.handle, deliver);
@@ -76,9 +76,9 @@ public:
   }
 
   int EmitToEach(const std::function<bool(const Details &)> &chosen, const Deliver &deliver) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(mutex_);
     int count = 0;
-    for (const auto &[key, entry] : m_entries) {
+    for (const auto &[key, entry] : entries_) {
       if (chosen(entry.details)) {
         Post(key, entry.shown.handle, deliver);
         ++count;
@@ -88,8 +88,8 @@ public:
   }
 
   void List(std::vector<Subscription> &list) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto &[key, entry] : m_entries) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto &[key, entry] : entries_) {
       list.push_back(entry.shown);
     }
   }
@@ -106,9 +106,9 @@ private:
   // whoever subscribes or unsubscribes may hold a lock of his own that the callback is waiting for.
   void Post(const Key &key, int handle, const Deliver &deliver) {
     thread.Post([this, key, handle, deliver] {
-      std::unique_lock<std::mutex> lock(m_mutex);
-      const auto entry = m_entries.find(key);
-      if (entry == m_entries.end() || entry->second.shown.handle != handle) {
+      std::unique_lock<std::mutex> lock(mutex_);
+      const auto entry = entries_.find(key);
+      if (entry == entries_.end() || entry->second.shown.handle != handle) {
         return; // unsubscribed meanwhile
       }
       ++entry->second.shown.delivered;
@@ -118,9 +118,9 @@ private:
     });
   }
 
-  const Kind m_kind;
-  std::mutex m_mutex;
-  std::map<Key, Entry> m_entries;
+  const Kind kind_;
+  std::mutex mutex_;
+  std::map<Key, Entry> entries_;
 };
 
 struct SignalService final : ISignalSubscriber {
@@ -155,7 +155,7 @@ struct ProgramService final : IProgramSubscriber {
 private:
   int Add(Form form, const std::string &description, int &handle);
 
-  std::deque<TCProgramData> m_kept; // used by the delivery thread only; its elements stay where they are
+  std::deque<TCProgramData> kept_; // used by the delivery thread only; its elements stay where they are
 };
 
 struct SectionService final : ISectionSubscriber {
