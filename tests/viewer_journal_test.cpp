@@ -1,25 +1,16 @@
 // The journal of what becomes of each key.
 #include <gmock/gmock.h>
 
-#include "key_journal.h"
+#include "key_screen.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
-class Recorder : public Presentation {
-public:
-  void Show(const std::string &, const std::string &) override {}
-  void Hide(const std::string &) override {}
-  void ShowKey(const KeyJourney &journey) override { journeys.push_back(journey); }
-
-  std::vector<KeyJourney> journeys;
-};
-
 class Journal : public testing::Test {
 protected:
-  Recorder screen_;
+  KeyScreen screen_;
   KeyJournal journal_{screen_};
 };
 

@@ -8,23 +8,15 @@
 
 #include <cstdlib>
 
+#include "key_screen.h"
 #include "loop.h"
 
 using testing::ElementsAre;
 
 namespace {
 
-class Recorder : public Presentation {
-public:
-  void Show(const std::string &, const std::string &) override {}
-  void Hide(const std::string &) override {}
-  void ShowKey(const KeyJourney &journey) override { journeys.push_back(journey); }
-
-  std::vector<KeyJourney> journeys;
-};
-
 TEST(ViewerKeys, MayHaveNoName) {
-  Recorder screen;
+  KeyScreen screen;
   KeyJournal journal(screen);
   KeyDomain domain("module", journal);
   const KeyWatch watch(journal);
