@@ -633,6 +633,22 @@ TEST_F(TvsBridge, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
+TEST_F(TvsBridge, PassesOverASignalWhenTheClosedLockCannotBeMadeAgain) {
+  Module module("mod");
+  BeforeNextDestroy([&] {
+    module.SetSignalCallback(OnSignal);
+    module.SubscribeSignal(kType, &a_, PROFILE_MAIN, 0);
+  });
+  Module::ReleaseAll();
+  RefuseNextCreate();
+  Notify(1);
+  HandleAll();
+  EXPECT_THAT(Told(), IsEmpty());
+  Notify(2);
+  HandleAll();
+  EXPECT_THAT(Told(), ElementsAre(&a_));
+}
+
 // --- Short memory ---
 
 TEST_F(TvsBridge, DropsASignalOnAThreadWhenMemoryIsShort) {

@@ -15,6 +15,7 @@ namespace {
 std::mutex g_mutex;
 std::vector<std::string> g_calls;
 std::atomic<int> g_held{0};
+std::atomic<bool> g_refuse_next_create{false};
 std::function<void()> g_before_next_lock, g_before_next_destroy;
 
 void Record(const char *call) {
@@ -62,6 +63,8 @@ void BeforeNextDestroy(std::function<void()> call) {
   g_before_next_destroy = std::move(call);
 }
 
+void RefuseNextCreate() { g_refuse_next_create = true; }
+
 namespace Kestrel {
 
 TCMutex::TCMutex() = default;
@@ -70,6 +73,9 @@ TCMutex::~TCMutex() = default;
 bool TCMutex::Create() {
   Uncounted uncounted;
   Record("Create");
+  if (g_refuse_next_create.exchange(false)) {
+    return false;
+  }
   m_handle = reinterpret_cast<std::uintptr_t>(new std::mutex);
   return true;
 }

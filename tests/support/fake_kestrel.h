@@ -22,3 +22,6 @@ void BeforeNextLock(std::function<void()> call);
 
 // Runs `call` once, in the next Destroy() before the lock is closed: what another thread does that comes first.
 void BeforeNextDestroy(std::function<void()> call);
+
+// Lets the next Create() fail.
+void RefuseNextCreate();
