@@ -113,6 +113,9 @@ void PrivateDisplay::State::Key(const std::string &device, const std::string &ke
 }
 
 void PrivateDisplay::State::SetPlug(Device &device, Plug plug) {
+  if (server->IsStopped()) {
+    throw std::runtime_error("The X server " + server->DisplayName() + " has been stopped");
+  }
   ChangePlug(server->DisplayName(), device.id, plug);
   if (plug == Plug::kUnplugged) {
     device.injector.Disconnect();

@@ -38,7 +38,9 @@ public:
   ServerProcess(const ServerProcess &) = delete;
   ServerProcess &operator=(const ServerProcess &) = delete;
 
+  // Once stopped, the name may be another server's.
   const std::string &DisplayName() const { return display_name_; }
+  bool IsStopped() const { return process_.Get() < 0; }
   void Stop();
 
 private:
