@@ -6,6 +6,7 @@
 #include "fake_memory.h"
 #include "stderr_of.h"
 #include "store.h"
+#include "stored.h"
 #include "temporary_directory.h"
 
 #include <gmock/gmock.h>
@@ -38,13 +39,7 @@ using testing::Le;
 
 namespace {
 
-constexpr const char *kBanners = "memory/lumio/lumio_banner_state_1";
 constexpr const char *kAging = "db/FactoryApp/Aging";
-
-std::optional<int> Value(const std::string &key) {
-  int value = 0;
-  return vconf_get_int(key.c_str(), &value) == 0 ? std::optional<int>(value) : std::nullopt;
-}
 
 class Store : public testing::Test {
 protected:

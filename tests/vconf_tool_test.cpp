@@ -4,6 +4,7 @@
 
 #include "process.h"
 #include "stderr_of.h"
+#include "stored.h"
 #include "temporary_directory.h"
 
 #include <gmock/gmock.h>
@@ -26,7 +27,6 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr const char *kBanners = "memory/lumio/lumio_banner_state_1";
 constexpr const char *kNoKey = ": a key begins with \"memory/\" or \"db/\", goes on, and has at most 511 bytes\n";
 
 enum Status { kDone = 0, kNotSet = 1, kWrongUsage = 2, kFailed = 3 };
@@ -84,11 +84,6 @@ void ExpectRefused(const Arguments &arguments, Status status, const std::string 
   EXPECT_EQ(ran.output, "");
   EXPECT_EQ(ran.error, "lumio-vconf: " + why);
   EXPECT_EQ(ran.status, status);
-}
-
-std::optional<int> Value(const std::string &key) {
-  int value = 0;
-  return vconf_get_int(key.c_str(), &value) == 0 ? std::optional<int>(value) : std::nullopt;
 }
 
 class VconfTool : public testing::Test {
