@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -26,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -34,11 +36,11 @@ namespace {
 
 int g_journal = -ENOENT; // what the journal answers to those who want to log
 
-constexpr const char *kTime = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}";
+constexpr const char *kStamp = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} [0-9]+";
 constexpr size_t kTimeLength = 23;
 
-// One line of the log, as a pattern.
-std::string Line(const std::string &rest) { return std::string(kTime) + " " + rest + "\n"; }
+// One line of the log, as a pattern: time and process id, then `rest`.
+std::string Line(const std::string &rest) { return std::string(kStamp) + " " + rest + "\n"; }
 
 int Log(const std::string &text, int priority = 16) { return __dlog_print(0, priority, "tag", "%s", text.c_str()); }
 
@@ -72,6 +74,20 @@ TEST_F(Dlog, WritesOneLineToTheStandardErrorOutput) {
   });
   EXPECT_THAT(line, MatchesRegex(Line("V lumio-kevent: kevent\\.cpp: _key_cb\\(12\\) > \\[_key_cb:12\\] key Up")));
   EXPECT_EQ(written, static_cast<int>(line.size()));
+}
+
+TEST_F(Dlog, NamesTheProcessThatLogs) {
+  const std::string file = directory_ / "log";
+  Target(file);
+  Log("parent");
+  const pid_t child = fork();
+  if (child == 0) {
+    Log("child");
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  EXPECT_THAT(ContentOf(file), AllOf(HasSubstr(" " + std::to_string(getpid()) + " E tag: parent\n"),
+                                     HasSubstr(" " + std::to_string(child) + " E tag: child\n")));
 }
 
 std::string LocalTime() {
@@ -228,7 +244,7 @@ TEST_F(Dlog, ALineCutByAFullDiskDoesNotSpoilTheNextOne) {
     EXPECT_GT(Log("three"), 0);
   });
   EXPECT_THAT(ContentOf(file),
-              MatchesRegex(std::string(kTime) + " E tag: x*\n" + Line("E tag: two") + Line("E tag: three")));
+              MatchesRegex(std::string(kStamp) + " E tag: x*\n" + Line("E tag: two") + Line("E tag: three")));
 }
 
 TEST_F(Dlog, TheJournalGetsThePriority) {
@@ -280,10 +296,11 @@ void LogInThreads(int process, int threads, int lines) {
 void CheckNumberedLines(const std::string &log, int writers, int lines) {
   std::vector<int> next(static_cast<size_t>(writers));
   std::istringstream stream(log);
-  const size_t start = kTimeLength + strlen(" E tag: ");
+  const std::string beginning = " E tag: ";
   for (std::string line; std::getline(stream, line);) {
-    ASSERT_GT(line.size(), start);
-    const std::string text = line.substr(start);
+    const size_t found = line.find(beginning);
+    ASSERT_NE(found, std::string::npos);
+    const std::string text = line.substr(found + beginning.size());
     const size_t writer = std::stoul(text);
     ASSERT_LT(writer, next.size());
     ASSERT_EQ(text, NumberedText(static_cast<int>(writer), next[writer]));

@@ -209,7 +209,8 @@ bool Log::Compose(const Level &level, const char *tag, const char *format, va_li
   }
   const size_t start = line_.size();
   AppendTime(&line_);
-  line_ += {' ', level.letter, ' '};
+  line_ += ' ' + std::to_string(getpid()) + ' '; // several processes may share one file
+  line_ += {level.letter, ' '};
   line_ += tag == nullptr ? "-" : tag;
   line_ += ": ";
   const bool formatted = AppendFormatted(&line_, format, arguments);
