@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -27,7 +26,6 @@
 #include <thread>
 #include <vector>
 
-using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -79,15 +77,16 @@ TEST_F(Dlog, WritesOneLineToTheStandardErrorOutput) {
 TEST_F(Dlog, NamesTheProcessThatLogs) {
   const std::string file = directory_ / "log";
   Target(file);
-  Log("parent");
-  const pid_t child = fork();
-  if (child == 0) {
-    Log("child");
-    _exit(0);
+  InProcesses(1, [](int) {
+    Log("parent " + std::to_string(getpid()));
+    InProcesses(1, [](int) { Log("child " + std::to_string(getpid())); });
+  });
+  EXPECT_THAT(ContentOf(file), MatchesRegex(Line("E tag: parent [0-9]+") + Line("E tag: child [0-9]+")));
+  std::istringstream lines(ContentOf(file));
+  for (std::string line; std::getline(lines, line);) {
+    const std::string id = line.substr(line.rfind(' ') + 1);
+    EXPECT_THAT(line.substr(kTimeLength), testing::StartsWith(" " + id + " E "));
   }
-  waitpid(child, nullptr, 0);
-  EXPECT_THAT(ContentOf(file), AllOf(HasSubstr(" " + std::to_string(getpid()) + " E tag: parent\n"),
-                                     HasSubstr(" " + std::to_string(child) + " E tag: child\n")));
 }
 
 std::string LocalTime() {
