@@ -9,7 +9,7 @@ enum ELUMIO_STATE : int { kLumioStateShown = 1, kLumioStateStandby = 2 };
 
 class PauseOnStandby {
 public:
-  // One registration per function: that of a second object is refused, and it must not take back the first one's.
+  // A function can be registered once. If a second object is refused, it must not unregister the first one's callback.
   PauseOnStandby() : subscriber_("pause") {
     registered_ = subscriber_.RegisterLumioStateChangeCb(OnStateChanged, this);
   }

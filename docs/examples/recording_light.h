@@ -1,4 +1,4 @@
-// A module that knows whether the red recording light is to be on.
+// A module that knows whether the red recording light must be on.
 #pragma once
 
 #include <PvrServiceSubscriber.h>
@@ -23,7 +23,7 @@ public:
   bool On() const { return on_; }
 
 private:
-  // Runs on a thread of the service, with the library's lock held: remember, and return.
+  // Runs on a thread of the service, with the library's lock held. Store the state and return.
   static bool OnState(pvr_state_e state, void *data) {
     static_cast<RecordingLight *>(data)->on_ = state == PVR_STATE_RECORDING;
     return true;

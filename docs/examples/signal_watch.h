@@ -7,7 +7,7 @@
 
 class SignalWatch {
 public:
-  // Objects with one name would be one module, with the user data of the latest.
+  // Give each object a different name: objects with the same name share their callbacks and their user data.
   explicit SignalWatch(const std::string &name) : subscriber_(name) {
     subscriber_.SetSignalCallback(OnSignal);
     subscriber_.SubscribeSignal(SIGNAL_TYPE_LOCK, this, PROFILE_MAIN, 0);

@@ -1,4 +1,4 @@
-// A module that shows the volume banner, and one that counts how often it appeared.
+// A function that shows the volume banner, and a module that counts how often it appeared.
 #pragma once
 
 #include <lumio-banner-state.h>
@@ -9,11 +9,11 @@ constexpr int kVolumeBanner = 3; // the application numbers its banners from 0 t
 
 inline bool ShowVolumeBanner() { return lumio_set_banner_state(kVolumeBanner, 1) == 0; }
 
-// One at a time: deleting a callback deletes every registration of it on the banner.
+// Create one at a time: deleting a callback deletes all its registrations for the banner.
 class BannerCounter {
 public:
   BannerCounter() {
-    // The library owns this little block from here on, and frees it when the callback is deleted.
+    // The library owns this block from now on and frees it when the callback is deleted.
     auto **self = static_cast<BannerCounter **>(std::malloc(sizeof(BannerCounter *)));
     if (self) {
       *self = this;

@@ -1,4 +1,4 @@
-// A module that turns the volume with the remote control's keys.
+// A module that changes the volume with the remote control's keys.
 #pragma once
 
 #include <Ecore_Input.h>
@@ -8,12 +8,12 @@
 
 class VolumeKeys {
 public:
-  // Priority 3: after a menu that may want the keys for itself, before modules that only look on.
+  // Priority 3: after a menu that may consume the keys, before modules that only watch.
   VolumeKeys()
       : domain_(lumio_kevent_init("volume")),
         handler_(lumio_kevent_handler_add(domain_, LUMIO_KEVENT_PRESS, 3, OnPress, this)) {}
 
-  // The handler first: a domain that is closed while a key is handled still gets keys, a deleted handler does not.
+  // Delete the handler first: a domain closed during a dispatch still receives keys, a deleted handler does not.
   ~VolumeKeys() {
     lumio_kevent_handler_del(handler_);
     lumio_kevent_fini(domain_);
@@ -31,13 +31,13 @@ private:
     const std::string key = event->keyname ? event->keyname : ""; // some keys have no name
     if (key == "XF86AudioRaiseVolume") {
       ++self->volume_;
-      return 0; // ours: no module after this one sees the key
+      return 0; // consumed: the modules after this one do not see the key
     }
     if (key == "XF86AudioLowerVolume") {
       --self->volume_;
       return 0;
     }
-    return 1; // not ours: the next module is asked
+    return 1; // not consumed: the library asks the next module
   }
 
   lumio_kevent *domain_;
