@@ -1,4 +1,4 @@
-// A banner set and read through the library, and the calls of the store that this takes.
+// Compares setting and reading a banner through the library with the same calls of the store.
 #include <lumio-banner-state.h>
 
 #include <benchmark/benchmark.h>
@@ -9,7 +9,7 @@ namespace {
 constexpr char kKey[] = "memory/lumio/lumio_banner_state_1";
 constexpr int kBanner = 3;
 
-// Makes the run count only when the store works.
+// Rejects the run if the store fails.
 void Check(benchmark::State &state, int result) {
   if (result != 0) {
     state.SkipWithError("the store failed");

@@ -1,4 +1,4 @@
-// A key on its way through the library, and handlers that come and go, beside plain Ecore event handlers.
+// Compares the library with plain Ecore event handlers: delivering a key, and adding and deleting a handler.
 #include <kevent.h>
 
 #include <Ecore.h>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kPriorities = 7;
 
-// What a handler does: it counts, and consumes the key or leaves it to the next one.
+// The work of one handler: it counts the call, and consumes the key or passes it on.
 struct Work {
   int *asked;
   bool consumes;
@@ -23,7 +23,7 @@ enum Consumer { kFirst, kLast, kNobody };
 
 void Keep(void *, void *) {}
 
-// Handlers of plain Ecore, for an event type of their own: the library stays installed for keys once it was used.
+// Plain Ecore handlers. They use an event type of their own, because the library stays installed for keys.
 class Bare {
 public:
   using Handler = Ecore_Event_Handler *;
@@ -64,7 +64,7 @@ private:
   lumio_kevent *kevent_ = lumio_kevent_init("bench");
 };
 
-// Handlers in the order of their priorities, an equal number at each.
+// Handlers in the order of their priorities, the same number at each priority.
 template <class Side> class Handlers {
 public:
   Handlers(Side *side, int count, Consumer consumer) : side_(side) {
@@ -81,7 +81,7 @@ public:
     }
   }
 
-  // One handler more, and the oldest one less.
+  // Adds a handler and deletes the oldest one.
   void Renew() {
     handlers_.push_back(side_->Add(0, &work_.front()));
     side_->Delete(handlers_.front());
@@ -97,8 +97,8 @@ private:
   std::deque<typename Side::Handler> handlers_;
 };
 
-// One press from the queue of the main loop to the handlers, and the loop's turn around it. Its time is taken from the
-// clock, so that it is never too old.
+// Measures one iteration of the main loop that delivers one press. The press carries the current time, so the library
+// never drops it for its age.
 template <class Side> void Key(benchmark::State &state, Consumer consumer) {
   Side side;
   const int count = static_cast<int>(state.range(0));
@@ -116,7 +116,7 @@ template <class Side> void Key(benchmark::State &state, Consumer consumer) {
   }
 }
 
-// A handler added and another one deleted while many are registered.
+// Measures adding one handler and deleting another while many are registered.
 template <class Side> void AddAndDelete(benchmark::State &state) {
   Side side;
   Handlers<Side> handlers(&side, static_cast<int>(state.range(0)), kNobody);
@@ -125,7 +125,7 @@ template <class Side> void AddAndDelete(benchmark::State &state) {
   }
 }
 
-// The registry of the benchmark library owns what is registered.
+// The benchmark library owns the registered benchmarks.
 // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
 template <class Side> void Register(const std::string &side) {
   const std::pair<const char *, Consumer> consumers[] = {{"first", kFirst}, {"last", kLast}, {"nobody", kNobody}};

@@ -1,6 +1,6 @@
-// Runs the benchmarks with the platform's log and store, or without them:
-//   --platform=real  a vconf store of this run alone, and the log written to /dev/null (the default)
-//   --platform=none  functions that do nothing, so that the library's own cost shows
+// Runs the benchmarks with or without the platform's log and store:
+//   --platform=real  use a store of this run's own and write the log to /dev/null (the default)
+//   --platform=none  replace them with functions that do nothing, to measure the library alone
 #include <Ecore.h>
 #include <Ecore_Input.h>
 #include <benchmark/benchmark.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// Takes the option out of the arguments and returns whether it was there.
+// Removes the option from the arguments. Returns whether it was there.
 bool TakeOption(int *argc, char **argv, const char *option) {
   char **end = std::remove_if(argv + 1, argv + *argc, [option](const char *given) { return !strcmp(given, option); });
   const bool taken = end != argv + *argc;
@@ -25,7 +25,7 @@ bool TakeOption(int *argc, char **argv, const char *option) {
   return taken;
 }
 
-// Starts the program again with the platform's functions replaced. Returns only if that fails.
+// Restarts the program with the platform's functions replaced. Returns only on failure.
 void RestartWithoutPlatform(char **argv) {
   setenv("LD_PRELOAD", NO_PLATFORM, 1);
   execv("/proc/self/exe", argv);
@@ -43,7 +43,7 @@ int Run() {
   ecore_app_no_system_modules();
   ecore_init();
   ecore_event_init();
-  eina_log_domain_level_set("eina_safety", EINA_LOG_LEVEL_CRITICAL); // no display, and so no events of its extensions
+  eina_log_domain_level_set("eina_safety", EINA_LOG_LEVEL_CRITICAL); // without a display EFL warns about X events
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   ecore_event_shutdown();

@@ -1,4 +1,4 @@
-// A platform that does nothing, to be loaded ahead of the real one: what is left is the cost of the library itself.
+// A platform that does nothing. Preloaded before the real one, it leaves the cost of the library alone.
 #include <dlog.h>
 #include <vconf.h>
 

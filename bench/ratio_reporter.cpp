@@ -53,12 +53,12 @@ void RatioReporter::PrintRatiosOf(const Measurement &library) {
   const Measurement &first = *std::find_if(measurements_.begin(), measurements_.end(),
                                            [&](const Measurement &other) { return other.name == library.name; });
   if (is_alone && &first != &library) {
-    Print(library, first, "that with " + first.arguments);
+    Print(library, first, "with " + first.arguments);
   }
 }
 
 void RatioReporter::Print(const Measurement &library, const Measurement &other, const std::string &what) {
   const std::string name = library.arguments.empty() ? library.name : library.name + "/" + library.arguments;
   GetOutputStream() << std::left << std::setw(32) << name << std::right << std::fixed << std::setprecision(2)
-                    << std::setw(6) << library.seconds / other.seconds << " times " << what << "\n";
+                    << std::setw(6) << library.seconds / other.seconds << " times as long as " << what << "\n";
 }

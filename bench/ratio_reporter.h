@@ -1,4 +1,4 @@
-// Prints how many times as long the library takes as what stands beside it.
+// Prints how many times as long the library takes as the other sides of each comparison.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-// A benchmark is named NAME/SIDE or NAME/SIDE/ARGUMENTS. The side `library` is compared with each other side of the
-// same name and arguments: with the `bare` work, or with somebody else's way to do it. Where there is no other side, it
-// is compared with itself at the first arguments, which shows how its cost grows.
+// Name a benchmark NAME/SIDE or NAME/SIDE/ARGUMENTS. The reporter compares the side `library` with each other side that
+// has the same name and arguments: the `bare` work, or another library. If there is no other side, it compares the
+// library with itself at the first arguments, which shows how the cost grows.
 //
-// It is CPU time that is compared, and where a benchmark uses real time, that; of several repetitions the fastest
-// counts, being the one that was disturbed least.
+// The reporter compares CPU time, or real time if the benchmark uses real time. Of several repetitions it takes the
+// fastest, which was disturbed least.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
   RatioReporter() : ConsoleReporter(OO_Tabular) {}
@@ -32,5 +32,5 @@ private:
   void PrintRatiosOf(const Measurement &library);
   void Print(const Measurement &library, const Measurement &other, const std::string &what);
 
-  std::vector<Measurement> measurements_; // in the order of the runs
+  std::vector<Measurement> measurements_; // in the order in which they ran
 };

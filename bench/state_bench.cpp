@@ -1,4 +1,4 @@
-// A state change told to many callbacks by the library, and by a plain loop under a lock.
+// Compares a state change announced through the library with a plain loop over the callbacks under a lock.
 #include <LumioStateSubscriber.h>
 
 #include <benchmark/benchmark.h>
@@ -16,7 +16,7 @@ using Callback = CLumioStateSubscriber::StateChangedCallback;
 
 constexpr size_t kMost = 100;
 
-// Different functions, since the library takes each only once.
+// The library registers each function only once, so there are many.
 template <size_t> void Count(ELUMIO_STATE, void *user_data) { ++*static_cast<size_t *>(user_data); }
 
 template <size_t... I> constexpr std::array<Callback, sizeof...(I)> Counters(std::index_sequence<I...>) {

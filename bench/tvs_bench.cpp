@@ -1,5 +1,7 @@
-// The TV service's notifications on their way to a module: from several threads to the main loop, beside other ways to
-// a loop; among many subscriptions of other keys; and sections, which stay on their thread, beside a bare lookup.
+// Measures the TV service's notifications on their way to a module:
+// - from several threads to the main loop, compared with other main loops;
+// - among many subscriptions;
+// - sections, which stay on their thread, compared with a bare lookup.
 #include <TVServiceSubscriber.h>
 
 #include <Ecore.h>
@@ -22,18 +24,18 @@
 namespace {
 
 constexpr int kMostSenders = 4;
-constexpr int kBatch = 4000; // messages of all senders together, so that waking the senders hardly counts
+constexpr int kBatch = 4000; // messages of all senders together; many, so that waking the senders hardly counts
 constexpr TSignalInfo kKey = {SIGNAL_TYPE_STRENGTH, PROFILE_MAIN, 0};
 
 // A message from one of the senders.
 TSSignalData Message(int sender, int number) { return {number, sender}; }
 
-// Where messages arrive, on the thread of the loop. Sees that each comes once, and a sender's in order.
+// Receives the messages on the loop's thread. Checks that each arrives once, and those of one sender in order.
 class Inbox {
 public:
   void Expect(int count) { due_ = count; }
 
-  // Returns whether nothing is due any more.
+  // Returns whether this was the last message of the batch.
   bool Take(const TSSignalData &message) {
     in_order_ &= message.value == next_[message.extra]++;
     return --due_ == 0;
@@ -47,7 +49,7 @@ private:
   bool in_order_ = true;
 };
 
-// --- Ways to a loop: Send is called on any thread, Receive returns when nothing is due any more ----------------------
+// --- Ways to a loop: any thread calls Send; Receive returns after the last message of the batch ----------------------
 
 class Library {
 public:
@@ -65,7 +67,7 @@ public:
     }
   }
 
-  // As the TV service does it.
+  // Calls what the TV service calls.
   void Send(TSSignalData message) {
     CTVServiceSubscriber::t_SignalCallback(kKey.signalType, kKey.profile, kKey.screenId, message, nullptr);
   }
@@ -84,7 +86,7 @@ private:
   CTVServiceSubscriber module_{"bench"};
 };
 
-// What the library's rivals send: a record like the library's own.
+// What the other sides send: a record like the library's own.
 TSignalEvent Record(TSSignalData message, void *receiver) {
   return {kKey.signalType, message, kKey.profile, kKey.screenId, receiver};
 }
@@ -109,7 +111,7 @@ private:
   Inbox *inbox_;
 };
 
-// The library's records travel on as Ecore events, which cost more than a call: this is what Ecore itself takes for it.
+// The library posts its records as Ecore events, which cost more than a call. This side measures Ecore's share of that.
 class EcoreEvent {
 public:
   explicit EcoreEvent(Inbox *inbox)
@@ -174,7 +176,7 @@ private:
   GMainLoop *loop_ = g_main_loop_new(context_, FALSE);
 };
 
-// libuv takes a wake-up but no message to the loop: the messages are in a queue.
+// libuv sends a wake-up but no message to the loop, so the messages wait in a queue.
 class UvAsync {
 public:
   explicit UvAsync(Inbox *inbox) : inbox_(inbox) {
@@ -222,15 +224,15 @@ private:
   uv_async_t async_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<TSignalEvent>> queue_;   // guarded by the mutex
-  std::vector<std::unique_ptr<TSignalEvent>> drained_; // kept for its memory
+  std::vector<std::unique_ptr<TSignalEvent>> drained_; // a member, so that it keeps its memory
 };
 
 // --- From several threads --------------------------------------------------------------------------------------------
 
-// Threads that each send their share of a batch when told to. Starting and joining them is not part of the measurement.
+// Threads that each send their share of a batch. The measurement does not include starting and joining them.
 class Senders {
 public:
-  // `send` is given the sender and the batch, both counted from 0.
+  // Calls `send` with the sender and the batch, both counted from 0.
   Senders(int count, const std::function<void(int, int)> &send) {
     for (int sender = 0; sender < count; ++sender) {
       threads_.emplace_back([this, send, sender] {
@@ -262,7 +264,7 @@ private:
     changed_.notify_all();
   }
 
-  // Returns whether the batch was started, rather than the end.
+  // Returns true when the batch has started, false at the end.
   bool WaitFor(int batch) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [&] { return started_ > batch || ended_; });
@@ -276,8 +278,8 @@ private:
   std::vector<std::thread> threads_;
 };
 
-// Messages from threads to a callback on the loop's. An iteration is one message, so the time is what each takes; CPU
-// time is that of the loop's thread.
+// Measures messages from threads to a callback on the loop's thread. An iteration is one message. CPU time is that of
+// the loop's thread.
 template <class Side> void FromThreads(benchmark::State &state) {
   const int count = static_cast<int>(state.range(0));
   const int share = kBatch / count;
@@ -310,10 +312,10 @@ BENCHMARK(FromThreads<EcoreCallAsync>)
 BENCHMARK(FromThreads<GLibInvoke>)->Name("signal_from_threads/g_main_context_invoke_full")->Apply(WithSenders);
 BENCHMARK(FromThreads<UvAsync>)->Name("signal_from_threads/uv_async_send")->Apply(WithSenders);
 
-// --- Among subscriptions of other keys -------------------------------------------------------------------------------
+// --- Among other subscriptions ---------------------------------------------------------------------------------------
 
-// One notification to a module that has many subscriptions. It is made on the main-loop thread: beside a thread that
-// sends, what grows on the loop's could hide.
+// Measures one notification to a module that has many subscriptions. The main-loop thread sends it, because the work of
+// a sending thread could hide a cost that grows on the loop's.
 void AmongOthers(benchmark::State &state) {
   Inbox inbox;
   Library library(&inbox);
@@ -339,7 +341,7 @@ benchmark::IterationCount g_sections;
 
 void OnSection(bool, unsigned short, unsigned char *, int) { ++g_sections; }
 
-// The least that leads from a key to a callback which may change what is subscribed.
+// The least work that leads from a key to a callback, if the callback may change the subscriptions.
 class BareSections {
 public:
   explicit BareSections(int count) {
@@ -390,7 +392,7 @@ private:
   CTVServiceSubscriber module_{"bench"};
 };
 
-// One section to the callback of its stream, all streams taking turns.
+// Measures one section to the callback of its stream. The streams take turns.
 template <class Side> void Section(benchmark::State &state) {
   const int count = static_cast<int>(state.range(0));
   Side side(count);
