@@ -1,4 +1,4 @@
-/* A key, from the main loop to a handler in C. */
+/* Sends a key through the main loop to a handler, in C. */
 #include <Ecore.h>
 #include <Ecore_Input.h>
 #include <kevent.h>
@@ -34,6 +34,6 @@ int main(void) {
 
   ecore_event_shutdown();
   ecore_shutdown();
-  puts(taken ? "the handler took the key" : "the handler was not asked");
+  puts(taken ? "the handler took the key" : "the handler did not take the key");
   return !taken;
 }

@@ -1,4 +1,4 @@
-// A viewer that announces its states to a module in C++.
+// Announces a viewer state to a module, in C++.
 #include <LumioStateSubscriber.h>
 
 #include <iostream>
@@ -11,6 +11,6 @@ int main() {
   module.RegisterLumioStateChangeCb(
       [](ELUMIO_STATE state, void *seen_state) { *static_cast<ELUMIO_STATE *>(seen_state) = state; }, &seen);
   CLumioStateSubscriber::HandleStateChanged(kLive);
-  std::cout << (seen == kLive ? "the module was told the state\n" : "the module was not told\n");
+  std::cout << (seen == kLive ? "the module received the state\n" : "the module did not receive the state\n");
   return seen == kLive ? 0 : 1;
 }

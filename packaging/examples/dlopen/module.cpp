@@ -1,4 +1,4 @@
-// A module that a viewer loads while it runs. It shows a banner for as long as it is loaded.
+// A module that a viewer loads while it runs. It shows a banner and watches it until it is unloaded.
 #include <lumio-banner-state.h>
 
 #include <cstdlib>
@@ -9,7 +9,7 @@ constexpr int kBanner = 7;
 
 void OnBanner(int banner_id, void *data) { *static_cast<int *>(data) = banner_id; }
 
-int *g_told; // the library releases it when the callback is deleted
+int *g_told; // the library frees it when the callback is deleted
 
 } // namespace
 

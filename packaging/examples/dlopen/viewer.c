@@ -1,4 +1,4 @@
-/* A viewer that knows neither its module nor the library until it runs. */
+/* Loads a module, and with it the library, while it runs. */
 #include <Ecore.h>
 #include <dlfcn.h>
 #include <stdio.h>
@@ -21,6 +21,6 @@ int main(void) {
   stop();
   dlclose(module);
   ecore_shutdown();
-  printf("the module was told of banner %d\n", told);
+  printf("the module received a change of banner %d\n", told);
   return told != 7;
 }

@@ -1,4 +1,4 @@
-// A test of somebody else's module, which makes the desktop platform's recorder do what the module has to cope with.
+// A test of a module. It makes the desktop platform's recorder do what the module must cope with.
 #include <PvrServiceSubscriber.h>
 #include <lumio-host/pvr-control.h>
 
