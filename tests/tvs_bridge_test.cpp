@@ -553,6 +553,21 @@ TEST_F(TvsBridge, ModuleReleasesAllInTheFirstOfItsTwoCallbacks) {
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3)));
 }
 
+TEST_F(TvsBridge, ReadsTheFiveArgumentCallbackWhenItsTurnComes) {
+  Module module = Subscribed("mod", &a_);
+  Module *copy = Module::m_GetSubscriber("mod", "signal");
+  g_during = [copy] { copy->m_ttSignalCallback = copy->m_ttSignalCallback ? nullptr : OnTTSignal; };
+  Notify(1); // sets it in the first call and clears it in the second
+  HandleAll();
+  EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3), Field(&Call::form, 5)));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &a_));
+  copy->m_ttSignalCallback = OnTTSignal;
+  g_calls.clear();
+  Notify(2);
+  HandleAll();
+  EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3))) << "cleared before its turn";
+}
+
 TEST_F(TvsBridge, ModuleReleasesAllAndSubscribesAnewInACallback) {
   Module first = Subscribed("first", &a_);
   Module second = Subscribed("second", &b_);
@@ -644,9 +659,51 @@ TEST_F(TvsBridge, PassesOverASignalWhenTheClosedLockCannotBeMadeAgain) {
   Notify(1);
   HandleAll();
   EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
   Notify(2);
   HandleAll();
   EXPECT_THAT(Told(), ElementsAre(&a_));
+}
+
+// --- A lock that refuses ---
+
+class TvsBridgeRefusals : public TvsBridge, public testing::WithParamInterface<int> {};
+
+TEST_P(TvsBridgeRefusals, DoNotKeepASignalFromItsModules) {
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
+  Notify(1);
+  RefuseLocks(GetParam());
+  HandleAll();
+  EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
+  EXPECT_EQ(LogCount("16 No subscriptions !"), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Locks, TvsBridgeRefusals, testing::Values(1, 100));
+
+TEST_F(TvsBridge, DropsASignalWhenTheLockAlwaysRefusesAndTriesTheNextAnew) {
+  Module module = Subscribed("mod", &a_);
+  Notify(1);
+  Notify(2);
+  RefuseLocks(kAlways);
+  HandleAll();
+  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_EQ(LogCount("16 No subscriptions !"), 2);
+  RefuseLocks(0);
+  Notify(3);
+  HandleAll();
+  EXPECT_THAT(ValuesTold(), ElementsAre(3));
+}
+
+TEST_F(TvsBridge, DropsTheRestOfASignalWhenTheLockRefusesFromACallbackOn) {
+  Module first = Subscribed("first", &a_);
+  Module second = Subscribed("second", &b_);
+  g_during = [] { RefuseLocks(kAlways); };
+  Notify(1);
+  HandleAll();
+  RefuseLocks(0);
+  EXPECT_THAT(Told(), ElementsAre(&a_));
+  EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
 }
 
 // --- Short memory ---
@@ -718,7 +775,7 @@ TEST_F(TvsBridge, DropsASignalInTheHandlerWhenMemoryIsShort) {
                        EXPECT_EQ(LogCount("16 No subscriptions !"), failures);
                        EXPECT_FALSE(AnyLockHeld());
                      });
-  EXPECT_EQ(failures, 3) << "the targets, the module's name, its user data";
+  EXPECT_EQ(failures, 2) << "the targets, the module's name";
   EXPECT_THAT(ValuesTold(), ElementsAre(2));
 }
 

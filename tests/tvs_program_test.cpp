@@ -543,6 +543,32 @@ TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   EXPECT_EQ(Told(), "aa");
 }
 
+TEST_F(TvsProgram, IsToldAlthoughTheLockRefusesForAWhile) {
+  Module module = WithCallback("mod");
+  SubscribeItem(module, handle_);
+  for (const int refusals : {1, 100}) {
+    Notify(100);
+    RefuseLocks(refusals);
+    HandleAll();
+  }
+  EXPECT_EQ(Told(), "aa");
+}
+
+TEST_F(TvsProgram, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextAnew) {
+  Module module = WithCallback("mod");
+  SubscribeItem(module, handle_);
+  ClearLog();
+  Notify(100);
+  RefuseLocks(kAlways);
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+  EXPECT_THAT(LogMessages(), ElementsAre("16 no subscription for program !"));
+  RefuseLocks(0);
+  Notify(100);
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+}
+
 TEST_F(TvsProgram, DropsANotificationWhenMemoryIsShort) {
   Module module = WithCallback("mod");
   SubscribeItem(module, handle_);

@@ -609,14 +609,36 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndSubscribesAnewInItsCallback) {
   g_during = [&] {
     g_during = nullptr;
     Module::ReleaseAll();
-    this->template Subscribe<'c'>(b);
+    this->template Subscribe<'c'>(b, &this->b_);
+  };
+  typename TypeParam::Data data;
+  data.pts = 5;
+  TypeParam::Notify(data, nullptr);
+  HandleAll();
+  EXPECT_EQ(Told(), "ac") << "a module is looked up by its name when its turn comes";
+  EXPECT_EQ(g_calls[1].pts, 6U) << "the notification at hand, as the first module left it";
+  EXPECT_EQ(g_calls[1].user_data, &this->b_);
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "acc");
+}
+
+// One name after the other is looked up, so the order of the new subscriptions does not matter.
+TYPED_TEST(TvsStream, ModuleReleasesAllAndTheLastSubscribesAnewInItsCallback) {
+  Module a("a"), b("b"), c("c");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  this->template Subscribe<'c'>(c);
+  ClearLog();
+  g_during = [&] {
+    g_during = nullptr;
+    Module::ReleaseAll();
+    this->template Subscribe<'d'>(c);
   };
   this->Notify();
   HandleAll();
-  EXPECT_EQ(Told(), "a") << "the rest of this notification went with the release";
-  this->Notify();
-  HandleAll();
-  EXPECT_EQ(Told(), "ac");
+  EXPECT_EQ(Told(), "ad");
+  EXPECT_EQ(LogCount(this->Message("16 failed to find % subscription instance : name = b")), 1);
 }
 
 // --- All is released on another thread while the handler waits for the lock ---
@@ -661,6 +683,68 @@ TYPED_TEST(TvsStream, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] { this->template Subscribe<'a'>(module); });
   Module::ReleaseAll();
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "a");
+}
+
+// --- A lock that refuses ---
+
+TYPED_TEST(TvsStream, IsToldAlthoughTheLockRefusesForAWhile) {
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  for (const int refusals : {1, 100}) {
+    this->Notify();
+    RefuseLocks(refusals);
+    HandleAll();
+  }
+  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 0);
+}
+
+TYPED_TEST(TvsStream, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextAnew) {
+  static bool released;
+  struct Derived : TypeParam::Data {
+    ~Derived() override { released = true; }
+  };
+  Module module("mod");
+  this->template Subscribe<'a'>(module);
+  this->Notify();
+  HandleAll(); // creates the event type
+  RefuseLocks(kAlways);
+  typename TypeParam::Event event = {new Derived};
+  Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event);
+  EXPECT_TRUE(released);
+  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
+  RefuseLocks(0);
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "aa");
+}
+
+TYPED_TEST(TvsStream, DropsTheRestOfANotificationWhenTheLockRefusesFromACallbackOn) {
+  Module a("a"), b("b");
+  this->template Subscribe<'a'>(a);
+  this->template Subscribe<'b'>(b);
+  ClearLog();
+  g_during = [] { RefuseLocks(kAlways); };
+  this->Notify();
+  HandleAll();
+  RefuseLocks(0);
+  EXPECT_EQ(Told(), "a");
+  EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
+}
+
+TYPED_TEST(TvsStream, DropsANotificationWhenTheLockCannotBeCreated) {
+  Module module("mod");
+  BeforeNextDestroy([&] { this->template Subscribe<'a'>(module); });
+  Module::ReleaseAll();
+  RefuseNextCreate();
+  this->Notify();
+  HandleAll();
+  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
   this->Notify();
   HandleAll();
   EXPECT_EQ(Told(), "a");

@@ -18,7 +18,8 @@
  * Errors: preconditions that a module breaks abort the process with the assertion's text on stderr, in release builds
  * too. Everything else is told by the result and a log message. An operation for which memory is short throws
  * `std::bad_alloc` with nothing subscribed; a notification for which memory is short is dropped with a log message, and
- * so is what is left of one whose callback on the main loop throws `std::bad_alloc`.
+ * so is what is left of one whose callback on the main loop throws `std::bad_alloc`, or for which the platform keeps
+ * refusing the lock.
  */
 #ifndef TVSERVICESUBSCRIBER_H
 #define TVSERVICESUBSCRIBER_H
@@ -328,9 +329,12 @@ public:
   // --- What all modules share ---
 
   /**
-   * Ends everything at the service and in the library. Called from inside a callback, it also drops what is left to do
-   * for the notification at hand. What was notified before and not yet delivered reaches nobody, save who subscribes to
-   * the same before the main loop gets to it.
+   * Ends every subscription at the service and in the library. A notification that is still on its way reaches only
+   * modules that subscribe again before the main loop delivers it.
+   *
+   * When a callback calls this function, the notification being delivered ends there for a signal. A PES packet or a
+   * caption goes on to those of the remaining modules that have subscribed again by their turn; the log names the
+   * others.
    *
    * The service's signal, section, PES and caption subscribers are used again afterwards; the PES and caption
    * subscriptions are not ended one by one. Objects that have set their signal, programme or section callback must not

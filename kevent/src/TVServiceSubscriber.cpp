@@ -79,6 +79,13 @@ template <class Container> void Discard(Container *&container) {
   Store<Container>(container, nullptr);
 }
 
+// Thrown when the event handler cannot have the lock. The handler then drops the notification.
+struct LockRefused {};
+
+// How often the event handler asks for the lock before it drops the notification. One refusal means that another thread
+// closed the lock just then; this many in a row mean that the lock is broken, and the main loop must go on.
+constexpr int kMostRefusals = 1000;
+
 // The lock as the event handler takes it, to look into `container`. Not held when there is no such container.
 //
 // Whoever made the container has created the lock. It is missing all the same when another thread releases everything:
@@ -87,7 +94,10 @@ template <class Container> void Discard(Container *&container) {
 class HandlerLock {
 public:
   template <class Container> explicit HandlerLock(Container *&container) {
-    while (!held_ && Load(container) && (mutex.IsCreated() || mutex.Create())) {
+    for (int refusals = 0; !held_ && Load(container); ++refusals) {
+      if (refusals == kMostRefusals || !(mutex.IsCreated() || mutex.Create())) {
+        throw LockRefused();
+      }
       held_ = mutex.Lock();
     }
   }
@@ -329,14 +339,26 @@ bool CTVServiceSubscriber::UnsubscribeSignal(ESignalType type, EProfile profile,
   return true;
 }
 
-void *CTVServiceSubscriber::m_GetUserDataOfSignalCallback(const TSignalInfo &key) {
-  const auto found = m_signalUserData.find(key);
-  if (found == m_signalUserData.end()) {
-    LUMIO_LOG(kError, "user data is not set for the signal : %d,profile:%d, screen %d", key.signalType, key.profile,
-              key.screenId);
-    return nullptr;
+namespace {
+
+std::optional<void *> FindUserData(const Subscriber &instance, const TSignalInfo &key) {
+  const auto found = instance.m_signalUserData.find(key);
+  return found == instance.m_signalUserData.end() ? std::nullopt : std::optional<void *>(found->second);
+}
+
+void *UserDataOrReport(std::optional<void *> user_data, const TSignalInfo &key) {
+  if (!user_data) {
+    LUMIO_LOG_FOR("m_GetUserDataOfSignalCallback", kError,
+                  "user data is not set for the signal : %d,profile:%d, screen %d", key.signalType, key.profile,
+                  key.screenId);
   }
-  return found->second;
+  return user_data.value_or(nullptr);
+}
+
+} // namespace
+
+void *CTVServiceSubscriber::m_GetUserDataOfSignalCallback(const TSignalInfo &key) {
+  return UserDataOrReport(FindUserData(*this, key), key);
 }
 
 int CTVServiceSubscriber::t_SignalCallback(ESignalType type, EProfile profile, unsigned short screenId,
@@ -377,8 +399,17 @@ SignalTargets TargetsOf(const TSignalInfo &key) {
   return targets;
 }
 
-// What the delivery of `key` needs of a copy, or nothing when the copy is gone.
-std::optional<Subscriber> Excerpt(const Subscriber *instance, const TSignalInfo &key, unsigned releases) {
+// What a call of one of the copy's callbacks needs. The name is that of the module, for the log.
+template <class Callback> struct SignalCall {
+  Callback callback = nullptr;
+  std::string name;
+  std::optional<void *> user_data;
+};
+
+// Reads a copy's callback when its turn comes, or nothing when the copy is gone.
+template <class Callback>
+std::optional<SignalCall<Callback>> CallOf(const Subscriber *instance, Callback Subscriber::*field,
+                                           const TSignalInfo &key, unsigned releases) {
   if (g_releases != releases) {
     return std::nullopt;
   }
@@ -386,34 +417,37 @@ std::optional<Subscriber> Excerpt(const Subscriber *instance, const TSignalInfo 
   if (!lock || g_releases != releases) {
     return std::nullopt;
   }
-  Subscriber excerpt(instance->m_name);
-  excerpt.m_signalCallback = instance->m_signalCallback;
-  excerpt.m_ttSignalCallback = instance->m_ttSignalCallback;
-  const auto user_data = instance->m_signalUserData.find(key);
-  if (user_data != instance->m_signalUserData.end()) {
-    excerpt.m_signalUserData.insert(*user_data);
+  SignalCall<Callback> call;
+  call.callback = instance->*field;
+  if (call.callback) {
+    call.name = instance->m_name;
   }
-  return excerpt;
+  call.user_data = FindUserData(*instance, key);
+  return call;
 }
 
 void HandleSignal(const TSignalEvent &event) {
   const TSignalInfo key{event.signalType, event.profile, event.screenId};
   const SignalTargets targets = TargetsOf(key);
   for (const Subscriber *instance : targets.instances) {
-    std::optional<Subscriber> module = Excerpt(instance, key, targets.releases);
-    if (!module) {
+    const auto short_call = CallOf(instance, &Subscriber::m_signalCallback, key, targets.releases);
+    if (!short_call) {
       return;
     }
-    void *user_data = module->m_GetUserDataOfSignalCallback(key);
-    if (module->m_signalCallback) {
-      LUMIO_LOG_FOR(kHandler, kError, "Call signal callback of '%s', signaltype = %d", module->m_name.c_str(),
+    void *user_data = UserDataOrReport(short_call->user_data, key);
+    if (short_call->callback) {
+      LUMIO_LOG_FOR(kHandler, kError, "Call signal callback of '%s', signaltype = %d", short_call->name.c_str(),
                     event.signalType);
-      module->m_signalCallback(event.signalType, event.signalData, user_data);
+      short_call->callback(event.signalType, event.signalData, user_data);
     }
-    if (module->m_ttSignalCallback && g_releases == targets.releases) {
+    const auto long_call = CallOf(instance, &Subscriber::m_ttSignalCallback, key, targets.releases);
+    if (!long_call) {
+      return;
+    }
+    if (long_call->callback) {
       LUMIO_LOG_FOR(kHandler, kError, "Call signal callback of '%s', signaltype = %d profile: %d, screen id: %d",
-                    module->m_name.c_str(), event.signalType, event.profile, event.screenId);
-      module->m_ttSignalCallback(event.signalType, event.profile, event.screenId, event.signalData, user_data);
+                    long_call->name.c_str(), event.signalType, event.profile, event.screenId);
+      long_call->callback(event.signalType, event.profile, event.screenId, event.signalData, user_data);
     }
   }
 }
@@ -753,38 +787,31 @@ template <class Stream> void PostData(const Stream &stream, const typename Strea
   LogDropped(stream.index);
 }
 
-// The modules that are subscribed to one stream, and the release count that they belong to.
-struct StreamTargets {
-  std::set<std::string> names;
-  unsigned releases = 0;
-};
-
-template <class Stream> StreamTargets TargetsOf(const Stream &stream) {
+// The names of the modules that are subscribed to one stream.
+template <class Stream> std::set<std::string> NamesOf(const Stream &stream) {
   HandlerLock lock(*stream.names);
-  return lock && *stream.names ? StreamTargets{**stream.names, g_releases} : StreamTargets();
+  return lock && *stream.names ? **stream.names : std::set<std::string>();
 }
 
-// Callback and user data of the module of that name; null when it has none, or its copy is gone.
+// Callback and user data of the module of that name; null when it has none, or no copy.
 template <class Stream>
-std::pair<typename Stream::Callback, void *> TargetOf(const Stream &stream, const std::string &name,
-                                                      unsigned releases) {
+std::pair<typename Stream::Callback, void *> TargetOf(const Stream &stream, const std::string &name) {
   HandlerLock lock(Subscriber::m_pSubscriberInstances);
-  const Subscriber *instance =
-      lock && g_releases == releases ? Subscriber::m_GetSubscriber(name, stream.word) : nullptr;
+  const Subscriber *instance = lock ? Subscriber::m_GetSubscriber(name, stream.word) : nullptr;
   if (!instance) {
     return {};
   }
   return {instance->*stream.callback, instance->m_pUserData};
 }
 
-// Every module gets the same data, one after the other.
+// Every module gets the same data, one after the other. A module is looked up by its name when its turn comes, so that
+// one that subscribed anew after everything was released is called too.
 template <class Stream> void HandleData(const Stream &stream, const typename Stream::Event &event) {
   std::unique_ptr<typename Stream::Data> posted(event.data);
   typename Stream::Data data = std::move(*posted);
   posted.reset();
-  const StreamTargets targets = TargetsOf(stream);
-  for (const std::string &name : targets.names) {
-    const auto [callback, user_data] = TargetOf(stream, name, targets.releases);
+  for (const std::string &name : NamesOf(stream)) {
+    const auto [callback, user_data] = TargetOf(stream, name);
     if (callback) {
       callback(data, user_data);
     } else {
@@ -924,6 +951,8 @@ Eina_Bool CTVServiceSubscriber::m_DeferredEventHandler(void *, int type, void *e
   try {
     Handle(index, event);
   } catch (const std::bad_alloc &) {
+    LogDropped(index);
+  } catch (const LockRefused &) {
     LogDropped(index);
   }
   return ECORE_CALLBACK_DONE;

@@ -16,6 +16,7 @@ std::mutex g_mutex;
 std::vector<std::string> g_calls;
 std::atomic<int> g_held{0};
 std::atomic<bool> g_refuse_next_create{false};
+std::atomic<int> g_refuse_locks{0};
 std::function<void()> g_before_next_lock, g_before_next_destroy;
 
 void Record(const char *call) {
@@ -65,6 +66,8 @@ void BeforeNextDestroy(std::function<void()> call) {
 
 void RefuseNextCreate() { g_refuse_next_create = true; }
 
+void RefuseLocks(int count) { g_refuse_locks = count; }
+
 namespace Kestrel {
 
 TCMutex::TCMutex() = default;
@@ -99,6 +102,10 @@ bool TCMutex::Lock() {
     if (!IsCreated()) {
       return false;
     }
+  }
+  if (g_refuse_locks > 0) {
+    --g_refuse_locks;
+    return false;
   }
   reinterpret_cast<std::mutex *>(m_handle.load())->lock();
   ++g_held;

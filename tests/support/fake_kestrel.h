@@ -25,3 +25,9 @@ void BeforeNextDestroy(std::function<void()> call);
 
 // Lets the next Create() fail.
 void RefuseNextCreate();
+
+// Lets the next `count` Lock() fail although the lock is created; 0 ends that.
+void RefuseLocks(int count);
+
+// Enough for RefuseLocks() to refuse whatever a test does.
+inline constexpr int kAlways = 1 << 30;
