@@ -10,7 +10,7 @@
 static int on_press(lumio_kevent *kevent, lumio_kevent_type type, void *event_info, void *data) {
   const Ecore_Event_Key *key = event_info;
   (void)kevent;
-  *(int *)data = type == LUMIO_KEVENT_PRESS && strcmp(key->keyname, "Return") == 0;
+  *(int *)data = type == LUMIO_KEVENT_PRESS && key->keyname && strcmp(key->keyname, "Return") == 0;
   return 0;
 }
 
