@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include "ratio_reporter.h"
+#include "temporary_directory.h"
 
 namespace {
 
@@ -32,13 +32,9 @@ void RestartWithoutPlatform(char **argv) {
   perror(argv[0]);
 }
 
-int Run() {
-  char store[] = "/tmp/kevent_bench-XXXXXX";
-  if (!mkdtemp(store)) {
-    perror(store);
-    return 1;
-  }
-  setenv("LUMIO_VCONF_DIR", store, 1);
+void Run() {
+  const lumio::TemporaryDirectory store;
+  setenv("LUMIO_VCONF_DIR", store.Path().c_str(), 1);
   setenv("LUMIO_LOG", "/dev/null", 1);
   ecore_app_no_system_modules();
   ecore_init();
@@ -48,8 +44,6 @@ int Run() {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   ecore_event_shutdown();
   ecore_shutdown();
-  std::filesystem::remove_all(store);
-  return 0;
 }
 
 } // namespace
@@ -61,5 +55,9 @@ int main(int argc, char **argv) {
   }
   TakeOption(&argc, argv, "--platform=real");
   benchmark::Initialize(&argc, argv);
-  return benchmark::ReportUnrecognizedArguments(argc, argv) ? 1 : Run();
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  Run();
+  return 0;
 }

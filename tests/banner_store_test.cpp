@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "child.h"
+#include "fork.h"
 #include "temporary_directory.h"
 
 namespace {
@@ -22,7 +22,7 @@ protected:
   }
 
 private:
-  const TemporaryDirectory directory_;
+  const lumio::TemporaryDirectory directory_;
 };
 
 int State(int banner_id) {
@@ -46,17 +46,17 @@ void ShowAll(Pipe *acknowledged) {
 } // namespace
 
 TEST_F(BannerStore, EveryProcessSeesTheStates) {
-  EXPECT_TRUE(Child([] {
+  EXPECT_TRUE(Fork([] {
                 EXPECT_EQ(lumio_set_banner_state(3, 1), 0);
                 EXPECT_EQ(lumio_set_banner_state(31, 1), 0);
               }).Succeeds());
-  EXPECT_TRUE(Child([] {
+  EXPECT_TRUE(Fork([] {
                 EXPECT_EQ(State(3), 1);
                 EXPECT_EQ(State(4), 0);
                 EXPECT_EQ(State(31), 1);
                 EXPECT_EQ(lumio_set_banner_state(4, 1), 0);
               }).Succeeds());
-  EXPECT_TRUE(Child([] {
+  EXPECT_TRUE(Fork([] {
                 EXPECT_EQ(State(3), 1);
                 EXPECT_EQ(State(4), 1);
               }).Succeeds());
@@ -66,7 +66,7 @@ TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
   std::mt19937 random(1);
   for (int round = 0; round < 20; ++round) {
     Pipe acknowledged;
-    Child writer([&] { ShowAll(&acknowledged); });
+    Fork writer([&] { ShowAll(&acknowledged); });
     acknowledged.CloseSender();
     int count = 0; // of acknowledged banners
     int n = 0;
@@ -79,7 +79,7 @@ TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
       ++count;
     }
     ASSERT_GE(count, enough);
-    EXPECT_TRUE(Child([count] {
+    EXPECT_TRUE(Fork([count] {
                   for (int i = 0; i < kBanners; ++i) {
                     // The one that was just being shown may be either.
                     EXPECT_TRUE(i == count || State(Nth(i)) == (i < count ? 1 : 0)) << i << " of " << count;

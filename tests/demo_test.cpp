@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "process.h"
+#include "program.h"
 #include "temporary_directory.h"
 
 using testing::AllOf;
@@ -21,8 +21,8 @@ using testing::Matcher;
 namespace {
 
 std::vector<std::string> LinesOf(const std::vector<std::string> &command) {
-  Process process(command, {});
-  const auto deadline = Clock::now() + std::chrono::minutes(9);
+  lumio::Program process(command, {});
+  const auto deadline = lumio::Clock::now() + std::chrono::minutes(9);
   std::vector<std::string> lines;
   while (const auto line = process.ReadLine(deadline)) {
     lines.push_back(*line);
@@ -72,7 +72,7 @@ Matcher<std::string> Expected(const std::string &line) {
 }
 
 TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
-  const TemporaryDirectory directory;
+  const lumio::TemporaryDirectory directory;
   std::vector<Matcher<std::string>> expected;
   for (const std::string &line : LinesOf({LUMIO_DIRECTOR, "--keep", directory / ""})) {
     if (line.find(": asked ") != std::string::npos) {
@@ -86,8 +86,8 @@ TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
 }
 
 TEST(Demo, RefusesOptionsThatItDoesNotKnow) {
-  Process director({LUMIO_DIRECTOR, "--loud"}, {});
-  EXPECT_EQ(EXIT_FAILURE, director.Wait(Clock::now() + std::chrono::minutes(1)));
+  lumio::Program director({LUMIO_DIRECTOR, "--loud"}, {});
+  EXPECT_EQ(EXIT_FAILURE, director.Wait(lumio::Clock::now() + std::chrono::minutes(1)));
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // Keys of named input devices, through a real X server and Ecore, to the handlers of an application.
 #include <kevent.h>
-#include <lumio-host/display.h>
 
 #include <gmock/gmock.h>
 
@@ -12,8 +11,6 @@
 #include <X11/extensions/XInput2.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +20,8 @@
 #include <string>
 #include <vector>
 
+#include "child_process.h"
+#include "display.h"
 #include "fake_dlog.h"
 #include "fake_vconf.h"
 #include "loop.h"
@@ -425,19 +424,16 @@ public:
   explicit ApplicationProcess(const PrivateDisplay &display) {
     int ends[2];
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    process_ = fork();
-    if (process_ == 0) {
+    const pid_t pid = fork();
+    if (pid == 0) {
       Run(display, fdopen(ends[1], "w"));
     }
+    process_ = lumio::ChildProcess(pid);
     close(ends[1]);
     keys_ = fdopen(ends[0], "r");
     EXPECT_EQ(NextLine(), "ready");
   }
-  ~ApplicationProcess() {
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-    fclose(keys_);
-  }
+  ~ApplicationProcess() { fclose(keys_); }
   ApplicationProcess(const ApplicationProcess &) = delete;
   ApplicationProcess &operator=(const ApplicationProcess &) = delete;
 
@@ -460,7 +456,7 @@ private:
     }
   }
 
-  pid_t process_;
+  lumio::ChildProcess process_;
   FILE *keys_;
 };
 

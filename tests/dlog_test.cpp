@@ -1,9 +1,9 @@
 // What becomes of log messages.
 #include <dlog.h>
 
-#include "child.h"
 #include "fake_io.h"
 #include "fake_memory.h"
+#include "fork.h"
 #include "stderr_of.h"
 #include "temporary_directory.h"
 
@@ -61,7 +61,7 @@ protected:
     unsetenv("LUMIO_LOG_LEVEL");
   }
 
-  const TemporaryDirectory directory_;
+  const lumio::TemporaryDirectory directory_;
 };
 
 TEST_F(Dlog, WritesOneLineToTheStandardErrorOutput) {
@@ -320,7 +320,7 @@ TEST_F(Dlog, LinesOfManyThreadsAndProcessesStayWhole) {
 std::string ThroughPipe(const std::function<void()> &body) {
   int ends[2];
   EXPECT_EQ(pipe(ends), 0);
-  Child child([&] {
+  Fork child([&] {
     dup2(ends[1], STDERR_FILENO);
     body();
   });
@@ -409,7 +409,7 @@ void WithoutMemoryAtFirst(const std::function<void()> &rest) {
   int failed = 1;
   for (int nth = 1; failed != 0; ++nth) {
     Pipe answer;
-    Child child([&] {
+    Fork child([&] {
       StderrOf([&] {
         FailAllocation(nth);
         Log("first");

@@ -25,7 +25,7 @@ protected:
   Guide() { setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1); }
 
 private:
-  const TemporaryDirectory directory_;
+  const lumio::TemporaryDirectory directory_;
 };
 
 // Presses a key as Ecore tells it.

@@ -1,17 +1,18 @@
 // The X server of the other tests and of the demonstration.
-#include <lumio-host/display.h>
 
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+
+#include "child_process.h"
+#include "display.h"
+#include "temporary_directory.h"
 
 using lumio::Plug;
 using lumio::PrivateDisplay;
@@ -40,18 +41,15 @@ private:
 // Files of the displays are created in a directory of the test's own.
 class PrivateDisplayTest : public testing::Test {
 protected:
-  void SetUp() override { setenv("TMPDIR", mkdtemp(directory_), 1); }
-  void TearDown() override {
-    EXPECT_TRUE(std::filesystem::is_empty(directory_));
-    std::filesystem::remove_all(directory_);
-  }
+  void SetUp() override { setenv("TMPDIR", directory_.Path().c_str(), 1); }
+  void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(directory_.Path())); }
 
-  char directory_[32] = "/tmp/lumio-test-XXXXXX";
+  const lumio::TemporaryDirectory directory_;
 };
 
 TEST_F(PrivateDisplayTest, LeavesNoFilesWhileItRuns) {
   const PrivateDisplay display;
-  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
 }
 
 TEST_F(PrivateDisplayTest, RefusesUnknownDevicesAndKeys) {
@@ -115,19 +113,19 @@ TEST_F(PrivateDisplayTest, EndsWithAnOwnerThatIsKilled) {
   Heirloom heirloom;
   int report[2];
   ASSERT_EQ(pipe2(report, O_CLOEXEC), 0);
-  const pid_t owner = fork();
-  if (owner == 0) {
+  const pid_t pid = fork();
+  if (pid == 0) {
     const PrivateDisplay display;
     [[maybe_unused]] const ssize_t written = write(report[1], "r", 1);
     for (;;) {
       pause();
     }
   }
+  lumio::ChildProcess owner(pid);
   close(report[1]);
   char ready;
   EXPECT_EQ(read(report[0], &ready, 1), 1);
-  kill(owner, SIGKILL);
-  EXPECT_EQ(waitpid(owner, nullptr, 0), owner);
+  owner.Kill();
   heirloom.AwaitEnd();
   close(report[0]);
 }

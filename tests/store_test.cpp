@@ -1,9 +1,9 @@
 // What vconf keeps, among several processes and whatever becomes of them.
 #include <vconf.h>
 
-#include "child.h"
 #include "fake_io.h"
 #include "fake_memory.h"
+#include "fork.h"
 #include "stderr_of.h"
 #include "store.h"
 #include "stored.h"
@@ -51,7 +51,7 @@ protected:
     std::filesystem::remove_all(directory_ / "store");
   }
 
-  const TemporaryDirectory directory_;
+  const lumio::TemporaryDirectory directory_;
 };
 
 // With the environment of the keys below "db/" or "memory/".
@@ -204,7 +204,7 @@ void BecomeAnOrdinaryUser(const std::string &directory) {
 }
 
 TEST_P(EachStore, AnUnwritableDirectoryIsToldAndLosesNothing) {
-  Child child([&] {
+  Fork child([&] {
     const std::string directory = directory_ / "", data = Files() + "/data.mdb";
     const auto expect_told = [&] {
       EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 9), 0); }),
@@ -245,7 +245,7 @@ TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
 // Or what the program prints would land there.
 TEST_P(EachStore, ItsFilesNeverTakeThePlaceOfStandardStreams) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
-  Child child([&] {
+  Fork child([&] {
     const int output = fcntl(STDOUT_FILENO, F_DUPFD, 10), errors = fcntl(STDERR_FILENO, F_DUPFD, 10);
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
       close(stream);
@@ -348,7 +348,7 @@ TEST_F(Store, AFullStoreRefusesNewKeysAndKeepsTheOldOnes) {
 // A full disk: no file may grow.
 TEST_P(EachStore, AFullDiskRefusesWritesAndKeepsTheOldValues) {
   EXPECT_EQ(vconf_set_int(Key("old").c_str(), 1), 0);
-  Child child([&] {
+  Fork child([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit no_growth = {std::filesystem::file_size(Files() + "/data.mdb"), RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &no_growth), 0);
@@ -371,7 +371,7 @@ TEST_P(EachStore, AFullDiskRefusesWritesAndKeepsTheOldValues) {
 }
 
 TEST_P(EachStore, AFullDiskRefusesANewStore) {
-  Child child([&] {
+  Fork child([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit little = {4096, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
@@ -510,8 +510,8 @@ TEST_P(EachStore, CanBeOpenedAndClosedByManyAtOnce) {
 TEST_F(Store, TheFirstValueOfAKnownKeyNeverComesAfterAnotherOne) {
   for (int round = 0; round < 20; ++round) {
     StartAfresh();
-    Child opener([] { EXPECT_THAT(Value(kBanners).value_or(-1), testing::AnyOf(0, 7)); });
-    Child setter([] { EXPECT_EQ(vconf_set_int(kBanners, 7), 0); });
+    Fork opener([] { EXPECT_THAT(Value(kBanners).value_or(-1), testing::AnyOf(0, 7)); });
+    Fork setter([] { EXPECT_EQ(vconf_set_int(kBanners, 7), 0); });
     EXPECT_TRUE(opener.Succeeds());
     EXPECT_TRUE(setter.Succeeds());
     EXPECT_EQ(Value(kBanners), 7);
@@ -521,7 +521,7 @@ TEST_F(Store, TheFirstValueOfAKnownKeyNeverComesAfterAnotherOne) {
 TEST_P(EachStore, AReaderSeesEachProcessesValuesInTheirOrder) {
   constexpr int kLast = 200;
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 0), 0);
-  Child writer([&] {
+  Fork writer([&] {
     for (int value = 1; value <= kLast; ++value) {
       EXPECT_EQ(vconf_set_int(Key("a").c_str(), value), 0);
     }
@@ -548,7 +548,7 @@ TEST_P(EachStore, AKilledWriterLosesNothingAcknowledged) {
   std::mt19937 random(1);
   for (int round = 0; round < 20; ++round) {
     Pipe acknowledged;
-    Child writer([&] { Count(Key("a"), &acknowledged, INT_MAX); });
+    Fork writer([&] { Count(Key("a"), &acknowledged, INT_MAX); });
     acknowledged.CloseSender();
     int last = 0;
     for (unsigned after = 1 + random() % 30; after > 0; --after) {
@@ -575,7 +575,7 @@ protected:
         EXPECT_EQ(Value(Key("a")), std::nullopt);
       }
       Pipe acknowledged;
-      Child writer([&] {
+      Fork writer([&] {
         DieAtIo(nth);
         Count(Key("a"), &acknowledged, 3);
       });
@@ -654,7 +654,7 @@ public:
 
 private:
   Pipe ready_;
-  Child child_;
+  Fork child_;
 };
 
 TEST_P(EachStore, AWriterKilledInItsTransactionLocksNobodyOut) {
@@ -714,7 +714,7 @@ TEST_P(EachStore, WritersAndReadersKilledAmongOthersLoseNothingAcknowledged) {
     EXPECT_EQ(vconf_set_int(Key("mine").c_str(), round), 0);
     StuckIntruder reader(Files(), [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(MDB_RDONLY), 0); });
     std::deque<Pipe> pipes;
-    std::deque<Child> writers;
+    std::deque<Fork> writers;
     for (size_t i = 0; i < kWriters; ++i) {
       Pipe *acknowledged = &pipes.emplace_back();
       writers.emplace_back([&, i] { Count(Key(std::to_string(i)), acknowledged, kMost); });
@@ -739,10 +739,10 @@ TEST_P(EachStore, WritersAndReadersKilledAmongOthersLoseNothingAcknowledged) {
 
 TEST_P(EachStore, ToleratesWhatIsNoInteger) {
   EXPECT_EQ(vconf_set_int(Key("b").c_str(), 1), 0);
-  Child child([&] { Intruder(Files()).Put(Key("a"), "text"); });
+  Fork child([&] { Intruder(Files()).Put(Key("a"), "text"); });
   EXPECT_TRUE(child.Succeeds());
   EXPECT_EQ(Value(Key("a")).has_value(), true); // as long as an integer
-  Child longer([&] { Intruder(Files()).Put(Key("a"), "a longer text"); });
+  Fork longer([&] { Intruder(Files()).Put(Key("a"), "a longer text"); });
   EXPECT_TRUE(longer.Succeeds());
   EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Value(Key("a")), std::nullopt); }),
               HasSubstr(": the value is not an integer\n"));
@@ -786,10 +786,10 @@ TEST_P(EachStore, CanBeUsedWhileAThreadEnds) {
 TEST_P(EachStore, AForkedChildHasAStoreOfItsOwn) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   EXPECT_EQ(Value(Key("a")), 1);
-  Child child([&] {
+  Fork child([&] {
     EXPECT_EQ(Value(Key("a")), 1);
     EXPECT_EQ(vconf_set_int(Key("a").c_str(), 2), 0);
-    Child grandchild([&] {
+    Fork grandchild([&] {
       EXPECT_EQ(vconf_set_int(Key("a").c_str(), 3), 0);
       store::Close();
     });
@@ -800,7 +800,7 @@ TEST_P(EachStore, AForkedChildHasAStoreOfItsOwn) {
   EXPECT_TRUE(child.Succeeds());
   EXPECT_EQ(Value(Key("a")), 3);
   // Another process that looks for dead readers must find this one alive.
-  Child other([&] { EXPECT_EQ(vconf_set_int(Key("a").c_str(), 4), 0); });
+  Fork other([&] { EXPECT_EQ(vconf_set_int(Key("a").c_str(), 4), 0); });
   EXPECT_TRUE(other.Succeeds());
   EXPECT_EQ(Value(Key("a")), 4);
 }
@@ -817,7 +817,7 @@ TEST_P(EachStore, AForkedChildInheritsNoFiles) {
   };
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   EXPECT_GT(count(), 0);
-  Child child([&] { EXPECT_EQ(count(), 0); });
+  Fork child([&] { EXPECT_EQ(count(), 0); });
   EXPECT_TRUE(child.Succeeds());
 }
 
@@ -835,7 +835,7 @@ TEST_P(EachStore, CanForkWhileThreadsUseIt) {
     });
   }
   for (int i = 0; i < 20; ++i) {
-    Child child([&] {
+    Fork child([&] {
       EXPECT_EQ(vconf_set_int(Key("child").c_str(), i), 0);
       EXPECT_EQ(Value(Key("child")), i);
     });

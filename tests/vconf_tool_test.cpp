@@ -2,7 +2,7 @@
 #include <lumio-banner-state.h>
 #include <vconf.h>
 
-#include "process.h"
+#include "program.h"
 #include "stderr_of.h"
 #include "stored.h"
 #include "temporary_directory.h"
@@ -34,7 +34,7 @@ enum Status { kDone = 0, kNotSet = 1, kWrongUsage = 2, kFailed = 3 };
 using Arguments = std::vector<std::string>;
 
 // The suite's own time limit comes first.
-Clock::time_point Never() { return Clock::now() + std::chrono::hours(1); }
+lumio::Clock::time_point Never() { return lumio::Clock::now() + std::chrono::hours(1); }
 
 Arguments Tool(const Arguments &arguments) {
   Arguments command = {LUMIO_VCONF};
@@ -60,7 +60,7 @@ struct Ran {
 Ran RunCommand(const Arguments &command) {
   Ran ran;
   ran.error = StderrOf([&] {
-    Process process(command, {});
+    lumio::Program process(command, {});
     while (const auto line = process.ReadLine(Never())) {
       ran.output += *line + "\n";
     }
@@ -95,7 +95,7 @@ protected:
 
   std::string Store() const { return directory_ / "store"; }
 
-  const TemporaryDirectory directory_;
+  const lumio::TemporaryDirectory directory_;
 };
 
 TEST_F(VconfTool, SetsGetsAndUnsetsAKey) {
@@ -275,7 +275,7 @@ private:
     return Tool(arguments);
   }
 
-  Process process_;
+  lumio::Program process_;
 };
 
 TEST_F(VconfTool, WatchTellsEachChange) {

@@ -1,13 +1,13 @@
 // The sample viewer as a process: on a display, without one, and how it ends.
 #include <gmock/gmock.h>
-#include <lumio-host/display.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
-#include "process.h"
+#include "display.h"
+#include "program.h"
 #include "temporary_directory.h"
 
 #include <X11/Xlib.h> // behind gmock, whose names its macros would change
@@ -20,7 +20,7 @@ namespace {
 
 using Environment = std::map<std::string, std::string>;
 
-Clock::time_point Deadline() { return Clock::now() + std::chrono::seconds(60); }
+lumio::Clock::time_point Deadline() { return lumio::Clock::now() + std::chrono::seconds(60); }
 
 struct Ended {
   int status;
@@ -28,7 +28,7 @@ struct Ended {
 };
 
 Ended RunToEnd(const std::string &options, const Environment &environment) {
-  Process viewer({"/bin/sh", "-c", "exec \"$0\" " + options + " 2>&1", LUMIO_VIEWER}, environment);
+  lumio::Program viewer({"/bin/sh", "-c", "exec \"$0\" " + options + " 2>&1", LUMIO_VIEWER}, environment);
   std::string output;
   while (const auto line = viewer.ReadLine(Deadline())) {
     output += *line + "\n";
@@ -72,7 +72,7 @@ protected:
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
-    viewer_ = std::make_unique<Process>(std::vector<std::string>{LUMIO_VIEWER, "--studio"}, environment);
+    viewer_ = std::make_unique<lumio::Program>(std::vector<std::string>{LUMIO_VIEWER, "--studio"}, environment);
   }
 
   void StartAndTakeKeyboard() {
@@ -130,10 +130,10 @@ protected:
     return focused;
   }
 
-  TemporaryDirectory store_;
+  lumio::TemporaryDirectory store_;
   lumio::PrivateDisplay display_;
   std::unique_ptr<Display, int (*)(Display *)> x_;
-  std::unique_ptr<Process> viewer_;
+  std::unique_ptr<lumio::Program> viewer_;
 };
 
 TEST_F(Viewer, HasAWindowWithTitleAndFocus) {

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "join.h"
+
 namespace {
 
 using std::string;
@@ -262,14 +264,6 @@ template <class Predicate> Key *KeyLog::FindLast(Predicate predicate) {
 
 // --- Printing --------------------------------------------------------------------------------------------------------
 
-string Join(const std::vector<string> &words, size_t count) {
-  string joined;
-  for (size_t i = 0; i < count; ++i) {
-    joined += (i ? ", " : "") + words[i];
-  }
-  return joined;
-}
-
 string Key::Ending() const {
   if (!dropped.empty()) {
     return dropped;
@@ -282,13 +276,13 @@ string Key::Ending() const {
 
 string Key::Story() const {
   if (taken_by.empty()) {
-    return Ending() + (asked.empty() ? "" : ": ") + Join(asked, asked.size());
+    return Ending() + (asked.empty() ? "" : ": ") + lumio::Join(asked, ", ");
   }
   string story = "taken by " + taken_by + " at priority " + priority;
   if (asked.empty()) {
     story += "; the log does not tell who was asked before";
   } else if (asked.size() > 1) {
-    story += "; declined by " + Join(asked, asked.size() - 1);
+    story += "; declined by " + lumio::Join({asked.begin(), asked.end() - 1}, ", ");
   }
   return story;
 }

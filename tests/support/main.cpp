@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,13 @@ namespace {
 // EFL ends a program that has neither a directory of the session nor a home to make one in. That it is missing does not
 // matter. Before the fakes, one of which brings EFL up.
 __attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/nonexistent", 0); }
+
+// Temporary files are kept in memory where possible, since the tests sync them often.
+__attribute__((constructor)) void KeepTemporaryFilesInMemory() {
+  if (access("/dev/shm", W_OK) == 0) {
+    setenv("TMPDIR", "/dev/shm", 0);
+  }
+}
 
 std::set<std::string> OpenDescriptors() {
   std::set<std::string> open;

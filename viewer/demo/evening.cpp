@@ -116,7 +116,7 @@ void Evening::ExpectBanners(int word) {
 }
 
 void Evening::Run(const std::string &what, const std::vector<std::string> &command, const std::string &answer) {
-  Process process(command, environment_);
+  lumio::Program process(command, environment_);
   const bool answered = process.ReadLine(Deadline()).value_or("") == answer;
   Record(what, process.Wait(Deadline()) == EXIT_SUCCESS && answered);
 }

@@ -1,15 +1,16 @@
 // The stage of the demo: a television's display with the viewer on it, and the book of what was expected and seen.
 #pragma once
 
-#include <lumio-host/display.h>
-
 #include <chrono>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "process.h"
+#include "display.h"
+#include "program.h"
+
+using lumio::Clock;
 
 // Every wait is for something that the viewer says, and ends as failed after a time that even a loaded machine keeps.
 class Evening {
@@ -71,8 +72,8 @@ private:
   std::string guide_file_;
   lumio::PrivateDisplay display_;
   std::map<std::string, std::string> environment_; // of the viewer and of what runs beside it
-  Process viewer_;
-  Process watch_;
+  lumio::Program viewer_;
+  lumio::Program watch_;
   std::vector<Fields> lines_;                        // everything the viewer said
   std::map<std::string, size_t> next_;               // by subject: the first one behind the last that was expected
   size_t remote_ = 0;                                // where the last key was pressed

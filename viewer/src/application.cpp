@@ -12,7 +12,7 @@
 
 #include "key_journal.h"
 #include "key_watch.h"
-#include "modules.h"
+#include "modules/modules.h"
 #include "studio.h"
 #include "viewer_state.h"
 #include "window.h"

@@ -39,7 +39,9 @@ std::string TimeOfDay(double seconds) {
   return text;
 }
 
-std::string Asked(const KeyJourney &journey) { return journey.asked.empty() ? "nobody" : Join(journey.asked, ", "); }
+std::string Asked(const KeyJourney &journey) {
+  return journey.asked.empty() ? "nobody" : lumio::Join(journey.asked, ", ");
+}
 
 std::string Outcome(const KeyJourney &journey) {
   if (!journey.taker.empty()) {

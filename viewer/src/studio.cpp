@@ -99,9 +99,9 @@ std::string DescribeSubscriptions() {
   for (const auto &[kind, count] : counts) {
     const std::set<std::string> names = Holders(kind);
     lines.push_back(kinds[static_cast<int>(kind)] + (" " + std::to_string(count)) + " (" +
-                    Join(Words(names.begin(), names.end()), ", ") + ")");
+                    lumio::Join(Words(names.begin(), names.end()), ", ") + ")");
   }
-  return lines.empty() ? "none" : Join(lines, "; ");
+  return lines.empty() ? "none" : lumio::Join(lines, "; ");
 }
 
 // The words behind the name of an order. Reading one that is missing, or not a number, throws std::logic_error.
@@ -113,7 +113,7 @@ public:
   Words From(size_t index) const {
     return {words_.begin() + static_cast<long>(std::min(index, words_.size())), words_.end()};
   }
-  std::string Text(size_t index) const { return Join(From(index), " "); }
+  std::string Text(size_t index) const { return lumio::Join(From(index), " "); }
 
 private:
   Words words_;

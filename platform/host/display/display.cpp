@@ -1,4 +1,4 @@
-#include <lumio-host/display.h>
+#include "display.h"
 
 #include <fstream>
 #include <map>
@@ -6,6 +6,7 @@
 
 #include "injector.h"
 #include "server_process.h"
+#include "temporary_directory.h"
 #include "x_control.h"
 
 namespace lumio {
@@ -13,7 +14,7 @@ namespace lumio {
 namespace {
 
 std::string SocketPath(const TemporaryDirectory &directory, size_t index) {
-  return directory.File("device" + std::to_string(index));
+  return directory / ("device" + std::to_string(index));
 }
 
 std::string InputSection(const std::string &name, const std::string &type, const std::string &options) {
@@ -37,13 +38,13 @@ std::string KeyboardSection(const InputDevice &device, const std::string &socket
 
 // A screen in memory, no real devices, and no looking for them.
 void WriteConfiguration(const TemporaryDirectory &directory, const std::vector<InputDevice> &devices) {
-  std::ofstream file(directory.File("xorg.conf"));
+  std::ofstream file(directory / "xorg.conf");
   std::string layout;
   for (size_t i = 0; i < devices.size(); ++i) {
     file << KeyboardSection(devices[i], SocketPath(directory, i));
     layout += "  InputDevice \"" + devices[i].name + "\"\n";
   }
-  file << InputSection("pointer", "Pointer", "  Option \"SocketPath\" \"" + directory.File("pointer") + "\"\n")
+  file << InputSection("pointer", "Pointer", "  Option \"SocketPath\" \"" + (directory / "pointer") + "\"\n")
        << "Section \"Device\"\n"
           "  Identifier \"memory\"\n"
           "  Driver \"dummy\"\n"
@@ -57,7 +58,7 @@ void WriteConfiguration(const TemporaryDirectory &directory, const std::vector<I
           "  InputDevice \"pointer\" \"CorePointer\"\n"
        << layout << "EndSection\n";
   if (!file.flush()) {
-    throw std::runtime_error("Cannot write " + directory.File("xorg.conf"));
+    throw std::runtime_error("Cannot write " + (directory / "xorg.conf"));
   }
 }
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "server_process.h"
+#include "wait_readable.h"
 
 namespace lumio {
 
@@ -73,7 +74,7 @@ template <typename Event> void Injector::Send(Event event, int type) {
 
 template <typename Response> void Injector::Receive(int type) {
   Response response = {};
-  if (!WaitReadable(connection_)) {
+  if (!WaitReadable(connection_.Get(), Clock::now() + kPatience)) {
     Fail("no answer");
   }
   const ssize_t received = recv(connection_.Get(), &response, sizeof response, MSG_WAITALL);

@@ -1,27 +1,25 @@
 #include "server_process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
+
+#include "wait_readable.h"
 
 namespace lumio {
 
 namespace {
 
 constexpr int kTerminations = 100;
-constexpr int kTerminationWait = 100;                  // milliseconds
+constexpr std::chrono::milliseconds kTerminationWait{100};
 constexpr size_t kLastLines = 20;                      // of the server's log, for an error message
 constexpr char kDebianServer[] = "/usr/lib/xorg/Xorg"; // the Xorg in Debian's PATH may insist on a console
 constexpr char kNoServer[] =
@@ -56,7 +54,8 @@ std::string Tail(const std::string &file) {
 // What the server writes when it is ready: the display number and a line end. Empty when it ends instead.
 std::string ReadDisplayNumber(const FileDescriptor &ready) {
   std::string number;
-  for (char next; WaitReadable(ready) && read(ready.Get(), &next, 1) == 1; number += next) {
+  for (char next; WaitReadable(ready.Get(), Clock::now() + kPatience) && read(ready.Get(), &next, 1) == 1;
+       number += next) {
     if (next == '\n') {
       return number;
     }
@@ -85,26 +84,6 @@ std::string ReadDisplayNumber(const FileDescriptor &ready) {
 
 } // namespace
 
-bool WaitReadable(const FileDescriptor &descriptor, int milliseconds) {
-  pollfd wait = {descriptor.Get(), POLLIN, 0};
-  int ready;
-  while ((ready = poll(&wait, 1, milliseconds)) < 0 && errno == EINTR) {
-  }
-  return ready > 0;
-}
-
-TemporaryDirectory::TemporaryDirectory()
-    : path_((std::filesystem::temp_directory_path() / "lumio-display-XXXXXX").string()) {
-  if (!mkdtemp(path_.data())) {
-    FailWithErrno("Cannot create " + path_);
-  }
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 ServerProcess::ServerProcess(const std::string &server, const TemporaryDirectory &directory) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -115,11 +94,10 @@ ServerProcess::ServerProcess(const std::string &server, const TemporaryDirectory
   // Any display number that no other server has. Without GLX, which takes long to start, and without key repeat, which
   // would depend on the load of the machine.
   const std::string number_to = std::to_string(server_end.Get());
-  const std::string config = directory.File("xorg.conf"), log = directory.File("log"),
-                    output = directory.File("output");
+  const std::string config = directory / "xorg.conf", log = directory / "log", output = directory / "output";
   const std::vector<std::string> command = {
       ServerPath(server), "-displayfd", number_to,    "-config",  config,      "-configdir",
-      directory.File(""), "-logfile",   log,          "-noreset", "-nolisten", "tcp",
+      directory / "",     "-logfile",   log,          "-noreset", "-nolisten", "tcp",
       "-novtswitch",      "-sharevts",  "-extension", "GLX",      "-r"};
   Start(command, server_end, output);
   server_end.Close();
@@ -146,24 +124,19 @@ void ServerProcess::Start(const std::vector<std::string> &command, const FileDes
   if (child < 0) {
     FailWithErrno("Cannot start the X server");
   }
-  // Not by its number: EFL reaps every child of the process, and the number may be another one's then.
-  process_ = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+  process_ = ChildProcess(child);
 }
 
 void ServerProcess::Stop() {
-  if (process_.Get() < 0) {
+  if (IsStopped()) {
     return;
   }
   // Again and again, since the server misses a signal that comes just as it goes to sleep.
   int attempts = kTerminations;
   do {
-    syscall(SYS_pidfd_send_signal, process_.Get(), SIGTERM, nullptr, 0);
-  } while (!WaitReadable(process_, kTerminationWait) && --attempts > 0);
-  syscall(SYS_pidfd_send_signal, process_.Get(), SIGKILL, nullptr, 0);
-  WaitReadable(process_);
-  siginfo_t ignored;
-  waitid(P_PIDFD, static_cast<id_t>(process_.Get()), &ignored, WEXITED | WNOHANG);
-  process_.Close();
+    process_.Signal(SIGTERM);
+  } while (!process_.Wait(Clock::now() + kTerminationWait) && --attempts > 0);
+  process_.Kill();
 }
 
 } // namespace lumio

@@ -1,33 +1,17 @@
 // Xorg as a child process.
 #pragma once
 
-#include <sys/types.h>
-
+#include <chrono>
 #include <string>
 #include <vector>
 
+#include "child_process.h"
 #include "file_descriptor.h"
+#include "temporary_directory.h"
 
 namespace lumio {
 
-constexpr int kPatience = 60'000; // milliseconds; a server on a crowded machine needs a few seconds
-
-// Waits until there is something to read, the end of the file included; false when that takes longer.
-bool WaitReadable(const FileDescriptor &descriptor, int milliseconds = kPatience);
-
-// A directory of its own below the directory for temporary files, removed with everything in it.
-class TemporaryDirectory {
-public:
-  TemporaryDirectory(); // throws std::runtime_error
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory &) = delete;
-  TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
-
-  std::string File(const std::string &name) const { return path_ + "/" + name; }
-
-private:
-  std::string path_;
-};
+constexpr std::chrono::seconds kPatience{60}; // a server on a crowded machine needs a few seconds
 
 class ServerProcess {
 public:
@@ -40,12 +24,13 @@ public:
 
   // Once stopped, the name may be another server's.
   const std::string &DisplayName() const { return display_name_; }
-  bool IsStopped() const { return process_.Get() < 0; }
+  bool IsStopped() const { return !process_.Exists(); }
   void Stop();
 
 private:
   void Start(const std::vector<std::string> &command, const FileDescriptor &ready, const std::string &output);
-  FileDescriptor process_;
+
+  ChildProcess process_;
   std::string display_name_;
 };
 

@@ -2,10 +2,10 @@
 // runs, so that a server that ends later does not end this program: Xlib exits when a connection breaks.
 #pragma once
 
-#include <lumio-host/display.h>
-
 #include <map>
 #include <string>
+
+#include "display.h"
 
 namespace lumio {
 

@@ -1,8 +1,8 @@
 #include <TVServiceSubscriber.h>
 
 #include "../key_domain.h"
-#include "../modules.h"
 #include "../presentation.h"
+#include "modules.h"
 
 namespace {
 

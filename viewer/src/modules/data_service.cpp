@@ -4,7 +4,7 @@
 
 #include "../key_domain.h"
 #include "../main_loop_calls.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

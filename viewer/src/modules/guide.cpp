@@ -1,8 +1,8 @@
 #include <fstream>
 
-#include "../join.h"
 #include "../key_domain.h"
-#include "../modules.h"
+#include "join.h"
+#include "modules.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ private:
     for (std::string line; std::getline(file, line);) {
       programmes.push_back(line);
     }
-    return programmes.empty() ? "no programme guide in " + source_ : Join(programmes, "; ");
+    return programmes.empty() ? "no programme guide in " + source_ : lumio::Join(programmes, "; ");
   }
 
   Presentation &screen_;

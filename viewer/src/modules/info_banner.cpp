@@ -1,6 +1,6 @@
 #include "../banner.h"
 #include "../key_domain.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "../banner.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "../modules.h"
 #include "../presentation.h"
 #include "../viewer_state.h"
+#include "modules.h"
 
 namespace {
 

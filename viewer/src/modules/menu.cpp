@@ -1,7 +1,7 @@
 #include <array>
 
 #include "../key_domain.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

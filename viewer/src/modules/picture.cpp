@@ -1,7 +1,7 @@
 #include <TVServiceSubscriber.h>
 
-#include "../modules.h"
 #include "../presentation.h"
+#include "modules.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "../key_domain.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

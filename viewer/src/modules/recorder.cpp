@@ -2,7 +2,7 @@
 
 #include "../banner.h"
 #include "../main_loop_calls.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

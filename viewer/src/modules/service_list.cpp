@@ -1,10 +1,10 @@
 #include <TVServiceSubscriber.h>
 
-#include "../join.h"
 #include "../main_loop_calls.h"
-#include "../modules.h"
 #include "../presentation.h"
 #include "../service_table.h"
+#include "join.h"
+#include "modules.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ private:
   static void SectionCame(bool valid, unsigned short size, unsigned char *data, int) {
     if (valid) {
       self_->calls_.Post([self = self_, section = Bytes(data, data + size)] {
-        self->screen_.Show("services", Join(ServiceNames(section), ", "));
+        self->screen_.Show("services", lumio::Join(ServiceNames(section), ", "));
       });
     }
   }

@@ -2,7 +2,7 @@
 
 #include "../banner.h"
 #include "../key_domain.h"
-#include "../modules.h"
+#include "modules.h"
 
 namespace {
 

@@ -3,7 +3,9 @@
 #include <string>
 #include <vector>
 
-// The words, with the separator between them.
+namespace lumio {
+
+// Joins the words with the separator between them.
 inline std::string Join(const std::vector<std::string> &words, const char *separator) {
   std::string joined;
   for (const std::string &word : words) {
@@ -11,3 +13,5 @@ inline std::string Join(const std::vector<std::string> &words, const char *separ
   }
   return joined;
 }
+
+} // namespace lumio

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "module.h"
+#include "../module.h"
 
 // A modal menu: while it is open, the keys that it uses reach nobody else.
 std::unique_ptr<Module> MakeMenu(ModuleContext context);

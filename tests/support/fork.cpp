@@ -1,53 +1,40 @@
-#include "child.h"
+#include "fork.h"
 
 #include "uncounted.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <list>
 #include <utility>
 
-Child::Child(const std::function<void()> &body) {
+namespace {
+
+// Returns the number of the new process.
+pid_t Run(const std::function<void()> &body) {
   fflush(nullptr);
-  pid_ = fork();
-  if (pid_ == 0) {
+  const pid_t pid = fork();
+  if (pid == 0) {
     body();
     fflush(nullptr);
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
+  return pid;
 }
 
-Child::~Child() { Kill(); }
+} // namespace
 
-bool Child::Succeeds() { return Wait() == 0; }
-
-void Child::Kill() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    Wait();
-  }
-}
-
-int Child::Wait() {
-  int status = -1;
-  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-  }
-  pid_ = -1;
-  return status;
-}
+Fork::Fork(const std::function<void()> &body) : process_(Run(body)) {}
 
 void InProcesses(int count, const std::function<void(int)> &body) {
-  std::list<Child> children;
+  std::list<Fork> children;
   for (int process = 0; process < count; ++process) {
     children.emplace_back([&body, process] { body(process); });
   }
-  for (Child &child : children) {
+  for (Fork &child : children) {
     EXPECT_TRUE(child.Succeeds());
   }
 }

@@ -6,10 +6,10 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 
 #include "evening.h"
+#include "temporary_directory.h"
 
 namespace {
 
@@ -26,39 +26,15 @@ keys, and ends with status 0 if everything happened as it should.
   --keep DIR  leave the viewer's log (DIR/evening.log) and store there; the default is a temporary directory
 )";
 
-// Where the evening's files are; a temporary directory unless the user names one.
-class Directory {
-public:
-  explicit Directory(const std::string &kept) : temporary_(kept.empty()) {
-    if (temporary_) {
-      std::string pattern = std::filesystem::temp_directory_path() / "lumio-evening.XXXXXX";
-      if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("no temporary directory can be made");
-      }
-      path_ = pattern;
-      return;
-    }
-    path_ = std::filesystem::absolute(kept);
-    for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
-      std::filesystem::remove_all(path_ + old);
-    }
-    std::filesystem::create_directories(path_);
+// Returns the path of `directory`, which is made if it is missing, without the files of an earlier evening.
+std::string Prepare(const std::string &directory) {
+  const std::string path = std::filesystem::absolute(directory);
+  for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
+    std::filesystem::remove_all(path + old);
   }
-  ~Directory() {
-    if (temporary_) {
-      std::error_code ignored;
-      std::filesystem::remove_all(path_, ignored);
-    }
-  }
-  Directory(const Directory &) = delete;
-  Directory &operator=(const Directory &) = delete;
-
-  const std::string &Path() const { return path_; }
-
-private:
-  std::string path_;
-  bool temporary_;
-};
+  std::filesystem::create_directories(path);
+  return path;
+}
 
 void SetAging(Evening &evening, const std::string &value) {
   evening.Run("another process sets aging mode to " + value, {LUMIO_VCONF, "set", "db/FactoryApp/Aging", value});
@@ -298,8 +274,8 @@ int main(int argc, char **argv) {
   std::signal(SIGPIPE, SIG_IGN);            // a viewer that is gone is told as a failed write
   std::setvbuf(stdout, nullptr, _IOLBF, 0); // a line as soon as it is there, also into a pipe
   try {
-    const Directory directory(kept);
-    return Play(directory.Path()) ? EXIT_SUCCESS : EXIT_FAILURE;
+    const lumio::TemporaryDirectory temporary;
+    return Play(kept.empty() ? temporary.Path() : Prepare(kept)) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "lumio-director: %s\n", error.what());
     return EXIT_FAILURE;
