@@ -165,17 +165,6 @@ TEST_F(AgingMode, IsNotAssumedWhenItWasNeverSet) {
   EXPECT_EQ(LogCount("16 vconf_get_int fail.."), 1);
 }
 
-class OtherAgingValue : public AgingMode, public testing::WithParamInterface<int> {};
-
-TEST_P(OtherAgingValue, IsNotAgingMode) {
-  fake_vconf.values["db/FactoryApp/Aging"] = GetParam();
-  Add(Open(), "handler");
-  EXPECT_TRUE(IsAsked());
-  EXPECT_EQ(LogCount(kAging), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Values, OtherAgingValue, testing::Values(0, 2, -1));
-
 // --- Events that are no keys -----------------------------------------------------------------------------------------
 
 class OddEvent : public KeyDispatch {};
@@ -465,12 +454,6 @@ TEST_F(Staleness, ComparesLaterPressesWithTheFirst) {
                           "2 cur = 1002.250000", kResetThreshold, kAsked));
 }
 
-TEST_F(Staleness, AcceptsAPressAtTheThreshold) {
-  PressAt(0, 0);
-  EXPECT_TRUE(PressAt(2000, 2.25)); // 2.25 s less the margin of 0.25 s
-  EXPECT_EQ(LogCount(kNotIgnored), 0);
-}
-
 TEST_F(Staleness, DropsAPressBelowTheThresholdThatFollowsAPress) {
   PressAt(0, 0);
   EXPECT_FALSE(PressAt(1999, 2.25));
@@ -554,61 +537,6 @@ TEST_F(AfterASlowPress, DropsAYoungerOne) {
   EXPECT_FALSE(PressAt(1999, 10));
   EXPECT_EQ(LogMessages().back(), kIgnored);
 }
-
-// Times that differ from zero by less than 10 microseconds count as not set. A first press at that time is not noted.
-struct FirstPress {
-  const char *name;
-  double clock;       // seconds
-  int server_clock;   // milliseconds
-  const char *second; // what the second press logs
-
-  friend void PrintTo(const FirstPress &press, std::ostream *out) { *out << press.name; }
-};
-
-class StalenessNearZero : public Staleness, public testing::WithParamInterface<FirstPress> {};
-
-TEST_P(StalenessNearZero, TellsWhetherAPressWasNoted) {
-  start = GetParam().clock;
-  const int age = GetParam().server_clock - static_cast<int>(kPowerOn);
-  PressAt(age, 0);
-  EXPECT_EQ(LogCount(kInitTimestamp), 1);
-  PressAt(age, 0);
-  EXPECT_EQ(LogCount(GetParam().second), 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(FirstPresses, StalenessNearZero,
-                         testing::Values(FirstPress{"BothZero", 0, 0, kInitTimestamp},
-                                         FirstPress{"BelowTheTolerance", 9e-06, 0, kInitTimestamp},
-                                         FirstPress{"AboveTheTolerance", 1.1e-05, 0, kResetThreshold},
-                                         FirstPress{"BelowTheNegativeTolerance", -1.1e-05, 0, kResetThreshold},
-                                         FirstPress{"ClockZeroOnly", 0, 1, kResetThreshold},
-                                         FirstPress{"ServerClockZeroOnly", 1, 0, kResetThreshold}),
-                         [](const auto &test) { return test.param.name; });
-
-// A threshold near zero counts as not set either. Only a press that is older than the first one is below it.
-struct SecondPress {
-  const char *name;
-  double elapsed; // seconds
-  bool reset;     // whether the third press computes the threshold again
-
-  friend void PrintTo(const SecondPress &press, std::ostream *out) { *out << press.name; }
-};
-
-class ThresholdNearZero : public Staleness, public testing::WithParamInterface<SecondPress> {};
-
-TEST_P(ThresholdNearZero, TellsWhetherItIsComputedAgain) {
-  PressAt(0, 0);
-  EXPECT_FALSE(PressAt(-1000, GetParam().elapsed));
-  EXPECT_EQ(LogCount(kResetThreshold), 1);
-  EXPECT_FALSE(PressAt(-1000, 10));
-  EXPECT_EQ(LogCount(kResetThreshold), GetParam().reset ? 1 : 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(SecondPresses, ThresholdNearZero,
-                         testing::Values(SecondPress{"Zero", 0.25, true}, SecondPress{"Above", 0.250009, true},
-                                         SecondPress{"Below", 0.249991, true}, SecondPress{"FarAbove", 0.250012, false},
-                                         SecondPress{"FarBelow", 0.249988, false}),
-                         [](const auto &test) { return test.param.name; });
 
 // --- A press whose device made itself known --------------------------------------------------------------------------
 

@@ -119,9 +119,44 @@ TEST_F(KeventInit, LaterOnesDoNotMissWhatEcoreHasBroughtUpSince) {
 }
 
 TEST_F(KeventInit, WorksWithoutEcore) {
-  ECORE_EVENT_KEY_DOWN = ECORE_EVENT_KEY_UP = ECORE_X_EVENT_GENERIC = ECORE_EVENT_NONE;
   fake_ecore.absent = true;
   EXPECT_THAT(lumio_kevent_init("first"), NotNull());
+  EXPECT_THAT(TakeLog(), ElementsAre("2 XInput Extension isn't supported."));
+}
+
+// The nth of the three handlers and the idle enterer that the first domain asks Ecore for.
+class EcoreRefuses : public KeventInit, public testing::WithParamInterface<int> {};
+
+TEST_P(EcoreRefuses, AndTheDomainOpensWithoutIt) {
+  fake_ecore.refuse_nth = GetParam();
+  lumio_kevent *kevent = lumio_kevent_init("first");
+  EXPECT_THAT(kevent, NotNull());
+  EXPECT_THAT(TakeJournal(), AllOf(SizeIs(4), Not(Contains(testing::EndsWith(" del")))));
+  EXPECT_THAT(TakeLog(), ElementsAre("2 XInput Extension isn't supported."));
+  Add(kevent, "press");
+  Add(kevent, "release", 3, LUMIO_KEVENT_RELEASE);
+  Press();
+  Release();
+  std::vector<std::string> expected = {"press", "release"};
+  if (GetParam() == 2 || GetParam() == 3) {
+    expected.erase(expected.begin() + (GetParam() - 2));
+  }
+  EXPECT_EQ(Asked(), expected);
+  EXPECT_THAT(lumio_kevent_init("second"), NotNull());
+  EXPECT_THAT(TakeJournal(), IsEmpty()); // not asked again
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, EcoreRefuses, testing::Values(1, 2, 3, 4));
+
+// Without the idle enterer, nothing ends a burst.
+TEST_F(KeventInit, WithoutAnIdleEntererTheBurstLimitStays) {
+  fake_ecore.refuse_nth = 4;
+  lumio_kevent_init("first");
+  Press();
+  Press();
+  EXPECT_EQ(LogCount("16 skip _key_cb .."), 0);
+  Press();
+  EXPECT_EQ(LogCount("16 skip _key_cb .."), 1);
 }
 
 TEST_F(KeventInit, CopiesTheName) {

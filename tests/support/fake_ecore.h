@@ -1,5 +1,5 @@
 // Notes in the journal what is hooked into the Ecore main loop: "handler add TYPE", "handler del", "enterer add",
-// "enterer del". The calls reach Ecore, if it is to be there.
+// "enterer del". The calls reach Ecore unless a test refuses them. What Ecore allocates for a handler does not count.
 #pragma once
 
 #include <Ecore.h>
@@ -15,7 +15,8 @@ struct FakeEcore {
     const void *data;
   };
   std::vector<Handler> handlers; // all that were added, also those that are deleted by now
-  bool absent = false;           // takes nothing, as before ecore_init()
+  bool absent = false;           // refuses everything, as before ecore_init()
+  int refuse_nth = 0;            // refuses the nth request from now on, counted from 1, as if memory were short
 };
 
 extern FakeEcore fake_ecore;
