@@ -1,5 +1,5 @@
-# Cross-compiles for 32-bit ARM with Debian's compiler. LUMIO_SYSROOT, in the environment, is a folder with Debian's armhf
-# packages; scripts/cross fills it.
+# Cross-compiles for 32-bit ARM with Debian's compiler. The environment variable LUMIO_SYSROOT names a folder with Debian's
+# armhf packages, which scripts/cross fills.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
