@@ -15,9 +15,9 @@ namespace {
 constexpr char kBanners[] = "memory/lumio/lumio_banner_state_1";
 
 constexpr auto kPatience = std::chrono::seconds(60);
-constexpr auto kPatienceAfterFailure = std::chrono::seconds(3); // the rest is only played to see how far it went
+constexpr auto kPatienceAfterFailure = std::chrono::seconds(3); // the rest only shows how far the evening gets
 
-// The columns of a line: they stand two or more blanks apart.
+// Splits a line into its columns, which two or more spaces separate.
 std::vector<std::string> Columns(const std::string &line) {
   std::vector<std::string> columns;
   size_t start = 0;
@@ -79,7 +79,7 @@ void Evening::Release(const std::string &key) { display_.Release(kRemotes[remote
 void Evening::ExpectKey(const std::string &key, const std::string &kind, const std::string &asked,
                         const std::string &outcome) {
   const Fields expected = {"key", key, kind, kRemotes[remote_].source, "asked " + asked, outcome};
-  // Keys are told one after the other, each by one line.
+  // The viewer prints one line per key, in order.
   const Fields found = Find("key", [](const Fields &line) { return line[1] == "key"; });
   slowest_key_ = std::max<std::chrono::duration<double>>(slowest_key_, Clock::now() - pressed_[key]);
   Record(key + " " + kind + ": asked " + asked + ", " + outcome,

@@ -1,4 +1,4 @@
-// The stage of the demo: a television's display with the viewer on it, and the book of what was expected and seen.
+// Runs the viewer on a private display for the demo, presses keys, and records which expectations are met.
 #pragma once
 
 #include <chrono>
@@ -12,48 +12,49 @@
 
 using lumio::Clock;
 
-// Every wait is for something that the viewer says, and ends as failed after a time that even a loaded machine keeps.
+// Every wait is for a line of the viewer, and fails only after a time that is enough on a heavily loaded machine.
 class Evening {
 public:
-  // Starts the display, the viewer, and a watch on its banners. Store, log and programme guide are in `directory`.
+  // Starts the display, the viewer and a watch on its banners. Keeps store, log and programme guide in `directory`.
   explicit Evening(const std::string &directory);
 
-  // Begins a scene. To be called before anything is expected.
+  // Begins a scene. Call it before the first expectation.
   void Heading(const std::string &text);
 
-  // Presses a key of the remote that was not used last: its key is obeyed however late a loaded machine gets around to
-  // it, since the library looks at the age of a second key of one device only.
+  // Presses a key of the remote that was not used last. The library checks the age of a key only if the previous key
+  // came from the same device, so this one is never stale, even on a loaded machine.
   void Press(const std::string &key);
   void PressOnSameRemote(const std::string &key);
   void Release(const std::string &key);
-  // The next line about a key is about this key and kind ("press" or "release") and says who was asked ("menu, volume")
-  // and the outcome ("taken by volume"), and that the key came from the remote that was used last.
+  // Expects that the next line about a key names this key and kind ("press" or "release"), the modules that were asked
+  // ("menu, volume"), the outcome ("taken by volume"), and the remote that was used last.
   void ExpectKey(const std::string &key, const std::string &kind, const std::string &asked, const std::string &outcome);
-  // A key of the other remote, pressed and released in peace: the press as told, the release taken by nobody.
+  // Presses and releases a key of the other remote. Expects this line for the press, and a release that nobody takes.
   void Tap(const std::string &key, const std::string &asked, const std::string &outcome);
-  // The longest time that a key took so far from its press to the line about it.
+  // Returns the longest time so far from a press to the line about it.
   std::chrono::duration<double> SlowestKey() const { return slowest_key_; }
 
-  // The item of the viewer's screen shows this, after what was expected of it before.
+  // Expects that the item of the viewer's screen shows `text`, after what was expected of the item before.
   void ExpectScreen(const std::string &item, const std::string &text);
 
-  // Has the studio broadcast or record something, see viewer/src/studio.cpp.
+  // Gives an order to the viewer's studio; see viewer/src/studio.cpp.
   void Order(const std::string &order);
 
-  // The banners that another process sees become these: the sum of 1 for the volume, 2 for the channel, 4 for the
-  // information, 8 for the record indicator.
+  // Expects that another process sees the banner word become `word`: the sum of 1 for the volume, 2 for the channel, 4
+  // for the information and 8 for the record indicator.
   void ExpectBanners(int word);
 
-  // A pipe that the viewer reads as its programme guide: opened there, it waits for somebody to write here.
+  // Returns the path of the pipe that the viewer reads as its programme guide. The viewer waits until someone writes to
+  // it.
   const std::string &GuideFile() const { return guide_file_; }
 
-  // Another process of the television: runs to its end, which has to be a success, and prints `answer`.
+  // Runs another process of the television to its end. Expects that it succeeds and prints `answer`.
   void Run(const std::string &what, const std::vector<std::string> &command, const std::string &answer = "");
 
-  // Asks the viewer to end, as a session does, and waits for it.
+  // Ends the viewer with SIGTERM, as a desktop session does, and waits for it.
   void End();
 
-  // Prints what was expected and seen; returns whether everything happened.
+  // Prints every expectation and whether it was met. Returns whether all of them were.
   bool Summarise() const;
 
 private:
@@ -61,22 +62,22 @@ private:
 
   struct Scene {
     std::string heading;
-    std::vector<std::pair<std::string, bool>> expected; // and whether it happened
+    std::vector<std::pair<std::string, bool>> expected; // and whether it was met
   };
 
-  // The next line about this subject that `wanted` accepts; empty when none comes in time.
+  // Returns the next line about this subject that `wanted` accepts; empty if none comes in time.
   Fields Find(const std::string &subject, const std::function<bool(const Fields &)> &wanted);
   Clock::time_point Deadline() const;
   void Record(const std::string &what, bool happened);
 
   std::string guide_file_;
   lumio::PrivateDisplay display_;
-  std::map<std::string, std::string> environment_; // of the viewer and of what runs beside it
+  std::map<std::string, std::string> environment_; // of the viewer and of the processes beside it
   lumio::Program viewer_;
   lumio::Program watch_;
-  std::vector<Fields> lines_;                        // everything the viewer said
-  std::map<std::string, size_t> next_;               // by subject: the first one behind the last that was expected
-  size_t remote_ = 0;                                // where the last key was pressed
+  std::vector<Fields> lines_;                        // everything the viewer has printed
+  std::map<std::string, size_t> next_;               // by subject: the index after the last line expected
+  size_t remote_ = 0;                                // that was used last
   std::map<std::string, Clock::time_point> pressed_; // by key
   std::chrono::duration<double> slowest_key_{};
   std::vector<Scene> book_;

@@ -19,7 +19,7 @@
 
 namespace {
 
-// EFL without X; the libraries below ours stay up until everything that uses them is gone.
+// EFL without X. It outlives everything that uses it.
 class Efl {
 public:
   Efl() {
@@ -54,12 +54,12 @@ private:
 
 void ExplainMissingDisplay() {
   const char *display = std::getenv("DISPLAY");
-  if (display == nullptr || *display == '\0') {
+  if (!display || *display == '\0') {
     std::fprintf(stderr, "lumio-viewer: there is no X display: DISPLAY is not set.\n");
   } else {
     std::fprintf(stderr, "lumio-viewer: the X display '%s' (DISPLAY) does not answer.\n", display);
   }
-  std::fprintf(stderr, "Start it from a desktop session, or run scripts/demo, which brings a display of its own.\n");
+  std::fprintf(stderr, "Start it in a desktop session, or run scripts/demo, which starts a display of its own.\n");
 }
 
 Eina_Bool Quit(void *, int, void *) {
@@ -91,7 +91,7 @@ std::vector<std::unique_ptr<Module>> MakeModules(ModuleContext context, const Op
 void RunModules(Presentation &screen, const Options &options) {
   KeyJournal journal(screen);
   const auto modules = MakeModules({screen, journal}, options);
-  Studio studio(screen, options.studio); // gone before the modules are: the services are silent then
+  Studio studio(screen, options.studio); // destroyed before the modules: the services then call nobody
   const KeyWatch watch(journal);
   const Window window(screen, ecore_main_loop_quit);
   Ecore_Event_Handler *on_signal = ecore_event_handler_add(ECORE_EVENT_SIGNAL_EXIT, Quit, nullptr);

@@ -27,13 +27,13 @@ void Banner::Hide() {
 
 Eina_Bool Banner::TimeIsUp(void *data) {
   auto *self = static_cast<Banner *>(data);
-  self->timer_ = nullptr; // gone with this call
+  self->timer_ = nullptr; // Ecore deletes the timer after this call
   self->Hide();
   return ECORE_CALLBACK_CANCEL;
 }
 
 void Banner::StopTimer() {
-  if (timer_ != nullptr) {
+  if (timer_) {
     ecore_timer_del(timer_);
     timer_ = nullptr;
   }

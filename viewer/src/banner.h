@@ -1,4 +1,4 @@
-// A banner of the viewer: an item of the screen whose state other processes can see.
+// An item of the screen whose state other processes can read.
 #pragma once
 
 #include <Ecore.h>
@@ -7,7 +7,7 @@
 
 #include "presentation.h"
 
-// Numbers of the banners; other processes know them.
+// The numbers by which other processes know the banners.
 enum BannerId { kVolumeBanner = 0, kChannelBanner = 1, kInfoBanner = 2, kRecordBanner = 3 };
 
 class Banner {
@@ -19,7 +19,7 @@ public:
 
   // Shows the banner until it is hidden.
   void Show(const std::string &text);
-  // Shows it for some seconds.
+  // Shows the banner for a few seconds.
   void ShowBriefly(const std::string &text);
   void Hide();
 

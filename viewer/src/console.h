@@ -1,4 +1,4 @@
-// A presentation on standard output: one line per event, in columns two or more blanks apart.
+// Prints one line per event to standard output, in columns separated by two or more spaces.
 #pragma once
 
 #include <string>

@@ -6,7 +6,7 @@ KeyDomain::KeyDomain(const char *module, KeyJournal &journal)
     : module_(module), journal_(journal), kevent_(lumio_kevent_init(module)) {}
 
 KeyDomain::~KeyDomain() {
-  // Closed during a dispatch, a domain's handlers would still be called; deleted ones are not.
+  // If a domain is closed during a dispatch, the library still calls its handlers. It does not call deleted handlers.
   for (const Registration &registration : registrations_) {
     lumio_kevent_handler_del(registration.handle);
   }

@@ -1,4 +1,5 @@
-// A module's key handlers: a domain of the library that lives as long as the module and reports to the key journal.
+// The key handlers of one module. The library's domain is open as long as the object exists, and each answer is
+// reported to the key journal.
 #pragma once
 
 #include <kevent.h>
@@ -11,7 +12,7 @@
 
 class KeyDomain {
 public:
-  // Asked with the X name of the key; returns whether the module takes it.
+  // Receives the X name of the key and returns whether the module takes the key.
   using Handler = std::function<bool(const std::string &key)>;
 
   KeyDomain(const char *module, KeyJournal &journal);
@@ -19,7 +20,7 @@ public:
   KeyDomain(const KeyDomain &) = delete;
   KeyDomain &operator=(const KeyDomain &) = delete;
 
-  // Priority 0 is asked first, 6 last.
+  // The library asks handlers of priority 0 first and those of priority 6 last.
   void OnPress(int priority, Handler handler) { Add(LUMIO_KEVENT_PRESS, priority, std::move(handler)); }
   void OnRelease(int priority, Handler handler) { Add(LUMIO_KEVENT_RELEASE, priority, std::move(handler)); }
 
@@ -36,5 +37,5 @@ private:
   std::string module_;
   KeyJournal &journal_;
   lumio_kevent *kevent_;
-  std::deque<Registration> registrations_; // a deque: the library keeps their addresses
+  std::deque<Registration> registrations_; // a deque, since the library keeps the addresses
 };

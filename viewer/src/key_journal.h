@@ -1,4 +1,4 @@
-// What becomes of each key: which modules were asked, who took it, how long it took.
+// Records for each key which modules were asked, which one took it and how long that took.
 #pragma once
 
 #include <optional>
@@ -14,22 +14,22 @@ struct KeyJourney {
   int source = 0;                 // LUMIO_EVENT_SOURCE_...
   std::vector<std::string> asked; // modules, in the order they were asked
   std::string taker;              // the module that consumed the key, if any
-  bool passed_on = false;         // the library left the key to the handlers behind its own
-  double duration = 0;            // seconds until the last module had answered
+  bool passed_on = false;         // the library passed the key on to the handlers after its own
+  double duration = 0;            // seconds until the last module answered
 };
 
-// Follows one key at a time and shows its journey when it has ended.
+// Follows one key at a time and shows its journey when the journey ends.
 class KeyJournal {
 public:
   explicit KeyJournal(Presentation &screen) : screen_(screen) {}
 
-  // A key event has come. Ends the one before.
+  // Begins the journey of a key and ends that of the previous one.
   void Begin(const std::string &key, bool press, int source);
-  // A module has answered for the current key.
+  // Records that a module has answered for the current key.
   void Answered(const std::string &module, bool taken);
-  // The library has left the current key alone.
+  // Records that the library has passed the current key on.
   void PassedOn();
-  // Nothing more happens to the current key, if there is one.
+  // Ends the journey of the current key, if there is one.
   void End();
 
 private:

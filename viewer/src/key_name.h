@@ -4,8 +4,8 @@
 
 #include <string>
 
-// The X name of the key of an event; empty for a key without one.
+// Returns the X name of the key of an event; empty if the key has none.
 inline std::string KeyName(const void *event) {
   const char *name = static_cast<const Ecore_Event_Key *>(event)->keyname;
-  return name != nullptr ? name : "";
+  return name ? name : "";
 }

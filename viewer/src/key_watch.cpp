@@ -12,13 +12,13 @@ Eina_Bool Before(void *data, int type, void *event) {
   return ECORE_CALLBACK_PASS_ON;
 }
 
-// Reached only by keys that the library did not report as done.
+// Ecore calls this only for keys that the library has passed on.
 Eina_Bool Behind(void *data, int, void *) {
   static_cast<KeyJournal *>(data)->PassedOn();
   return ECORE_CALLBACK_PASS_ON;
 }
 
-// The last key of a busy stretch has no successor that would end its journey.
+// The last key before the main loop goes idle has no successor that ends its journey.
 Eina_Bool Idle(void *data) {
   static_cast<KeyJournal *>(data)->End();
   return ECORE_CALLBACK_RENEW;

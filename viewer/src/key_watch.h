@@ -1,11 +1,11 @@
-// Tells the journal where each key's journey begins and ends, by plain Ecore handlers around the library's own.
+// Tells the journal when the journey of a key begins and ends. Its Ecore handlers run before and after the library's.
 #pragma once
 
 #include <Ecore.h>
 
 #include "key_journal.h"
 
-// To be made after the first domain was opened, so that the library's handlers stand between the two of each kind.
+// Construct it after the first domain is opened, so that the library's handlers lie between the two of each kind.
 class KeyWatch {
 public:
   explicit KeyWatch(KeyJournal &journal);

@@ -5,7 +5,7 @@
 namespace {
 
 struct Call {
-  std::weak_ptr<const bool> alive; // ended on the main loop, where the call runs
+  std::weak_ptr<const bool> alive; // expires on the main loop, where the call runs
   std::function<void()> function;
 };
 

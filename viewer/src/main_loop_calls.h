@@ -1,4 +1,4 @@
-// Takes work from the platform's threads to the main loop, on behalf of one module.
+// Moves a module's work from the platform's threads to the main loop.
 #pragma once
 
 #include <functional>
@@ -6,7 +6,7 @@
 
 class MainLoopCalls {
 public:
-  // Runs `call` on the main loop, unless this object is gone by then. Any thread.
+  // Runs `call` on the main loop unless this object is destroyed before. May be called on any thread.
   void Post(std::function<void()> call) const;
 
 private:

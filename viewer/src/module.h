@@ -1,17 +1,17 @@
-// What a module of the viewer is, and what it is given.
+// The base class of the viewer's modules, and what each module receives.
 #pragma once
 
 class KeyJournal;
 class Presentation;
 
-// Takes part in the viewer from its construction to its destruction, both on the main-loop thread. When it is
-// destroyed, everything is released at the platform's services and they tell nothing any more.
+// A module works from its construction to its destruction, both on the main-loop thread. Before its destruction all
+// subscriptions are released, and the platform's services call nobody any more.
 class Module {
 public:
   virtual ~Module() = default;
 };
 
-// What every module is given; outlives the modules.
+// What every module receives. It outlives the modules.
 struct ModuleContext {
   Presentation &screen;
   KeyJournal &journal;

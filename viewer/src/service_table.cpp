@@ -7,7 +7,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 constexpr size_t kHeader = 11;       // bytes before the first service
-constexpr size_t kChecksum = 4;      // bytes behind the last one
+constexpr size_t kChecksum = 4;      // bytes after the last one
 constexpr size_t kServiceHeader = 5; // bytes before a service's descriptors
 constexpr unsigned char kServiceDescriptor = 0x48;
 constexpr unsigned char kTelevision = 1; // type of a service
@@ -19,7 +19,7 @@ void PutLength12(Bytes &bytes, size_t at, size_t length) {
   bytes[at + 1] = static_cast<unsigned char>(length);
 }
 
-// The text that stands at `at` behind its length, as far as it ends before `end`.
+// Returns the text whose length is at `at`; empty unless the text ends before `end`.
 std::string Text(const Bytes &bytes, size_t at, size_t end) {
   if (at >= end || at + 1 + bytes[at] > end) {
     return "";
@@ -33,7 +33,7 @@ void AppendText(Bytes &bytes, const std::string &text) {
   bytes.insert(bytes.end(), text.begin(), text.end());
 }
 
-// The name in the descriptors that stand in [at, end).
+// Returns the name in the descriptors in [at, end).
 std::string ServiceName(const Bytes &bytes, size_t at, size_t end) {
   for (; at + 2 <= end; at += 2U + bytes[at + 1]) {
     const size_t provider = at + 3;

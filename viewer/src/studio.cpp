@@ -43,7 +43,7 @@ void EmitCaption(const std::string &text) {
 
 void EmitPacket(int second, const std::string &text) {
   TSPESData packet;
-  packet.streamId = 0xbd; // a private stream, as of teletext
+  packet.streamId = 0xbd; // the private stream that carries teletext
   packet.pts = 90000ULL * static_cast<unsigned>(second);
   packet.payload.assign(text.begin(), text.end());
   lumio::tv::EmitPes(packet);
@@ -69,7 +69,7 @@ template <class Map> std::set<std::string> NamesIn(const Map *subscriptions) {
   return names;
 }
 
-// Who shares the subscriptions of a kind.
+// Returns the names of the modules that share the subscriptions of a kind.
 std::set<std::string> Holders(lumio::tv::Kind kind) {
   using Library = CTVServiceSubscriber;
   switch (kind) {
@@ -88,7 +88,7 @@ std::set<std::string> Holders(lumio::tv::Kind kind) {
   }
 }
 
-// Subscriptions that the TV service has now, by kind, and the modules behind them.
+// Describes the subscriptions that the TV service has now, by kind, with the modules that share them.
 std::string DescribeSubscriptions() {
   const char *const kinds[] = {"signal", "program", "section", "pes", "caption", "dsm"}; // in the order of tv::Kind
   std::map<lumio::tv::Kind, int> counts;
@@ -104,7 +104,8 @@ std::string DescribeSubscriptions() {
   return lines.empty() ? "none" : lumio::Join(lines, "; ");
 }
 
-// The words behind the name of an order. Reading one that is missing, or not a number, throws std::logic_error.
+// The words after the name of an order. A word that is missing, or that should be a number and is none, throws
+// std::logic_error.
 class Arguments {
 public:
   explicit Arguments(Words words) : words_(std::move(words)) {}
@@ -135,7 +136,7 @@ const std::map<std::string, Order> &Orders() {
       {"disk-space", [](const A &a) { lumio::pvr::SetFreeSpace(a.Number(0)); }},
       // TITLE...
       {"following", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_FOLLOWING, a.Text(0)); }},
-      // NUMBER TEXT...: a module that comes while the next session is still being opened
+      // NUMBER TEXT...: sends a module while the next session is being opened
       {"greeting",
        [](const A &a) {
          lumio::tv::DuringNext(lumio::tv::Operation::AttachDsm,
@@ -151,7 +152,7 @@ const std::map<std::string, Order> &Orders() {
       {"present", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_PRESENT, a.Text(0)); }},
       // PROGRAMME
       {"record", [](const A &a) { lumio::pvr::StartRecording(a.Number(0)); }},
-      // the next session, once
+      // refuses the next session
       {"refuse-session", [](const A &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
       // NAME...
       {"services", [](const A &a) { lumio::tv::EmitSection(kServiceTablePid, MakeServiceTable(a.From(0))); }},
@@ -171,7 +172,7 @@ Studio::Studio(Presentation &screen, bool listen) : screen_(screen) {
 }
 
 Studio::~Studio() {
-  if (input_ != nullptr) {
+  if (input_) {
     ecore_main_fd_handler_del(input_);
   }
   lumio::pvr::Shutdown();
@@ -189,7 +190,7 @@ Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   return ECORE_CALLBACK_CANCEL;
 }
 
-// Answers whether more may come.
+// Returns whether more input may come.
 bool Studio::Read() {
   char buffer[1024];
   const ssize_t got = read(STDIN_FILENO, buffer, sizeof buffer);

@@ -1,5 +1,5 @@
-// What happens outside the viewer: on a desktop nobody broadcasts and nobody records, so somebody has to say what the
-// platform's services tell. The only part of the viewer that knows the desktop's stand-ins.
+// Plays the world outside the viewer. On a desktop nobody broadcasts and nobody records, so the studio tells the
+// platform's services what to report. No other part of the viewer knows the desktop's control interfaces.
 #pragma once
 
 #include <Ecore.h>
@@ -12,14 +12,14 @@
 
 class Studio {
 public:
-  // With `listen`, takes orders from standard input, one a line; see Orders() in studio.cpp.
+  // With `listen`, reads orders from standard input, one per line; see Orders() in studio.cpp.
   Studio(Presentation &screen, bool listen);
-  // Ends the threads of the services: nothing is told any more.
+  // Ends the threads of the services, which then report nothing more.
   ~Studio();
   Studio(const Studio &) = delete;
   Studio &operator=(const Studio &) = delete;
 
-  // Shows how many subscriptions the TV service has now, by kind, and which modules share them.
+  // Shows how many subscriptions of each kind the TV service has, and which modules share them.
   void ShowSubscriptions();
 
 private:
@@ -29,5 +29,5 @@ private:
 
   Presentation &screen_;
   Ecore_Fd_Handler *input_ = nullptr;
-  std::string pending_; // read, not yet a whole line
+  std::string pending_; // read, but not yet a complete line
 };

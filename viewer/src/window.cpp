@@ -10,7 +10,7 @@ constexpr double kRetryInterval = 0.1; // seconds
 } // namespace
 
 // Calls `Member` for events of this window.
-template <typename Event, void (Window::*Member)()> Eina_Bool Window::OnEvent(void *data, int, void *event) {
+template <class Event, void (Window::*Member)()> Eina_Bool Window::OnEvent(void *data, int, void *event) {
   auto *self = static_cast<Window *>(data);
   if (static_cast<Event *>(event)->win == self->window_) {
     (self->*Member)();
@@ -31,7 +31,7 @@ Window::Window(Presentation &screen, std::function<void()> closed)
 }
 
 Window::~Window() {
-  if (retry_ != nullptr) {
+  if (retry_) {
     ecore_timer_del(retry_);
   }
   ecore_event_handler_del(shown_handler_);
@@ -40,11 +40,11 @@ Window::~Window() {
   ecore_x_window_free(window_);
 }
 
-// A window can have the focus and the keyboard only while it is on the screen. Another client may hold the keyboard, a
-// menu of the window manager for example; it lets go some day, and until then the focus brings the keys here.
+// A window can have the focus and the keyboard only while it is on the screen. While another client holds the keyboard,
+// such as a menu of the window manager, the window receives keys only when it has the focus.
 void Window::Shown() {
   ecore_x_window_focus(window_);
-  if (!TakeKeyboard() && retry_ == nullptr) {
+  if (!TakeKeyboard() && !retry_) {
     screen_.Show("viewer", "ready, keys come here while the window has the focus");
     retry_ = ecore_timer_add(kRetryInterval, Retry, this);
   }

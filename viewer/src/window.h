@@ -10,7 +10,7 @@
 
 class Window {
 public:
-  // Opens the window and takes the keyboard as soon as it is on the screen. `closed` is called when the user closes it.
+  // Opens the window and takes the keyboard as soon as it is on the screen. Calls `closed` when the user closes it.
   Window(Presentation &screen, std::function<void()> closed);
   ~Window();
   Window(const Window &) = delete;
@@ -20,7 +20,7 @@ private:
   void Shown();
   bool TakeKeyboard();
 
-  template <typename Event, void (Window::*Member)()> static Eina_Bool OnEvent(void *data, int type, void *event);
+  template <class Event, void (Window::*Member)()> static Eina_Bool OnEvent(void *data, int type, void *event);
   static Eina_Bool Retry(void *data);
   void Closed() { closed_(); }
 

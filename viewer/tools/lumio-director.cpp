@@ -1,4 +1,4 @@
-// Plays an evening of television on a private display and checks what the viewer makes of it.
+// Plays an evening of television on a private display and checks what the viewer prints.
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -15,18 +15,18 @@ namespace {
 
 constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, logger";
 constexpr char kNobody[] = "taken by nobody";
-// What the TV service serves, and the modules that share it, but for the broadcaster's application.
+// The subscriptions of the TV service and the modules that share them, without the broadcaster's application.
 constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
                                   "pes 1 (stream meter, teletext); caption 1 (captions, transcript)";
 
 constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR]
-Plays an evening of television: starts an X server with the input devices of a television and the viewer on it, presses
-keys, and ends with status 0 if everything happened as it should.
+Plays an evening of television: starts an X server with the input devices of a television, runs the viewer on it and
+presses keys. Exits with status 0 if the viewer prints everything that is expected.
 
-  --keep DIR  leave the viewer's log (DIR/evening.log) and store there; the default is a temporary directory
+  --keep DIR  keep the viewer's log (DIR/evening.log) and store in DIR; without it they are deleted at the end
 )";
 
-// Returns the path of `directory`, which is made if it is missing, without the files of an earlier evening.
+// Makes the directory if it is missing, and removes the files of an earlier evening from it. Returns its absolute path.
 std::string Prepare(const std::string &directory) {
   const std::string path = std::filesystem::absolute(directory);
   for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
@@ -40,7 +40,7 @@ void SetAging(Evening &evening, const std::string &value) {
   evening.Run("another process sets aging mode to " + value, {LUMIO_VCONF, "set", "db/FactoryApp/Aging", value});
 }
 
-// The guide's storage answers after `delay` at the earliest.
+// Lets the guide's storage answer, at the earliest after `delay`.
 void AnswerGuide(Evening &evening, std::chrono::duration<double> delay) {
   evening.Run("the guide's storage answers",
               {"/bin/sh", "-c", "sleep \"$1\"; printf '20:15 Evening News\\n20:30 The Weather\\n' >\"$2\"", "sh",
@@ -66,7 +66,7 @@ void PlayBanners(Evening &evening) {
   evening.Tap("XF86Info", "menu, power, volume, channel, info", "taken by info");
   evening.ExpectScreen("info", "(hidden)");
   evening.ExpectScreen("volume", "(hidden)");
-  evening.Run("a banner once shown stays marked", {LUMIO_VCONF, "get", "memory/lumio/lumio_banner_state_1"}, "7");
+  evening.Run("a banner that was shown stays marked", {LUMIO_VCONF, "get", "memory/lumio/lumio_banner_state_1"}, "7");
 }
 
 void PlayRecorder(Evening &evening) {
@@ -83,7 +83,7 @@ void PlayRecorder(Evening &evening) {
 }
 
 void PlayStandby(Evening &evening) {
-  evening.Heading("Standby: the viewer tells its state");
+  evening.Heading("Standby: the light shows the viewer's state");
   evening.Tap("s", "menu, power", "taken by power");
   evening.ExpectScreen("light", "red");
   evening.Tap("s", "menu, power", "taken by power");
@@ -104,7 +104,7 @@ void PlayBroadcast(Evening &evening) {
   evening.Order("services One Two Three");
   evening.ExpectScreen("services", "One, Two, Three");
 
-  evening.Heading("Captions and packets reach each of the two modules that use them");
+  evening.Heading("Captions and packets reach both modules that use them");
   evening.Order("caption Good evening.");
   evening.ExpectScreen("captions", "Good evening.");
   evening.ExpectScreen("transcript", "Good evening.");
@@ -117,7 +117,7 @@ void PlayBroadcast(Evening &evening) {
   evening.Order("packet 13 more"); // and each packet once
   evening.ExpectScreen("stream meter", "12 bytes");
 
-  evening.Heading("Captions are switched off and on again; the transcript goes on");
+  evening.Heading("Captions are switched off and on again; the transcript continues");
   evening.Tap("c", "menu, power, volume, channel, info, guide, data, captions", "taken by captions");
   evening.ExpectScreen("captions", "(hidden)");
   evening.Order("caption More at ten.");
@@ -131,9 +131,9 @@ void PlayBroadcast(Evening &evening) {
 }
 
 void PlayDataService(Evening &evening) {
-  evening.Heading("The red key opens the broadcaster's application, and closes it");
+  evening.Heading("The red key opens and closes the broadcaster's application");
   evening.Order("refuse-session");
-  evening.Order("subscriptions"); // answered once the orders before it are carried out
+  evening.Order("subscriptions"); // answered after the orders before it
   evening.ExpectScreen("subscriptions", kSubscriptions);
   evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
   evening.ExpectScreen("data service", "not available");
@@ -161,10 +161,10 @@ void PlaySignalLoss(Evening &evening) {
 }
 
 void PlayRemotes(Evening &evening) {
-  evening.Heading("A key that nobody uses is offered to everybody");
+  evening.Heading("A key that no module uses is offered to all of them");
   evening.Tap("F5", kEverybody, kNobody);
 
-  evening.Heading("Two remotes, used in turn");
+  evening.Heading("Two remotes are used in turn");
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
   evening.ExpectScreen("channel", "3");
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
@@ -193,7 +193,7 @@ void PlayMenu(Evening &evening) {
 }
 
 void PlayAging(Evening &evening) {
-  evening.Heading("Aging mode, set by another process: keys pass by the modules");
+  evening.Heading("Another process sets aging mode: keys bypass the modules");
   SetAging(evening, "1");
   evening.Press("Up");
   evening.ExpectKey("Up", "press", "nobody", "passed on");
@@ -205,7 +205,7 @@ void PlayAging(Evening &evening) {
 }
 
 void PlayBurst(Evening &evening) {
-  evening.Heading("An impatient hand, while the guide is loading: most of the burst is dropped");
+  evening.Heading("A burst of keys while the guide is loading: most presses are dropped");
   evening.Press("g");
   evening.ExpectScreen("guide", "loading");
   evening.Release("g");
@@ -217,7 +217,7 @@ void PlayBurst(Evening &evening) {
   evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
   evening.ExpectScreen("guide", "20:15 Evening News; 20:30 The Weather");
   evening.ExpectKey("g", "release", "menu, logger", kNobody);
-  // The release of "g" and the first press are what one busy stretch may bring.
+  // One busy stretch of the main loop dispatches two keys: the release of "g" and the first press.
   evening.ExpectKey("1", "press", "menu, power, volume, channel", "taken by channel");
   evening.ExpectKey("1", "release", "menu, logger", kNobody);
   for (const char *key : {"2", "3"}) {
@@ -228,11 +228,11 @@ void PlayBurst(Evening &evening) {
 }
 
 void PlayStaleKey(Evening &evening) {
-  evening.Heading("A key that has waited for too long is not obeyed any more");
+  evening.Heading("A key that has waited too long is ignored");
   evening.Press("g");
   evening.ExpectScreen("guide", "loading");
   evening.PressOnSameRemote("Up");
-  // Too long is a quarter of a second more than the first key whose age was looked at had to wait.
+  // A key is stale if it waits a quarter of a second longer than the first key whose age was checked.
   AnswerGuide(evening, evening.SlowestKey() + std::chrono::milliseconds(500));
   evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
   evening.ExpectKey("Up", "press", "nobody", "passed on");
@@ -271,8 +271,8 @@ int main(int argc, char **argv) {
     std::fputs(kUsage, stderr);
     return EXIT_FAILURE;
   }
-  std::signal(SIGPIPE, SIG_IGN);            // a viewer that is gone is told as a failed write
-  std::setvbuf(stdout, nullptr, _IOLBF, 0); // a line as soon as it is there, also into a pipe
+  std::signal(SIGPIPE, SIG_IGN);            // a write to a viewer that has ended fails instead
+  std::setvbuf(stdout, nullptr, _IOLBF, 0); // print each line at once, even into a pipe
   try {
     const lumio::TemporaryDirectory temporary;
     return Play(kept.empty() ? temporary.Path() : Prepare(kept)) ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -8,10 +8,10 @@
 namespace {
 
 constexpr char kUsage[] = R"(usage: lumio-viewer [--guide FILE] [--studio]
-A live-TV viewer on the display that DISPLAY names. Prints a line for each key.
+Runs the sample modules of a live-TV viewer on the X display that DISPLAY names. Prints a line for each key.
 
-  --guide FILE  read the programme guide from FILE whenever it is opened
-  --studio      take from standard input what is broadcast and recorded
+  --guide FILE  read the programme guide from FILE each time it is opened
+  --studio      read orders from standard input that say what is broadcast and recorded
 
 Keys: Menu or m, Up, Down, Return, Escape   the menu
       volume keys, + and -                  volume
@@ -33,7 +33,7 @@ int main(int argc, char **argv) {
       std::fputs(kUsage, stdout);
       return EXIT_SUCCESS;
     } else {
-      std::fprintf(stderr, "lumio-viewer: '%s' is not understood\n%s", argv[i], kUsage);
+      std::fprintf(stderr, "lumio-viewer: invalid argument '%s'\n%s", argv[i], kUsage);
       return EXIT_FAILURE;
     }
   }

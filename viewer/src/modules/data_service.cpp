@@ -33,7 +33,7 @@ private:
   }
 
   void Attach() {
-    CTVServiceSubscriber tv("data service"); // an object attaches once in its life, so each session gets its own
+    CTVServiceSubscriber tv("data service"); // an object can attach only once, so each session gets its own
     unsigned int session = 0;
     if (tv.AttachDsm(MessageCame, session, kTarget, DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr,
                      false)) {
@@ -50,11 +50,11 @@ private:
     screen_.Hide("data service");
   }
 
-  // Called without user data, on a thread of the service, which keeps the message during the call only.
+  // The service calls this on its own thread, without user data, and keeps the message only during the call.
   static void MessageCame(TSDsmMessage &message) {
     const std::string text(static_cast<const char *>(message.data), message.size);
     self_->calls_.Post([self = self_, session = message.sessionHandle, module = message.moduleId, text] {
-      if (self->session_ == static_cast<unsigned int>(session)) { // not one that was closed meanwhile
+      if (self->session_ == static_cast<unsigned int>(session)) { // not one that has been closed meanwhile
         self->screen_.Show("data service", "module " + std::to_string(module) + ": " + text);
       }
     });

@@ -30,7 +30,7 @@ private:
     return true;
   }
 
-  // Reads the guide where it stands: as long as that takes, keys wait.
+  // Reads the guide on the main loop, where keys wait until it is read.
   std::string Load() {
     if (source_.empty()) {
       return "20:15 Evening News; 20:30 The Weather";

@@ -31,7 +31,7 @@ private:
   // The library owns the data of a registration and releases it with free().
   void Watch(int id) {
     auto *registration = static_cast<Registration *>(std::malloc(sizeof(Registration)));
-    if (registration != nullptr) {
+    if (registration) {
       registration->layout = this;
       lumio_banner_state_cb_add(id, BannerChanged, registration);
     }

@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr int kPriority = 6; // behind everybody: sees what nobody took
+constexpr int kPriority = 6; // asked last: sees the keys that no module has taken
 
 class Logger : public Module {
 public:

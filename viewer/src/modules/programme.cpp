@@ -12,7 +12,7 @@ public:
   explicit Programme(ModuleContext context) : screen_(context.screen) {
     self_ = this;
     tv_.SetProgramCallback(ProgramCame);
-    int handle = 0; // there is one subscription, and it lasts as long as the viewer
+    int handle = 0; // never used: the subscription lasts as long as the viewer
     tv_.SubscribeProgramListPF(0, kService, SUBSCRIBE_TYPE_CHANGES, handle);
   }
   ~Programme() override { self_ = nullptr; }

@@ -34,7 +34,7 @@ public:
   }
 
 private:
-  // The service tells on a thread of its own, while the screen belongs to the main loop.
+  // The service calls on its own thread, while the screen belongs to the main loop.
   static void ResultCame(ps_result_thirdpart result, void *data) {
     auto *self = static_cast<Recorder *>(data);
     self->calls_.Post([self, result] { self->ShowResult(result); });
@@ -53,7 +53,7 @@ private:
   void ShowState(pvr_state_e state) {
     if (state == PVR_STATE_RECORDING) {
       indicator_.Show("recording");
-    } else if (state != PVR_STATE_CONFLICT) { // after a conflict the first recording goes on
+    } else if (state != PVR_STATE_CONFLICT) { // after a conflict the first recording continues
       indicator_.Hide();
     }
   }

@@ -19,13 +19,13 @@ public:
     filter.pid = kServiceTablePid;
     filter.match = {kServiceTableId};
     filter.mask = {0xff};
-    int handle = 0; // not given back: the subscription lasts as long as the viewer
+    int handle = 0; // never used: the subscription lasts as long as the viewer
     tv_.SubscribeSectionByFilter(kServiceTablePid, filter, handle);
   }
   ~ServiceList() override { self_ = nullptr; }
 
 private:
-  // Called without user data, on a thread of the service, which keeps the section during the call only.
+  // The service calls this on its own thread, without user data, and keeps the section only during the call.
   static void SectionCame(bool valid, unsigned short size, unsigned char *data, int) {
     if (valid) {
       self_->calls_.Post([self = self_, section = Bytes(data, data + size)] {

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr unsigned char kPrivateStream = 0xbd; // carries teletext
-constexpr unsigned long long kClock = 90000;   // ticks of a time stamp in a second
+constexpr unsigned long long kClock = 90000;   // ticks of a time stamp per second
 
 class Teletext : public Module {
 public:
