@@ -1,13 +1,13 @@
 /**
  * @file LumioStateSubscriber.h
- * The viewer's own state changes, told to every module that asked for them.
+ * Distributes the viewer's own state changes to its modules.
  *
- * Each module holds a `CLumioStateSubscriber` with its name and registers one or more callbacks. The application
- * announces every change once, with `CLumioStateSubscriber::HandleStateChanged`.
+ * Each module creates a `CLumioStateSubscriber` with its name and registers one or more callbacks. The application
+ * announces each change once, with `CLumioStateSubscriber::HandleStateChanged`.
  *
- * Every function may be called on any thread. Callbacks run on the thread that announces, one at a time, with
- * `viewerMutex` held: a callback must not register, unregister or announce. On a platform whose lock is not recursive
- * it would wait for itself for ever; the desktop's lock ends the process with a message instead.
+ * You may call every function on any thread. Callbacks run on the announcing thread, one at a time, with `viewerMutex`
+ * held, so a callback must not register, unregister or announce. Where the platform's lock is not recursive, such a
+ * callback would wait for itself for ever; the desktop's lock ends the process with a message instead.
  */
 #ifndef LUMIO_STATE_SUBSCRIBER_H
 #define LUMIO_STATE_SUBSCRIBER_H
@@ -22,59 +22,61 @@
 /** State of the viewer. The application defines the values; the library only passes them on. */
 enum ELUMIO_STATE : int;
 
-/** Guards the registrations of `CLumioStateSubscriber`. Created when it is first used. */
+/** Guards the registrations of `CLumioStateSubscriber`. The first use creates it. */
 extern Kestrel::TCMutex viewerMutex;
 
 /**
- * A module's way to register for state changes. The registrations are shared by all objects of the process: they do not
- * end with the object they were made through, and any object may end them.
+ * Registers a module's callbacks for state changes. All objects of the process share the registrations: a registration
+ * outlives the object that made it, and any object may end it.
  */
 class CLumioStateSubscriber {
 public:
   /**
-   * Told a state of the viewer, on the thread that announces it, with `viewerMutex` held.
+   * Receives a state of the viewer. Runs on the thread that announces it, with `viewerMutex` held.
    *
-   * @param state     the state that was announced
-   * @param userData  what was given to `RegisterLumioStateChangeCb`
+   * @param state     the announced state
+   * @param userData  the pointer that was given to `RegisterLumioStateChangeCb`
    */
   typedef void (*StateChangedCallback)(ELUMIO_STATE state, void *userData);
 
-  /** @param moduleName  the module's name for log messages; copied */
+  /** @param moduleName  the module's name for log messages; the object keeps a copy */
   explicit CLumioStateSubscriber(const std::string &moduleName);
 
   /**
-   * Registers a callback under this object's module name. Any thread; the callback runs on the thread that announces.
+   * Registers a callback under this object's module name. Call on any thread; the callback runs on the announcing
+   * thread.
    *
-   * Callbacks run in ascending order of their addresses, not in the order of registration. When memory is short,
-   * `std::bad_alloc` passes through and the lock is released; the callback may then be registered without a name, in
-   * which case it is never called, and it has to be unregistered before it can be registered again.
+   * Callbacks run in ascending order of their addresses, not in the order of registration.
+   *
+   * If there is no memory, the call throws `std::bad_alloc` and releases the lock. The callback may then be registered
+   * without a name: it is never called, and you must unregister it before you can register it again.
    *
    * @param callback  the callback, not null
-   * @param userData  given back to `callback`; not owned
-   * @return true when registered; false, with a log message, when `callback` is null or already registered, by
-   * whichever module: the user data and the name of the first registration stay
+   * @param userData  a pointer that the library passes to `callback` and never reads or frees
+   * @return true on success. False, with a log message, if `callback` is null, or if any module has already registered
+   * it: the first registration keeps its user data and name
    */
   bool RegisterLumioStateChangeCb(StateChangedCallback callback, void *userData);
 
   /**
-   * Ends the registration of a callback, whichever object it was made through. Any thread. The callback does not run
-   * any more once this has returned.
+   * Ends the registration of a callback, whichever object made it. Call on any thread. Once the call returns, the
+   * callback does not run again.
    *
    * @param callback  the callback
-   * @return true when it was registered; false, with a log message, when it was not, or had been registered without a
-   * name for lack of memory. It is not registered afterwards in any case
+   * @return true if the callback was registered. False, with a log message, if it was not, or if it was registered
+   * without a name for lack of memory; that registration ends all the same
    */
   bool UnregisterLumioStateChangeCb(StateChangedCallback callback);
 
   /**
-   * Tells every registered callback a state, and returns when all have run. Any thread; the callbacks run on it. States
-   * announced on several threads are told one after the other.
+   * Calls every registered callback with a state, and returns when all have run. Call on any thread; the callbacks run
+   * on it. If several threads announce states, the callbacks receive one state after the other.
    *
    * @param state  the new state
    */
   static void HandleStateChanged(ELUMIO_STATE state);
 
-  std::string m_moduleName; ///< the module's name; read by each registration, logged by each unregistration
+  std::string m_moduleName; ///< the module's name: each registration copies it, each unregistration logs it
 
   static std::map<StateChangedCallback, void *> m_StateChangedCBMap; ///< user data; guarded by `viewerMutex`
   static std::map<StateChangedCallback, std::string>

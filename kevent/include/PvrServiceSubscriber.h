@@ -1,14 +1,14 @@
 /**
  * @file PvrServiceSubscriber.h
- * Results and states of the recording (PVR) service, told to every module that asked for them.
+ * Distributes the results and states of the recording (PVR) service to the viewer's modules.
  *
- * The service gives a process one result callback and one state callback. `CPvrServiceSubscriber` takes both and hands
- * each notification to any number of modules. It connects to the service when the first callback of either kind is
- * registered, and takes part in a kind of notification while callbacks of that kind are registered.
+ * The service accepts one result callback and one state callback per process. `CPvrServiceSubscriber` registers both
+ * and passes each notification to any number of modules. It connects to the service when a module registers the first
+ * callback of either kind. It stays registered for a kind of notification as long as callbacks of that kind are.
  *
- * Every function may be called on any thread. Callbacks run on the service's threads, one at a time, with `pvrMutex`
- * held: a callback must not register or unregister. On a platform whose lock is not recursive it would wait for itself
- * for ever; the desktop's lock ends the process with a message instead.
+ * You may call every function on any thread. Callbacks run on the service's threads, one at a time, with `pvrMutex`
+ * held, so a callback must not register or unregister. Where the platform's lock is not recursive, such a callback
+ * would wait for itself for ever; the desktop's lock ends the process with a message instead.
  */
 #ifndef PVR_SERVICE_SUBSCRIBER_H
 #define PVR_SERVICE_SUBSCRIBER_H
@@ -21,72 +21,73 @@
 
 #pragma GCC visibility push(default)
 
-/** Guards the registrations of `CPvrServiceSubscriber`. Created when it is first used. */
+/** Guards the registrations of `CPvrServiceSubscriber`. The first use creates it. */
 extern Kestrel::TCMutex pvrMutex;
 
 /**
- * A module's way to register for recording results and states. The registrations are shared by all objects of the
- * process: they do not end with the object they were made through, and any object may end them.
+ * Registers a module's callbacks for recording results and states. All objects of the process share the registrations:
+ * a registration outlives the object that made it, and any object may end it.
  */
 class CPvrServiceSubscriber {
 public:
   /**
-   * Told the outcome of a recording operation, on a thread of the service, with `pvrMutex` held.
+   * Receives the outcome of a recording operation. Runs on a thread of the service, with `pvrMutex` held.
    *
    * @param result    the outcome
-   * @param userData  what was given to `RegisterPvrCb`
+   * @param userData  the pointer that was given to `RegisterPvrCb`
    */
   typedef void (*PvrResultCallback)(ps_result_thirdpart result, void *userData);
 
   /**
-   * Told a state of the recorder, on a thread of the service, with `pvrMutex` held.
+   * Receives a state of the recorder. Runs on a thread of the service, with `pvrMutex` held.
    *
    * @param state     the state
-   * @param userData  what was given to `RegisterPvrStateCb`
+   * @param userData  the pointer that was given to `RegisterPvrStateCb`
    * @return ignored
    */
   typedef bool (*PvrStateCallback)(pvr_state_e state, void *userData);
 
-  /** @param moduleName  the module's name for log messages; copied */
+  /** @param moduleName  the module's name for log messages; the object keeps a copy */
   explicit CPvrServiceSubscriber(const std::string &moduleName);
 
   /**
-   * Registers a callback for results. Any thread; the callback runs on threads of the service.
-   *
-   * The service is asked before the callback is looked at: a null callback that is the first of all leaves the
-   * connection open and the process registered for results. Whatever fails, nothing that was done before is undone.
-   * When memory is short, `std::bad_alloc` passes through, the lock is released and the callback is not registered.
+   * Registers a callback for results. Call on any thread; the callback runs on threads of the service.
    *
    * Callbacks run in ascending order of their addresses, not in the order of registration.
    *
+   * The first registration connects to the service before it tests the callback: even if the callback is null, the
+   * connection stays open and the process stays registered for results. A failure undoes nothing that was done before.
+   * If there is no memory, the call throws `std::bad_alloc`, releases the lock and does not register the callback.
+   *
    * @param callback  the callback, not null
-   * @param userData  given back to `callback`; not owned
-   * @return 0 when registered; -2, with a log message, when the service refused, or `callback` is null or already
-   * registered, by whichever module: the user data of the first registration stays
+   * @param userData  a pointer that the library passes to `callback` and never reads or frees
+   * @return 0 on success. -2, with a log message, if the service refuses, if `callback` is null, or if any module has
+   * already registered it: the first registration keeps its user data
    */
   int RegisterPvrCb(PvrResultCallback callback, void *userData);
 
   /**
-   * Ends the registration of a callback for results, whichever object it was made through; with the last one the
-   * process stops being told results. Any thread. The callback does not run any more once this has returned.
+   * Ends the registration of a callback for results, whichever object made it. Call on any thread. Once the call
+   * returns, the callback does not run again. With the last callback, the call also unregisters the process at the
+   * service.
    *
    * @param callback  the callback
-   * @return 0 when it was registered, also when the service then refused to let go, which is logged; -2, with a log
-   * message, when it was not
+   * @return 0 if the callback was registered, even if the service refuses to unregister the process, which is only
+   * logged. -2, with a log message, if the callback was not registered
    */
   int UnRegisterPvrCb(PvrResultCallback callback);
 
   /**
-   * Registers a callback for states, as `RegisterPvrCb` does one for results.
+   * Registers a callback for states. In all else like `RegisterPvrCb`.
    *
    * @param callback  the callback, not null
-   * @param userData  given back to `callback`; not owned
+   * @param userData  a pointer that the library passes to `callback` and never reads or frees
    * @return 0 or -2, as `RegisterPvrCb`
    */
   int RegisterPvrStateCb(PvrStateCallback callback, void *userData);
 
   /**
-   * Ends the registration of a callback for states, as `UnRegisterPvrCb` does of one for results.
+   * Ends the registration of a callback for states. In all else like `UnRegisterPvrCb`.
    *
    * @param callback  the callback
    * @return 0 or -2, as `UnRegisterPvrCb`
@@ -94,23 +95,23 @@ public:
   int UnRegisterPvrStateCb(PvrStateCallback callback);
 
   /**
-   * Receives results from the service, on its threads, and calls the registered callbacks before it returns.
+   * Receives results from the service, on its threads, and calls the registered callbacks.
    *
-   * @param result    the outcome; each callback gets a copy
-   * @param userData  what the service was given; with null nobody is called
+   * @param result    the outcome; each callback receives a copy
+   * @param userData  the pointer that the service was given; if it is null, no callback is called
    */
   static void t_PvrResultCB(ps_result_thirdpart result, void *userData);
 
   /**
-   * Receives states from the service, on its threads, and calls the registered callbacks before it returns.
+   * Receives states from the service, on its threads, and calls the registered callbacks.
    *
    * @param state     the state
-   * @param userData  what the service was given; with null nobody is called
-   * @return whether anybody was called, whatever they answered
+   * @param userData  the pointer that the service was given; if it is null, no callback is called
+   * @return whether any callback was called, regardless of the callbacks' results
    */
   static bool t_PvrStateCB(pvr_state_e state, void *userData);
 
-  std::string m_moduleName; ///< the module's name, as it is logged
+  std::string m_moduleName; ///< the module's name for log messages
 
   static std::map<PvrResultCallback, void *> m_PvrResultCBMap;     ///< user data; guarded by `pvrMutex`
   static std::map<PvrStateCallback, void *> m_pvrStateCallbackMap; ///< user data; guarded by `pvrMutex`

@@ -1,23 +1,28 @@
 /**
  * @file kevent.h
- * Remote-control and front-panel keys, handed to the modules of an application in priority order.
+ * Delivers remote-control and front-panel keys to the modules of an application, in priority order.
  *
- * A module opens a *domain* and adds *handlers* to it. A handler is asked for one kind of event (press or release) at
- * one of seven priorities; 0 is asked first. The first handler that returns 0 consumes the key.
+ * A module opens a *domain* and adds *handlers* to it. Each handler receives one kind of event, press or release, at
+ * one of seven priorities. The library calls the handlers of priority 0 first, and stops at the first handler that
+ * returns 0: that handler has consumed the key.
  *
- * Everything here belongs to the thread of the Ecore main loop: every function is called there and every handler runs
- * there. The application initialises EFL (`ecore_init`, `ecore_event_init` and, where there is a display,
- * `ecore_x_init`) before the first `lumio_kevent_init` and keeps it initialised.
+ * Call every function on the thread of the Ecore main loop; every handler runs on that thread. Initialise EFL
+ * (`ecore_init`, `ecore_event_init` and, if there is a display, `ecore_x_init`) before the first `lumio_kevent_init`,
+ * and keep it initialised. The library never receives the events of a part of EFL that you initialise later.
  *
- * Not every key reaches the handlers. Presses beyond two key events between two idle moments of the main loop are
- * swallowed. Presses that were queued while the application was not ready are dropped, and with them the releases whose
- * key names do not begin with 'X'. While the vconf key "db/FactoryApp/Aging" is 1, no key is looked at. A key that is
- * dispatched, or swallowed, is not handed to Ecore handlers that were added after the library's own, whether or not a
- * handler consumes it; all others are.
+ * Some keys do not reach the handlers:
+ * - The library processes at most two key events between two idle moments of the main loop, and swallows further
+ *   presses.
+ * - It drops presses that were queued while the application was not ready. It also drops their releases, unless the
+ *   key's name begins with 'X'.
+ * - It passes every key on unprocessed while the vconf key "db/FactoryApp/Aging" is 1.
  *
- * A handler may do anything from inside its callback: delete itself or any other handler, close any domain, its own
- * included, add handlers anywhere, run a nested main loop. What is deleted during a dispatch is not called any more,
- * and is released when the outermost dispatch ends.
+ * A key that the library dispatches or swallows goes no further: Ecore handlers that were added after the library's own
+ * do not receive it, whether or not a handler consumed it. They do receive all other keys.
+ *
+ * A handler may do anything inside its callback: delete any handler, itself included; close any domain, its own
+ * included; add handlers; run a nested main loop. A handler that is deleted during a dispatch is not called again. The
+ * library releases it when the outermost dispatch ends.
  */
 #ifndef LUMIO_KEVENT_H
 #define LUMIO_KEVENT_H
@@ -42,64 +47,69 @@ typedef int lumio_kevent_type;
 #define LUMIO_KEVENT_RELEASE 1
 
 /**
- * Asked for each key event of its type, on the main-loop thread.
+ * Receives a key event. Runs on the main-loop thread.
  *
- * @param kevent      the domain that the handler belongs to
+ * @param kevent      the handler's domain
  * @param type        the kind of event
- * @param event_info  the `Ecore_Event_Key`, valid during the call only; its `keyname` may be null
- * @param data        what was given to `lumio_kevent_handler_add`
+ * @param event_info  the `Ecore_Event_Key`, valid only during the call; its `keyname` may be null
+ * @param data        the pointer that was given to `lumio_kevent_handler_add`
  * @return 0 to consume the key, any other value to pass it on to the next handler
  */
 typedef int (*lumio_kevent_cb)(lumio_kevent *kevent, lumio_kevent_type type, void *event_info, void *data);
 
 /**
- * Opens a domain. The first one also installs the library in the Ecore main loop, where it stays until the process
- * ends.
+ * Opens a domain. Call on the main-loop thread.
  *
- * Every call that succeeds forgets when keys were last seen, also for the other domains: the next press counts as the
- * first one. Several domains may have the same name.
+ * The first call also installs the library in the Ecore main loop, where it stays until the process ends. If Ecore
+ * refuses one of the library's handlers, the domain opens without it.
  *
- * @param domain  name for log messages; copied
- * @return the domain, to be closed with `lumio_kevent_fini`; null, with a log message, when `domain` is null or memory
- * is short
+ * Every successful call resets the filter of old presses, for all domains: the next press counts as the first one.
+ * Several domains may have the same name.
+ *
+ * @param domain  the name for log messages. The library copies it, and logs "(null)" if there is no memory for the copy
+ * @return the domain, which you close with `lumio_kevent_fini`. Null, with a log message, if `domain` is null or there
+ * is no memory for the domain
  */
 lumio_kevent *lumio_kevent_init(const char *domain);
 
 /**
- * Closes a domain and deletes its handlers.
+ * Closes a domain and deletes its handlers. Call on the main-loop thread.
  *
- * During a dispatch the domain is only marked, and its handlers keep receiving keys until the dispatch has ended. A
- * handle that is null, foreign or already closed is refused with a log message, unless a new domain has got its
- * address.
+ * During a dispatch the call only marks the domain: its handlers receive keys until the outermost dispatch ends. The
+ * library refuses a handle that is null, foreign or already closed, with a log message, unless a new domain has the
+ * same address.
  *
- * Once a press has been ignored for its age, deletions are marked only, for the rest of the process: marked handlers
- * are not called, the handlers of a marked domain are.
+ * After the library has dropped a press for its age, every deletion only marks, until the process ends. A marked
+ * handler is not called again, but the handlers of a marked domain are. To silence a module for certain, delete its
+ * handlers before you close its domain.
  *
  * @param kevent  the domain
  */
 void lumio_kevent_fini(lumio_kevent *kevent);
 
 /**
- * Registers a handler. Handlers of one priority are asked in the order of their registration.
+ * Registers a handler. Call on the main-loop thread.
  *
- * Added during a dispatch, the handler is asked for the current key too if the walk has not passed its place.
+ * The library calls the handlers of one priority in the order of their registration. A handler that is added during a
+ * dispatch receives the current key too, unless the dispatch has finished its priority.
  *
  * @param kevent    an open domain
  * @param type      `LUMIO_KEVENT_PRESS` or `LUMIO_KEVENT_RELEASE`
- * @param priority  0 (asked first) to 6
- * @param cb        the handler, not null
- * @param data      given back to `cb`; not owned
- * @return the handler, to be deleted with `lumio_kevent_handler_del` or with its domain; null, with a log message, when
- * an argument is out of range, no domain was ever opened, `kevent` is not open, or memory is short
+ * @param priority  0 (called first) to 6
+ * @param cb        the callback, not null
+ * @param data      a pointer that the library passes to `cb` and never reads or frees
+ * @return the handler, which you delete with `lumio_kevent_handler_del` or with its domain. Null, with a log message,
+ * if an argument is out of range, no domain was ever opened, `kevent` is not open, or there is no memory
  */
 lumio_kevent_handler *lumio_kevent_handler_add(lumio_kevent *kevent, lumio_kevent_type type, int priority,
                                                lumio_kevent_cb cb, void *data);
 
 /**
- * Deletes a handler.
+ * Deletes a handler. Call on the main-loop thread.
  *
- * During a dispatch it is marked, which is enough that it is not called any more. A handle that is null, foreign or
- * already deleted is refused with a log message, unless a new handler has got its address.
+ * The handler is not called again. During a dispatch the call only marks the handler; the library releases it when the
+ * outermost dispatch ends. The library refuses a handle that is null, foreign or already deleted, with a log message,
+ * unless a new handler has the same address.
  *
  * @param handler  the handler
  */
@@ -107,7 +117,7 @@ void lumio_kevent_handler_del(lumio_kevent_handler *handler);
 
 /** Values of `lumio_event_source_type_get`. */
 enum {
-  LUMIO_EVENT_SOURCE_REMOTE = 0,       /**< remote control, or nothing known yet */
+  LUMIO_EVENT_SOURCE_REMOTE = 0,       /**< remote control, or no source known yet */
   LUMIO_EVENT_SOURCE_PANEL = 1,        /**< keys of the front panel */
   LUMIO_EVENT_SOURCE_TOUCH = 2,        /**< touch remote */
   LUMIO_EVENT_SOURCE_FUNCTION_OSD = 3, /**< on-screen function keys */
@@ -115,26 +125,28 @@ enum {
 };
 
 /**
- * Tells which kind of input device sent the last key. Needs an X display with XInput 2; without one it stays 0.
+ * Returns which kind of input device sent the last key. Call on the main-loop thread.
  *
- * @return one of `LUMIO_EVENT_SOURCE_...`
+ * @return one of `LUMIO_EVENT_SOURCE_...`; always 0 without an X display that supports XInput 2
  */
 int lumio_event_source_type_get(void);
 
 /**
- * Asks the window manager to hide the mouse cursor of the focused window until the pointer moves.
+ * Asks the window manager to hide the mouse cursor over the focused window until the pointer moves. Call on the
+ * main-loop thread.
  *
- * Sets the property "E_SHOW_CURSOR_AFTER_MOVEMENT" of that window to 1. Without a display or a focused window it logs
- * "failed to get display" and changes nothing.
+ * The call sets the window's property "E_SHOW_CURSOR_AFTER_MOVEMENT" to 1. Without a display or a focused window it
+ * logs "failed to get display" and changes nothing.
  */
 void lumio_cursor_show_after_movement(void);
 
 #ifdef __cplusplus
 /**
- * Names the application's cache flags. Every key that is dispatched sets all of them to false.
+ * Sets the list of the application's cache flags. Every key that the library dispatches sets all of them to false. Call
+ * on the main-loop thread.
  *
- * @param list  pointers to the flags, null ones are passed over; the application keeps it, and what it points to, alive
- * while it is set. Null switches this off.
+ * @param list  pointers to the flags; null pointers in it are skipped. Keep the list and the flags alive until you set
+ * another list. Null switches the invalidation off
  */
 void lumio_kevent_cache_list_set(std::vector<bool *> *list);
 #endif

@@ -1,17 +1,17 @@
 /**
  * @file lumio-banner-state.h
- * Which on-screen banners of the viewer are shown, visible to every process.
+ * Records which on-screen banners the viewer shows, where every process can read it.
  *
- * The states of 32 banners are the bits of one vconf integer, "memory/lumio/lumio_banner_state_1": bit n is 1 while
- * banner n is shown, so the integer is negative while banner 31 is. The library neither creates nor resets the key:
- * while it is missing, states can be neither set nor read. It outlives the application.
+ * One vconf integer, "memory/lumio/lumio_banner_state_1", holds the states of 32 banners. Bit n is 1 while banner n is
+ * shown, so the integer is negative while banner 31 is shown. The library never creates or resets the key. While the
+ * key is missing, you can neither set nor read a state. The key outlives the application.
  *
- * A module registers a callback per banner, which runs when this process changes the banner's bit. Changes that other
- * processes make are not announced here; between two processes that set banners at the same time the later write wins.
+ * A module registers a callback per banner. The callback runs when this process changes the banner's bit, not when
+ * another process does. If two processes set banners at the same time, the later write wins.
  *
- * Everything that registers or sets belongs to one thread, the application's main thread. EFL is initialised before the
- * first registration (`eina_init`, which `ecore_init` runs). Every function may be called from inside a callback: add
- * and delete callbacks of any banner, the running one included, and set banners.
+ * Register callbacks and set states on one thread, the application's main thread. Initialise EFL (`eina_init`, which
+ * `ecore_init` calls) before the first registration. A callback may call every function of this header: it may add and
+ * delete callbacks of any banner, itself included, and set states.
  */
 #ifndef LUMIO_BANNER_STATE_H
 #define LUMIO_BANNER_STATE_H
@@ -23,38 +23,39 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * Told that the state of a banner has changed, on the thread that set it, before `lumio_set_banner_state` returns.
+ * Runs after the state of a banner has changed, inside `lumio_set_banner_state` and on its thread.
  *
- * @param banner_id  0 to 31; `lumio_get_banner_state` tells the new state
- * @param data       what was given to `lumio_banner_state_cb_add`
+ * @param banner_id  0 to 31; call `lumio_get_banner_state` for the new state
+ * @param data       the pointer that was given to `lumio_banner_state_cb_add`
  */
 typedef void (*lumio_banner_state_cb)(int banner_id, void *data);
 
-/** Announces in the log that the application is about to use banners. Needs not be called. Main thread. */
+/** Logs that the application is about to use banners, and does nothing else. The call is optional. Main thread. */
 void lumio_banner_init(void);
 
 /**
- * Registers a callback for the changes of one banner. Main thread; the callback runs there too.
+ * Registers a callback for the changes of one banner. Call on the main thread; the callback runs on that thread too.
  *
- * Callbacks run in the order of registration. The same callback may be registered any number of times and runs once for
- * each. Added while callbacks of the same banner run, it still runs for that change.
+ * Callbacks run in the order of their registration. You may register the same callback several times; it then runs once
+ * for each registration. A callback that is added while callbacks of the same banner run still runs for that change.
  *
- * Without a result: when `cb` or `data` is null, `banner_id` is out of range or memory is short, a message is logged
- * and nothing is registered; `data` then stays the caller's.
+ * The function returns nothing. If `cb` or `data` is null, `banner_id` is out of range or there is no memory, it logs a
+ * message and registers nothing; `data` then remains yours.
  *
  * @param banner_id  0 to 31
  * @param cb         the callback, not null
- * @param data       given back to `cb`; not null, allocated with `malloc` or `calloc`. The library owns it from now on
- * and releases it with `free` when the callback is deleted; data of several registrations is released with the last one
+ * @param data       a pointer that the library passes to `cb`; not null, and allocated with `malloc` or `calloc`. The
+ * library owns it from now on, and frees it when the callback is deleted. If several registrations share it, the
+ * library frees it with the last of them
  */
 void lumio_banner_state_cb_add(int banner_id, lumio_banner_state_cb cb, void *data);
 
 /**
- * Deletes every registration of a callback for one banner and releases their data. Main thread.
+ * Deletes every registration of a callback for one banner and frees their data. Call on the main thread.
  *
- * A callback that deletes itself has lost its data when this returns. Nothing happens when the callback is not
- * registered; a null callback or a banner out of range is refused with a log message. A few bytes for each registration
- * ever made remain until the process ends.
+ * If a callback deletes itself, its data is freed when this call returns. If the callback is not registered, nothing
+ * happens. The library refuses a null callback and a banner out of range, with a log message. It keeps a few bytes for
+ * each registration until the process ends.
  *
  * @param banner_id  0 to 31
  * @param cb         the callback, not null
@@ -62,24 +63,26 @@ void lumio_banner_state_cb_add(int banner_id, lumio_banner_state_cb cb, void *da
 void lumio_banner_state_cb_del(int banner_id, lumio_banner_state_cb cb);
 
 /**
- * Marks a banner as shown, and runs its callbacks if it was not. Main thread; the callbacks run before it returns.
+ * Marks a banner as shown, and runs its callbacks if it was not shown before. Call on the main thread; the callbacks
+ * run on it before the call returns.
  *
- * Hiding is accepted but has no effect on the stored state: a banner once shown stays marked as shown until something
- * else resets the key. The key is written in any case.
+ * Hiding a banner succeeds but does not change its stored state: once shown, a banner stays marked as shown until
+ * something else resets the key. Every call writes the key.
  *
  * @param banner_id  0 to 31
  * @param state      1 shown, 0 hidden
- * @return 0 when the key was written; -1, with a log message, when an argument is out of range or the key could not be
- * read or written, in which case no callback runs
+ * @return 0 if the key was written. -1, with a log message, if an argument is out of range or the key cannot be read or
+ * written; no callback runs then
  */
 int lumio_set_banner_state(int banner_id, int state);
 
 /**
- * Reads the state of a banner, whichever process set it. Any thread.
+ * Reads the state of a banner, whichever process set it. Call on any thread.
  *
  * @param banner_id  0 to 31
- * @param state      receives 1 (shown) or 0 (hidden), and is untouched on failure. Not tested: must not be null
- * @return 0 on success; -1, with a log message, when `banner_id` is out of range or the key could not be read
+ * @param state      receives 1 (shown) or 0 (hidden); unchanged on failure. Must not be null: the library does not test
+ * it
+ * @return 0 on success. -1, with a log message, if `banner_id` is out of range or the key cannot be read
  */
 int lumio_get_banner_state(int banner_id, int *state);
 

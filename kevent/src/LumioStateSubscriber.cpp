@@ -1,9 +1,11 @@
-// The viewer's state changes: a registry of callbacks, called under its lock.
+// The viewer's state changes: a registry of callbacks that run with its lock held.
 #include "LumioStateSubscriber.h"
 
 #include <Kestrel/CAutoLock.h>
 
-#include <iostream> // its initialiser comes before the maps: the standard streams outlive them
+// Needed for its static initialiser alone, which runs first in this file: the standard streams are then destroyed after
+// the maps and the mutex below, and code that runs at exit may still print.
+#include <iostream>
 
 #include "log.h"
 
@@ -28,14 +30,16 @@ bool CLumioStateSubscriber::RegisterLumioStateChangeCb(StateChangedCallback call
   LUMIO_LOG(kError, "m_moduleName is %s register, function point is [%p]", m_moduleName.c_str(),
             reinterpret_cast<void *>(callback));
   m_StateChangedCBMap.emplace(callback, userData);
-  m_StateChangedCBRequesterMap.emplace(callback, m_moduleName); // a name that is left over stays
+  m_StateChangedCBRequesterMap.emplace(callback, m_moduleName); // keeps a name that is already there
   return true;
 }
 
 bool CLumioStateSubscriber::UnregisterLumioStateChangeCb(StateChangedCallback callback) {
   CAutoLock lock(viewerMutex);
   if (m_StateChangedCBMap.empty()) {
-    LUMIO_LOG(kError, "m_PvrResultCBMap is empty"); // the wording of the PVR subscriber; log filters know it
+    // Deliberate: the text names a map of the PVR subscriber. A caller sees it when no callback is registered
+    // (docs/surprises.md).
+    LUMIO_LOG(kError, "m_PvrResultCBMap is empty");
     return false;
   }
   const auto entry = m_StateChangedCBMap.find(callback);
@@ -47,7 +51,7 @@ bool CLumioStateSubscriber::UnregisterLumioStateChangeCb(StateChangedCallback ca
   LUMIO_LOG(kError, "m_moduleName is %s unregister", m_moduleName.c_str());
   m_StateChangedCBMap.erase(entry);
   if (requester == m_StateChangedCBRequesterMap.end()) {
-    LUMIO_LOG(kError, "registered did not exist, should not unregister"); // half of it did, and is gone
+    LUMIO_LOG(kError, "registered did not exist, should not unregister"); // the registration had no name
     return false;
   }
   m_StateChangedCBRequesterMap.erase(requester);
@@ -61,20 +65,23 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
     LUMIO_LOG(kError, "map is empty");
     return;
   }
+  // Deliberate: walks in the map's order. A caller sees callbacks run in the order of their addresses
+  // (docs/surprises.md).
   for (auto entry = m_StateChangedCBMap.begin(); entry != m_StateChangedCBMap.end();) {
     const auto [callback, user_data] = *entry;
     const auto requester = m_StateChangedCBRequesterMap.find(callback);
     if (requester == m_StateChangedCBRequesterMap.end()) {
-      // Skipped, since nobody can be named as its owner; the wording is that of an unregistration.
+      // A registration without a name is skipped. The text is that of an unregistration.
       LUMIO_LOG(kError, "registered did not exist, should not unregister");
     } else {
       const char *name = requester->second.c_str();
-      const void *address = name; // logged after the call in place of the name, which tells equal names apart
+      const void *address = name; // taken before the call, which may end the registration
       LUMIO_LOG(kError, "before [%s]", name);
       callback(state, user_data);
+      // Deliberate: logs the address of the name, not the name. A caller sees "after [0x...]" (docs/surprises.md).
       LUMIO_LOG(kError, "after [%p]", address);
     }
-    // Found anew: where the platform's lock is recursive, the callback may have changed the map.
+    // Looked up again: where the platform's lock is recursive, the callback may have changed the map.
     entry = m_StateChangedCBMap.upper_bound(callback);
   }
 }

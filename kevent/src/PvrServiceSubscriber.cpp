@@ -1,11 +1,13 @@
-// Results and states of the recording service: one registration of each kind at the service, any number of callbacks
-// behind it, called under one lock.
+// Results and states of the recording service: one registration per kind at the service, and any number of callbacks
+// behind it, which run with one lock held.
 #include "PvrServiceSubscriber.h"
 
 #include <Kestrel/CAutoLock.h>
 
 #include <cstddef>
-#include <iostream> // its initialiser comes before the maps: the standard streams outlive them
+// Needed for its static initialiser alone, which runs first in this file: the standard streams are then destroyed after
+// the maps and the mutex below, and code that runs at exit may still print.
+#include <iostream>
 
 #include "log.h"
 
@@ -22,9 +24,9 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kRefused = -2;
-constexpr int kServiceReady = 1; // the one answer of svc_pvr_service_init that is no failure
+constexpr int kServiceReady = 1; // what svc_pvr_service_init returns on success
 
-// One of the two kinds of notification. They differ in nothing else.
+// Everything in which the two kinds of notification differ.
 template <class Callback> struct Kind {
   std::map<Callback, void *> &callbacks;
   const char *name; // of the map, for the log
@@ -40,8 +42,8 @@ constexpr Kind<CPvrServiceSubscriber::PvrStateCallback> kStates = {
     CPvrServiceSubscriber::m_pvrStateCallbackMap, "m_pvrStateCallbackMap", CPvrServiceSubscriber::t_PvrStateCB,
     svc_pvr_register_get_pvr_state_cb, svc_pvr_unregister_get_pvr_state_cb};
 
-// The service comes first, the callback's validation after it. That is meant: a first registration that is then refused
-// leaves the service connected and the trampoline registered.
+// Deliberate: contacts the service before it tests the callback. A caller sees the service stay connected, and the
+// process registered, after a first registration with a null callback (docs/surprises.md).
 template <class Callback>
 int Register(const char *function, const Kind<Callback> &kind, CPvrServiceSubscriber *subscriber, Callback callback,
              void *user_data) {
@@ -89,8 +91,11 @@ int Unregister(const char *function, const Kind<Callback> &kind, const std::stri
   LUMIO_LOG_FOR(function, kError, "m_moduleName is %s unregister", module_name.c_str());
   kind.callbacks.erase(entry);
   if (kind.callbacks.empty()) {
-    // Speaks of results for either kind, and of a map by its former name; log filters know it.
+    // Deliberate: the text speaks of results for either kind. A caller sees it when the last state callback goes, too
+    // (docs/surprises.md).
     LUMIO_LOG_FOR(function, kError, "m_PvrResultCBVector is empty now unregister pvr result");
+    // Deliberate: a refusal of the service is only logged. A caller sees the unregistration succeed
+    // (docs/surprises.md).
     if (kind.unregister_at_service(kind.trampoline) != 0) {
       LUMIO_LOG_FOR(function, kError, "call pvr unregister cb failed");
     }
@@ -118,8 +123,11 @@ int CPvrServiceSubscriber::UnRegisterPvrStateCb(PvrStateCallback callback) {
   return Unregister(__func__, kStates, m_moduleName, callback);
 }
 
-// The user data is the address of the object that registered first. It may be gone; only whether it is null is looked
-// at.
+// Deliberate: walks in the map's order. A caller sees callbacks run in the order of their addresses
+// (docs/surprises.md).
+//
+// The user data is the address of the object that registered first. That object may be gone, so the pointer is only
+// tested for null.
 void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *userData) {
   CAutoLock lock(pvrMutex);
   LUMIO_LOG(kError, "t_PvrResultCB, Result:[%d]", result.result);
@@ -127,19 +135,20 @@ void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *user
     return;
   }
   if (m_PvrResultCBMap.empty()) {
-    LUMIO_LOG(kError, "m_PvrResultCBVector is empty"); // the map's former name; log filters know it
+    LUMIO_LOG(kError, "m_PvrResultCBVector is empty"); // a former name of the map
     return;
   }
   for (auto entry = m_PvrResultCBMap.begin(); entry != m_PvrResultCBMap.end();) {
     const auto [callback, data] = *entry;
     LUMIO_LOG(kError, "pvr result callback function point is [%p]", reinterpret_cast<void *>(callback));
     callback(result, data);
-    // Found anew: where the platform's lock is recursive, the callback may have changed the map.
+    // Looked up again: where the platform's lock is recursive, the callback may have changed the map.
     entry = m_PvrResultCBMap.upper_bound(callback);
   }
 }
 
-// As above. What the callbacks answer does not reach the service: it is told whether there was anybody to tell.
+// The order and the user data are as above. The result tells the service whether any callback ran, not what the
+// callbacks returned.
 bool CPvrServiceSubscriber::t_PvrStateCB(pvr_state_e state, void *userData) {
   CAutoLock lock(pvrMutex);
   LUMIO_LOG(kError, "Result:[%d]", static_cast<int>(state));

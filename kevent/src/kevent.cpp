@@ -72,7 +72,7 @@ void _unlink(lumio_kevent_handler *handler) {
   *list = eina_list_remove_list(*list, handler->priority_node);
 }
 
-// Puts the handler on its two lists; undoes everything and returns false when memory is short.
+// Puts the handler on its two lists. Returns false, with everything undone, if there is no memory.
 bool _link(lumio_kevent_handler *handler) {
   handler->domain_node = Append(&handler->kevent->handlers, handler);
   handler->priority_node = Append(&g_kmgr.handler_lists[handler->priority], handler);
@@ -81,7 +81,7 @@ bool _link(lumio_kevent_handler *handler) {
       g_live.insert(handler);
       return true;
     } catch (...) {
-      // Short memory, which the caller reports like a failure of the other allocations.
+      // No memory. The caller reports it like a failure of the other allocations.
     }
   }
   _unlink(handler);
@@ -143,7 +143,7 @@ void _gc() {
     return;
   }
   if (!std::exchange(g_has_marked, false)) {
-    return; // as after most keys; a walk over all handlers would cost more than the dispatch
+    return; // the usual case; a walk over all handlers would cost more than the dispatch
   }
   EINA_LIST_FOREACH_SAFE(g_kmgr.domains, node, next, data) {
     auto *kevent = static_cast<lumio_kevent *>(data);
@@ -180,9 +180,9 @@ bool _wants(const lumio_kevent_handler *handler, lumio_kevent_type type) {
   return handler && handler->kevent && handler->cb && handler->type == type && !handler->deleted;
 }
 
-// Asks the handlers of one priority; returns whether one of them consumed the key. The successor is read after the
-// call, so that handlers that the callback adds are reached. No link goes away meanwhile: deletions wait for the end
-// of the dispatch.
+// Calls the handlers of one priority and returns whether one of them consumed the key. The walk reads the successor
+// after the call, so it reaches handlers that the callback adds. The current link stays, because deletions wait for the
+// end of the dispatch.
 //
 // Deliberate: the mark of a closed domain is not tested. A caller who closes a domain during a dispatch sees its
 // handlers still asked for this key (docs/surprises.md).

@@ -15,8 +15,8 @@ constexpr char kKeyCallback[] = "_key_cb";
 
 bool _is_zero(double seconds) { return std::fabs(seconds) < kZero; }
 
-// Decides about a press below the threshold. It is dropped if the last dispatched key was a press. After a release it
-// is dropped only if its age is below the time that has passed since the last press.
+// Decides about a press below the threshold: drops it if the last dispatched key was a press. After a release, drops it
+// only if its age is below the time since the last press.
 bool _accept_suspect(const KeyFilterState &state, double key_ts, double age, double cur) {
   if (state.last_handled_is_down == 1) {
     LUMIO_LOG_FOR(kKeyCallback, kError, "key ignored. dblKeyTimeStamp[%lf], timestamp_init[%lf], ignore_threshold[%lf]",

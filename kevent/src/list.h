@@ -5,7 +5,8 @@
 
 namespace lumio {
 
-// Appends and returns the new link, or null, with the list as it was, when memory is short: Eina does not tell.
+// Appends to the list and returns the new link. Returns null, with the list unchanged, if there is no memory, a failure
+// that Eina itself does not report.
 inline Eina_List *Append(Eina_List **list, const void *data) {
   *list = eina_list_append(*list, data);
   Eina_List *last = eina_list_last(*list);
