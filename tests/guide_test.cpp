@@ -1,4 +1,4 @@
-// The modules of the author's guide, and how a module is tested on a desktop.
+// Tests the modules of the guide. The guide shows this file as an example of a test on a desktop.
 #include "../docs/examples/pause_on_standby.h"
 #include "../docs/examples/recording_light.h"
 #include "../docs/examples/signal_watch.h"
@@ -19,7 +19,7 @@
 
 namespace {
 
-// Every test has a store of its own.
+// Gives each test a store of its own.
 class Guide : public testing::Test {
 protected:
   Guide() { setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1); }
@@ -28,7 +28,7 @@ private:
   const lumio::TemporaryDirectory directory_;
 };
 
-// Presses a key as Ecore tells it.
+// Sends the press that Ecore would send, and turns the main loop.
 void Press(const char *name) {
   auto *key = static_cast<Ecore_Event_Key *>(calloc(1, sizeof(Ecore_Event_Key)));
   key->keyname = name;
@@ -112,5 +112,5 @@ TEST_F(Guide, SignalArrivesOnTheMainLoop) {
   EXPECT_TRUE(module.Locked());
 
   CTVServiceSubscriber::ReleaseAll();
-  lumio::tv::Shutdown(); // before ecore_shutdown: the service's threads wake up the main loop
+  lumio::tv::Shutdown(); // stop the service's threads before ecore_shutdown: they wake the main loop
 }
