@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "child_process.h"
+#include "device_names.h"
 #include "display.h"
 #include "fake_dlog.h"
 #include "fake_vconf.h"
@@ -28,16 +29,15 @@
 
 using lumio::Plug;
 using lumio::PrivateDisplay;
+using lumio::device::kFunctionOsd;
+using lumio::device::kHardwareKeys;
+using lumio::device::kPanelKeys;
+using lumio::device::kRemoteControl;
+using lumio::device::kTouchRemote;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-constexpr char kKeyboard[] = "HWKeys";
-constexpr char kTouch[] = "Advanced Touch REMOTE";
-constexpr char kRc[] = "qm27x410 rc device";
-constexpr char kPanel[] = "qm27x410 panel key device";
-constexpr char kOsd[] = "function-osd";
 
 Display *XDisplay() { return static_cast<Display *>(ecore_x_display_get()); }
 
@@ -159,12 +159,12 @@ namespace {
 
 TEST(Keys, ComeFromAttachedDevicesOnly) {
   Television television;
-  television.Tap(kKeyboard, "Return");
-  for (const char *device : {kRc, kPanel, kOsd}) {
+  television.Tap(kHardwareKeys, "Return");
+  for (const char *device : {kRemoteControl, kPanelKeys, kFunctionOsd}) {
     television.display.Press(device, "Escape");
     television.display.Release(device, "Escape");
   }
-  television.Tap(kTouch, "XF86RaiseChannel");
+  television.Tap(kTouchRemote, "XF86RaiseChannel");
   EXPECT_THAT(television.application.Keys(),
               ElementsAre("press Return from 4", "release Return from 4", "press XF86RaiseChannel from 2",
                           "release XF86RaiseChannel from 2"));
@@ -194,8 +194,8 @@ TEST(Keys, HaveTheNamesOfATelevisionsRemoteControl) {
                           "XF86ChannelDown",
                           "XF86RaiseChannel",
                           "XF86LowerChannel"}) {
-    television.Tap(kKeyboard, key);
-    television.Tap(kTouch, key);
+    television.Tap(kHardwareKeys, key);
+    television.Tap(kTouchRemote, key);
     for (const char *from : {" from 4", " from 2"}) {
       expected.push_back("press " + std::string(key) + from);
       expected.push_back("release " + std::string(key) + from);
@@ -213,8 +213,8 @@ TEST(Keys, GoToTheModuleThatTakesThem) {
         return strcmp(static_cast<Ecore_Event_Key *>(event)->keyname, "Menu");
       },
       nullptr);
-  television.display.Press(kTouch, "Menu"); // not seen by the application
-  television.Tap(kTouch, "Return");
+  television.display.Press(kTouchRemote, "Menu"); // not seen by the application
+  television.Tap(kTouchRemote, "Return");
   EXPECT_EQ(LogCount("16 Menu key [type: 2]  press was handled by [menu], priority[0]."), 1);
   EXPECT_EQ(LogCount("2 [menu] Return key press handling...."), 1);
   EXPECT_EQ(LogCount("16 Return key [type: 2]  press was handled by [application], priority[3]."), 1);
@@ -254,13 +254,13 @@ TEST_P(SourceType, IsKnownFromTheDevice) {
 const Source kSources[] = {
     {"Remote", {{"HWKeys qm27x410 rc device", Plug::kFloating}}, 0},
     {"Panel", {{"HWKeys qm27x410 panel key device", Plug::kFloating}}, 1},
-    {"Touch", {{kTouch}}, 2},
+    {"Touch", {{kTouchRemote}}, 2},
     {"TouchInOtherLetters", {{"the ADVANCED touch Remote"}}, 2},
-    {"FloatingTouch", {{kTouch, Plug::kFloating}}, 2},
-    {"FloatingTouchBesideTheKeyboard", {{kTouch, Plug::kFloating}, {"Advanced Touch REMOTE keyboard"}}, 2},
-    {"UnpluggedTouch", {{kTouch, Plug::kUnplugged}}, 2},
-    {"FunctionOsdThatIsNotListedFirst", {{kOsd, Plug::kUnplugged}}, 4},
-    {"HwKeysItself", {{kKeyboard}, {kRc, Plug::kFloating}, {kPanel, Plug::kFloating}}, 4},
+    {"FloatingTouch", {{kTouchRemote, Plug::kFloating}}, 2},
+    {"FloatingTouchBesideTheKeyboard", {{kTouchRemote, Plug::kFloating}, {"Advanced Touch REMOTE keyboard"}}, 2},
+    {"UnpluggedTouch", {{kTouchRemote, Plug::kUnplugged}}, 2},
+    {"FunctionOsdThatIsNotListedFirst", {{kFunctionOsd, Plug::kUnplugged}}, 4},
+    {"HwKeysItself", {{kHardwareKeys}, {kRemoteControl, Plug::kFloating}, {kPanelKeys, Plug::kFloating}}, 4},
     {"AnyOther", {{"Front USB"}}, 4},
 };
 
@@ -269,13 +269,13 @@ INSTANTIATE_TEST_SUITE_P(Devices, SourceType, testing::ValuesIn(kSources),
 
 TEST(FunctionOsd, IsKnownOncePluggedIn) {
   Television television;
-  g_listed_first = kOsd;
-  television.display.SetPlug(kOsd, Plug::kAttached);
-  television.Tap(kOsd, "Return");
-  television.Tap(kTouch, "Return");
-  television.Tap(kOsd, "Escape");
+  g_listed_first = kFunctionOsd;
+  television.display.SetPlug(kFunctionOsd, Plug::kAttached);
+  television.Tap(kFunctionOsd, "Return");
+  television.Tap(kTouchRemote, "Return");
+  television.Tap(kFunctionOsd, "Escape");
   EXPECT_EQ(LogCount("2 function-osd device found.. saving device id : " +
-                     std::to_string(television.display.DeviceId(kOsd)) + ".."),
+                     std::to_string(television.display.DeviceId(kFunctionOsd)) + ".."),
             1);
   EXPECT_THAT(television.application.Keys(),
               ElementsAre("press Return from 3", "release Return from 3", "press Return from 2",
@@ -289,14 +289,14 @@ TEST(Plugging, GoesOnWhileKeysFlow) {
   std::vector<std::string> expected;
   for (int round = 0; round < 5; ++round) {
     for (const Plug plug : {Plug::kUnplugged, Plug::kFloating, Plug::kUnplugged}) {
-      television.display.SetPlug(kTouch, plug);
-      television.display.Press(kTouch, "Menu");
-      television.display.Release(kTouch, "Menu");
-      television.Tap(kKeyboard, "Up");
+      television.display.SetPlug(kTouchRemote, plug);
+      television.display.Press(kTouchRemote, "Menu");
+      television.display.Release(kTouchRemote, "Menu");
+      television.Tap(kHardwareKeys, "Up");
       expected.insert(expected.end(), {"press Up from 4", "release Up from 4"});
     }
-    television.display.SetPlug(kTouch, Plug::kAttached);
-    television.Tap(kTouch, "Down");
+    television.display.SetPlug(kTouchRemote, Plug::kAttached);
+    television.Tap(kTouchRemote, "Down");
     expected.insert(expected.end(), {"press Down from 2", "release Down from 2"});
   }
   EXPECT_EQ(television.application.Keys(), expected);
@@ -304,10 +304,10 @@ TEST(Plugging, GoesOnWhileKeysFlow) {
 
 TEST(Plugging, ReleasesTheKeysOfADeviceThatIsUnplugged) {
   Television television;
-  television.Press(kTouch, "Up");
-  television.display.SetPlug(kTouch, Plug::kUnplugged);
+  television.Press(kTouchRemote, "Up");
+  television.display.SetPlug(kTouchRemote, Plug::kUnplugged);
   television.application.AwaitKey();
-  television.Tap(kKeyboard, "Down");
+  television.Tap(kHardwareKeys, "Down");
   EXPECT_THAT(television.application.Keys(),
               ElementsAre("press Up from 2", "release Up from 2", "press Down from 4", "release Down from 4"));
 }
@@ -322,13 +322,13 @@ TEST(DeviceEvents, SaveTheNextPressFromTheStalenessFilter) {
     television.Tap(device, "Return");
     return LinesThatBegin("2 key timestamp = ") == 1;
   };
-  EXPECT_FALSE(looked_at(kKeyboard)); // the first device
-  EXPECT_TRUE(looked_at(kKeyboard));
-  EXPECT_FALSE(looked_at(kTouch)); // another device
-  EXPECT_TRUE(looked_at(kTouch));
-  television.display.SetPlug(kOsd, Plug::kAttached);
-  EXPECT_FALSE(looked_at(kTouch));
-  EXPECT_TRUE(looked_at(kTouch));
+  EXPECT_FALSE(looked_at(kHardwareKeys)); // the first device
+  EXPECT_TRUE(looked_at(kHardwareKeys));
+  EXPECT_FALSE(looked_at(kTouchRemote)); // another device
+  EXPECT_TRUE(looked_at(kTouchRemote));
+  television.display.SetPlug(kFunctionOsd, Plug::kAttached);
+  EXPECT_FALSE(looked_at(kTouchRemote));
+  EXPECT_TRUE(looked_at(kTouchRemote));
 }
 
 // Makes the device the only one of a further core keyboard.
@@ -351,11 +351,11 @@ void AttachToAnotherCoreKeyboard(int device_id) {
 
 TEST(DeviceEvents, OfAnotherCoreKeyboardDoNotTellTheSource) {
   Television television;
-  television.Tap(kKeyboard, "Return");
-  AttachToAnotherCoreKeyboard(television.display.DeviceId(kTouch));
-  television.display.Press(kTouch, "Up"); // goes to another focus
-  television.display.Release(kTouch, "Up");
-  television.Tap(kKeyboard, "Down");
+  television.Tap(kHardwareKeys, "Return");
+  AttachToAnotherCoreKeyboard(television.display.DeviceId(kTouchRemote));
+  television.display.Press(kTouchRemote, "Up"); // goes to another focus
+  television.display.Release(kTouchRemote, "Up");
+  television.Tap(kHardwareKeys, "Down");
   EXPECT_THAT(television.application.Keys(),
               ElementsAre("press Return from 4", "release Return from 4", "press Down from 4", "release Down from 4"));
 }
@@ -465,12 +465,12 @@ TEST(TwoServers, HaveTheirOwnKeys) {
   EXPECT_NE(first.Name(), second.Name());
   ApplicationProcess first_application(first), second_application(second);
   for (int round = 0; round < 3; ++round) {
-    first.Press(kKeyboard, "Up");
-    second.Press(kTouch, "Down");
+    first.Press(kHardwareKeys, "Up");
+    second.Press(kTouchRemote, "Down");
     EXPECT_EQ(second_application.NextLine(), "press Down from 2");
     EXPECT_EQ(first_application.NextLine(), "press Up from 4");
-    second.Release(kTouch, "Down");
-    first.Release(kKeyboard, "Up");
+    second.Release(kTouchRemote, "Down");
+    first.Release(kHardwareKeys, "Up");
     EXPECT_EQ(second_application.NextLine(), "release Down from 2");
     EXPECT_EQ(first_application.NextLine(), "release Up from 4");
   }
@@ -482,7 +482,7 @@ class ServerGone : public testing::Test {};
 // What every application of Ecore does that does not ask for more.
 void OutliveTheServer() {
   Television television;
-  television.Tap(kKeyboard, "Return");
+  television.Tap(kHardwareKeys, "Return");
   television.display.Stop();
   TurnLoopUntil([] { return false; });
 }
@@ -493,7 +493,7 @@ TEST_F(ServerGone, EndsTheApplication) { EXPECT_EXIT(OutliveTheServer(), testing
 void GoOnWithoutTheServer() {
   static bool gone;
   Television television;
-  television.Tap(kKeyboard, "Return");
+  television.Tap(kHardwareKeys, "Return");
   ecore_x_io_error_handler_set([](void *) { gone = true; }, nullptr);
   XSetIOErrorExitHandler(
       XDisplay(), [](Display *, void *) {}, nullptr);

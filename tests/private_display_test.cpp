@@ -11,11 +11,13 @@
 #include <string>
 
 #include "child_process.h"
+#include "device_names.h"
 #include "display.h"
 #include "temporary_directory.h"
 
 using lumio::Plug;
 using lumio::PrivateDisplay;
+using lumio::device::kHardwareKeys;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -56,7 +58,7 @@ TEST_F(PrivateDisplayTest, RefusesUnknownDevicesAndKeys) {
   PrivateDisplay display;
   EXPECT_THAT([&] { display.Press("Mouse", "Return"); },
               ThrowsMessage<std::invalid_argument>("The private display has no input device \"Mouse\""));
-  EXPECT_THAT([&] { display.Release("HWKeys", "Any"); },
+  EXPECT_THAT([&] { display.Release(kHardwareKeys, "Any"); },
               ThrowsMessage<std::invalid_argument>("The private display has no key \"Any\""));
   EXPECT_THROW(display.SetPlug("Mouse", Plug::kFloating), std::invalid_argument);
   EXPECT_THROW(display.DeviceId("Mouse"), std::invalid_argument);
@@ -69,8 +71,8 @@ TEST_F(PrivateDisplayTest, EndsWhenToldTo) {
   heirloom.AwaitEnd();
   display.Stop();
   const PrivateDisplay successor; // has the same number, unless a third one was faster
-  EXPECT_THROW(display.Press("HWKeys", "Return"), std::runtime_error);
-  EXPECT_THROW(display.SetPlug("HWKeys", Plug::kUnplugged), std::runtime_error);
+  EXPECT_THROW(display.Press(kHardwareKeys, "Return"), std::runtime_error);
+  EXPECT_THROW(display.SetPlug(kHardwareKeys, Plug::kUnplugged), std::runtime_error);
 }
 
 TEST_F(PrivateDisplayTest, EndsWhenItIsDestroyed) {

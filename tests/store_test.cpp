@@ -54,7 +54,7 @@ protected:
   const lumio::TemporaryDirectory directory_;
 };
 
-// With the environment of the keys below "db/" or "memory/".
+// With the database of the keys below "db/" or "memory/".
 class EachStore : public Store, public testing::WithParamInterface<const char *> {
 protected:
   std::string Key(const std::string &name) const { return std::string(GetParam()) + "/" + name; }
@@ -115,7 +115,7 @@ TEST_F(Store, RefusesKeysThatCannotBe) {
   for (const char *key : {static_cast<const char *>(nullptr), "", "db/", "memory/", "db", "other/a", "/db/a",
                           "Memory/a", too_long.c_str()}) {
     int value = 17;
-    const std::string refusal = std::string(key == nullptr ? "(null)" : key) +
+    const std::string refusal = std::string(key ? key : "(null)") +
                                 ": a key begins with \"memory/\" or \"db/\", goes on, and has at most 511 bytes\n";
     EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(key, &value), 0); }), HasSubstr("cannot get " + refusal));
     EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(key, 1), 0); }), HasSubstr("cannot set " + refusal));
@@ -177,7 +177,7 @@ TEST_F(Store, DoesWithoutTheUsersDirectories) {
   EXPECT_EQ(FileOf("db/a"), "/home/me/.local/share/lumio/db/data.mdb");
   unsetenv("HOME");
   const passwd *user = getpwuid(geteuid());
-  EXPECT_EQ(FileOf("db/a"), (user == nullptr ? "" : std::string(user->pw_dir)) + "/.local/share/lumio/db/data.mdb");
+  EXPECT_EQ(FileOf("db/a"), (user ? std::string(user->pw_dir) : "") + "/.local/share/lumio/db/data.mdb");
 }
 
 TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
@@ -766,7 +766,7 @@ struct ReadsWhenItGoes {
   std::string key;
   std::optional<int> *value;
   ~ReadsWhenItGoes() {
-    if (value != nullptr) {
+    if (value) {
       *value = Value(key);
     }
   }

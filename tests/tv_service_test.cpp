@@ -602,7 +602,7 @@ TEST_F(TvService, ListsWhoHoldsWhichSubscription) {
   for (const Subscription &one : lumio::tv::Subscriptions()) {
     std::ostringstream line;
     line << static_cast<int>(one.kind) << ": " << one.description;
-    if (one.userData != nullptr) {
+    if (one.userData) {
       line << " for " << static_cast<char *>(one.userData);
     }
     line << ", " << one.delivered;

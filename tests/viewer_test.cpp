@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "device_names.h"
 #include "display.h"
 #include "program.h"
 #include "temporary_directory.h"
@@ -101,8 +102,8 @@ protected:
   }
 
   void Tap(const std::string &key) {
-    display_.Press("HWKeys", key);
-    display_.Release("HWKeys", key);
+    display_.Press(lumio::device::kHardwareKeys, key);
+    display_.Release(lumio::device::kHardwareKeys, key);
   }
 
   void ExpectOrderlyEnd() {

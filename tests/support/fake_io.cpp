@@ -79,7 +79,7 @@ void NoteChange(const struct stat &status) {
   g_changed[g_changed_count++] = {status.st_dev, status.st_ino};
 }
 
-template <typename Result> Result Changing(Result result, int file) {
+template <class Result> Result Changing(Result result, int file) {
   struct stat status;
   if (result > 0 && fstat(file, &status) == 0) {
     NoteChange(status);
@@ -90,7 +90,7 @@ template <typename Result> Result Changing(Result result, int file) {
 int ChangingDirectoryOf(const char *path, int result) {
   char directory[PATH_MAX] = ".";
   const char *slash = strrchr(path, '/');
-  if (slash != nullptr) {
+  if (slash) {
     snprintf(directory, sizeof directory, "%.*s", static_cast<int>(std::max<ptrdiff_t>(slash - path, 1)), path);
   }
   struct stat status;

@@ -5,7 +5,7 @@
 
 #include <string>
 
-template <typename Call> std::string StderrOf(const Call &call) {
+template <class Call> std::string StderrOf(const Call &call) {
   testing::internal::CaptureStderr();
   call();
   return testing::internal::GetCapturedStderr();

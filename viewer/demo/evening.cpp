@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "device_names.h"
+
 namespace {
 
 constexpr char kBanners[] = "memory/lumio/lumio_banner_state_1";
@@ -34,7 +36,8 @@ struct Remote {
   const char *source; // what the viewer calls it
 };
 
-constexpr std::array<Remote, 2> kRemotes = {{{"Advanced Touch REMOTE", "touch remote"}, {"HWKeys", "other device"}}};
+constexpr std::array<Remote, 2> kRemotes = {
+    {{lumio::device::kTouchRemote, "touch remote"}, {lumio::device::kHardwareKeys, "other device"}}};
 
 std::string MakePipe(const std::string &path) {
   if (mkfifo(path.c_str(), 0600) != 0) {

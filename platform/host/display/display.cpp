@@ -4,6 +4,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "device_names.h"
 #include "injector.h"
 #include "server_process.h"
 #include "temporary_directory.h"
@@ -62,7 +63,7 @@ void WriteConfiguration(const TemporaryDirectory &directory, const std::vector<I
   }
 }
 
-template <typename Value> Value &Find(std::map<std::string, Value> &map, const std::string &name, const char *what) {
+template <class Value> Value &Find(std::map<std::string, Value> &map, const std::string &name, const char *what) {
   const auto found = map.find(name);
   if (found == map.end()) {
     throw std::invalid_argument("The private display has no " + std::string(what) + " \"" + name + "\"");
@@ -126,11 +127,11 @@ void PrivateDisplay::State::SetPlug(Device &device, Plug plug) {
 }
 
 std::vector<InputDevice> TelevisionDevices() {
-  return {{"HWKeys"},
-          {"Advanced Touch REMOTE"},
-          {"qm27x410 rc device", Plug::kFloating},
-          {"qm27x410 panel key device", Plug::kFloating},
-          {"function-osd", Plug::kUnplugged}};
+  return {{device::kHardwareKeys},
+          {device::kTouchRemote},
+          {device::kRemoteControl, Plug::kFloating},
+          {device::kPanelKeys, Plug::kFloating},
+          {device::kFunctionOsd, Plug::kUnplugged}};
 }
 
 PrivateDisplay::PrivateDisplay(const DisplayOptions &options) : state_(std::make_unique<State>(options)) {}

@@ -64,7 +64,7 @@ void Injector::Key(int key_code, bool is_press) {
   Receive<xf86ITResponseSyncFinished>(XF86IT_RESPONSE_SYNC_FINISHED);
 }
 
-template <typename Event> void Injector::Send(Event event, int type) {
+template <class Event> void Injector::Send(Event event, int type) {
   event.header.length = sizeof event;
   event.header.type = static_cast<xf86ITEventType>(type);
   if (send(connection_.Get(), &event, sizeof event, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof event)) {
@@ -72,7 +72,7 @@ template <typename Event> void Injector::Send(Event event, int type) {
   }
 }
 
-template <typename Response> void Injector::Receive(int type) {
+template <class Response> void Injector::Receive(int type) {
   Response response = {};
   if (!WaitReadable(connection_.Get(), Clock::now() + kPatience)) {
     Fail("no answer");

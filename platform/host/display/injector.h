@@ -22,8 +22,8 @@ public:
   void Key(int key_code, bool is_press);
 
 private:
-  template <typename Event> void Send(Event event, int type);
-  template <typename Response> void Receive(int type);
+  template <class Event> void Send(Event event, int type);
+  template <class Response> void Receive(int type);
   FileDescriptor socket_;
   FileDescriptor connection_;
 };

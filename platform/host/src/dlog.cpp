@@ -84,7 +84,7 @@ void AppendTime(std::string *line) {
 bool AppendFormatted(std::string *line, const char *format, va_list arguments) __attribute__((format(printf, 2, 0)));
 
 bool AppendFormatted(std::string *line, const char *format, va_list arguments) {
-  if (format == nullptr) {
+  if (!format) {
     return false;
   }
   va_list again;
@@ -141,7 +141,7 @@ int Log::Print(int priority, const char *tag, const char *format, va_list argume
 
 void Log::Configure() {
   const char *target = getenv("LUMIO_LOG"), *level = getenv("LUMIO_LOG_LEVEL");
-  const std::string_view name = target == nullptr ? "" : target;
+  const std::string_view name = target ? target : "";
   if (name == "none") {
     descriptor_ = -1;
   } else if (name == "journal") {
@@ -149,7 +149,7 @@ void Log::Configure() {
   } else if (!name.empty() && name != "stderr") {
     OpenFile(target);
   }
-  if (level != nullptr && level[0] != '\0') {
+  if (level && level[0] != '\0') {
     ReadLevel(level);
   }
 }
@@ -211,7 +211,7 @@ bool Log::Compose(const Level &level, const char *tag, const char *format, va_li
   AppendTime(&line_);
   line_ += ' ' + std::to_string(getpid()) + ' '; // several processes may share one file
   line_ += {level.letter, ' '};
-  line_ += tag == nullptr ? "-" : tag;
+  line_ += tag ? tag : "-";
   line_ += ": ";
   const bool formatted = AppendFormatted(&line_, format, arguments);
   while (line_.back() == '\n') {

@@ -18,14 +18,9 @@ template <class Callback> struct Registration {
 
 class PvrService {
 public:
-  // Lives to the very end: threads that still run at exit may call it. Its own thread ends earlier, while everything
-  // that was there when the service was first used is still there.
   static PvrService &Get() {
-    static PvrService *service = [] {
-      std::atexit([] { Get().thread_.Stop(); });
-      return new PvrService;
-    }();
-    return *service;
+    static PvrService &service = *new PvrService; // never destroyed: threads that still run at exit may call it
+    return service;
   }
 
   int Connect() {
@@ -40,7 +35,7 @@ public:
   int Register(Call call, Registration<Callback> &registration, Callback callback, void *user_data) {
     return plan_.Carry(call, [&] {
       const std::lock_guard<std::mutex> lock(mutex_);
-      if (!connected_ || callback == nullptr) {
+      if (!connected_ || !callback) {
         return -1;
       }
       registration = {callback, user_data};
@@ -51,7 +46,7 @@ public:
   template <class Callback> int Unregister(Call call, Registration<Callback> &registration, Callback callback) {
     return plan_.Carry(call, [&] {
       const std::lock_guard<std::mutex> lock(mutex_);
-      if (callback == nullptr || registration.callback != callback) {
+      if (!callback || registration.callback != callback) {
         return -1;
       }
       registration = {};
@@ -125,6 +120,11 @@ public:
   Registration<svc_pvr_state_cb> states;
 
 private:
+  // The service's own thread ends at exit, while everything that existed at the first use of the service still exists.
+  PvrService() {
+    std::atexit([] { Get().thread_.Stop(); });
+  }
+
   struct Recording {
     int request = 0; // that started it
     int program = 0;
@@ -138,7 +138,7 @@ private:
       std::unique_lock<std::mutex> lock(mutex_);
       const Registration<Callback> target = registration;
       lock.unlock();
-      if (target.callback != nullptr) {
+      if (target.callback) {
         target.callback(value, target.user_data);
       }
     });

@@ -1,6 +1,6 @@
 #include "store.h"
 
-#include "environment.h"
+#include "database.h"
 
 #include <pthread.h>
 #include <pwd.h>
@@ -21,7 +21,7 @@ constexpr size_t kMaxKey = 511; // LMDB's own limit
 
 std::string Variable(const char *name) {
   const char *value = getenv(name);
-  return value == nullptr ? "" : value;
+  return value ? value : "";
 }
 
 // The user's directories have absolute names; others are to be ignored.
@@ -34,7 +34,7 @@ std::string Home() {
   char buffer[4096];
   struct passwd entry, *found = nullptr;
   std::string home = BaseDirectory("HOME");
-  if (home.empty() && getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) {
+  if (home.empty() && getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found) == 0 && found) {
     return found->pw_dir;
   }
   return home;
@@ -59,7 +59,7 @@ std::string DbDirectory() {
 
 struct Branch {
   const char *prefix; // of its keys
-  Environment environment;
+  Database database;
 };
 
 // Made when the library is loaded, before there are threads that could fork, and never destroyed: threads may outlive
@@ -70,20 +70,20 @@ std::array<Branch, 2> &g_branches = *new std::array<Branch, 2>{{
     {"memory/", {MemoryDirectory, MDB_NOSYNC, false, {{"memory/lumio/lumio_banner_state_1", 0}}}},
 }};
 
-template <void (Environment::*Step)()> void InEachEnvironment() {
+template <void (Database::*Step)()> void InEachDatabase() {
   for (Branch &branch : g_branches) {
-    (branch.environment.*Step)();
+    (branch.database.*Step)();
   }
 }
 
 [[maybe_unused]] const int g_fork_handlers =
-    pthread_atfork(InEachEnvironment<&Environment::BeforeFork>, InEachEnvironment<&Environment::AfterForkInParent>,
-                   InEachEnvironment<&Environment::AfterForkInChild>);
+    pthread_atfork(InEachDatabase<&Database::BeforeFork>, InEachDatabase<&Database::AfterForkInParent>,
+                   InEachDatabase<&Database::AfterForkInChild>);
 
 // A thread's places in the tables of readers, given back when it ends. Not a thread_local object: registering the
 // destructor of one aborts the program when memory is short.
 struct Readers {
-  std::array<Reader, 2> of{{Reader(g_branches[0].environment), Reader(g_branches[1].environment)}};
+  std::array<Reader, 2> of{{Reader(g_branches[0].database), Reader(g_branches[1].database)}};
 };
 
 const pthread_key_t g_readers = [] {
@@ -94,7 +94,7 @@ const pthread_key_t g_readers = [] {
 
 Readers &ReadersOfThread() {
   auto *readers = static_cast<Readers *>(pthread_getspecific(g_readers));
-  if (readers == nullptr) {
+  if (!readers) {
     auto made = std::make_unique<Readers>();
     if (pthread_setspecific(g_readers, made.get()) != 0) {
       throw std::bad_alloc();
@@ -104,13 +104,13 @@ Readers &ReadersOfThread() {
   return *readers;
 }
 
-template <typename Body> int Read(Branch &branch, const Body &body) {
-  return branch.environment.Read(ReadersOfThread().of[&branch - g_branches.data()], body);
+template <class Body> int Read(Branch &branch, const Body &body) {
+  return branch.database.Read(ReadersOfThread().of[&branch - g_branches.data()], body);
 }
 
 Branch *BranchOfPrefix(const char *prefix) {
   for (Branch &branch : g_branches) {
-    if (prefix != nullptr && strncmp(prefix, branch.prefix, strlen(branch.prefix)) == 0) {
+    if (prefix && strncmp(prefix, branch.prefix, strlen(branch.prefix)) == 0) {
       return &branch;
     }
   }
@@ -120,13 +120,13 @@ Branch *BranchOfPrefix(const char *prefix) {
 // Null for a key that cannot be.
 Branch *BranchOf(const char *key) {
   Branch *branch = BranchOfPrefix(key);
-  const bool fits = branch != nullptr && key[strlen(branch->prefix)] != '\0' && strnlen(key, kMaxKey + 1) <= kMaxKey;
+  const bool fits = branch && key[strlen(branch->prefix)] != '\0' && strnlen(key, kMaxKey + 1) <= kMaxKey;
   return fits ? branch : nullptr;
 }
 
-template <typename Operation> int WithKey(const char *key, const Operation &operation) {
+template <class Operation> int WithKey(const char *key, const Operation &operation) {
   Branch *branch = BranchOf(key);
-  if (branch == nullptr) {
+  if (!branch) {
     return kBadKey;
   }
   const int code = operation(*branch, MDB_val{strlen(key), const_cast<char *>(key)});
@@ -201,38 +201,40 @@ int Get(const char *key, int *value) {
 
 int GetSettled(const char *key, int *value) {
   return WithKey(key, [&](Branch &branch, MDB_val name) {
-    return branch.environment.ReadSettled(
+    return branch.database.ReadSettled(
         [&](MDB_txn *transaction, MDB_dbi dbi) { return GetInteger(transaction, dbi, name, value); });
   });
 }
 
 int Set(const char *key, int value) {
   return WithKey(key, [&](Branch &branch, MDB_val name) {
-    return branch.environment.Write([&](MDB_txn *transaction, MDB_dbi dbi) {
+    return branch.database.Write([&](MDB_txn *transaction, MDB_dbi dbi) {
       MDB_val data = {sizeof value, &value};
       const int code = mdb_put(transaction, dbi, &name, &data, 0);
-      return code == 0 && !Environment::LeavesRoom(transaction, dbi) ? MDB_MAP_FULL : code;
+      return code == 0 && !Database::LeavesRoom(transaction, dbi) ? MDB_MAP_FULL : code;
     });
   });
 }
 
 int Unset(const char *key) {
   return WithKey(key, [&](Branch &branch, MDB_val name) {
-    return branch.environment.Write(
+    return branch.database.Write(
         [&](MDB_txn *transaction, MDB_dbi dbi) { return mdb_del(transaction, dbi, &name, nullptr); });
   });
 }
 
 int List(const std::string &prefix, std::vector<std::pair<std::string, int>> *entries) {
   Branch *branch = BranchOfPrefix(prefix.c_str());
-  return branch == nullptr ? kBadKey : Read(*branch, [&](MDB_txn *transaction, MDB_dbi dbi) {
-    return ListIntegers(transaction, dbi, prefix, entries);
-  });
+  if (!branch) {
+    return kBadKey;
+  }
+  return Read(*branch,
+              [&](MDB_txn *transaction, MDB_dbi dbi) { return ListIntegers(transaction, dbi, prefix, entries); });
 }
 
 int FileToWatch(const char *key, std::string *path) {
   return WithKey(key, [&](Branch &branch, MDB_val) {
-    *path = branch.environment.DataFile();
+    *path = branch.database.DataFile();
     return 0;
   });
 }
@@ -245,9 +247,9 @@ std::string Explain(const char *key, int code) {
     return "a key begins with \"memory/\" or \"db/\", goes on, and has at most " + std::to_string(kMaxKey) + " bytes";
   }
   const Branch *branch = BranchOfPrefix(key);
-  return (branch == nullptr ? "" : branch->environment.Directory() + ": ") + Reason(code);
+  return (branch ? branch->database.Directory() + ": " : "") + Reason(code);
 }
 
-void Close() { InEachEnvironment<&Environment::Close>(); }
+void Close() { InEachDatabase<&Database::Close>(); }
 
 } // namespace lumio::store

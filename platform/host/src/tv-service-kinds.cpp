@@ -205,7 +205,7 @@ int DsmService::Detach(unsigned int sessionHandle) {
 int EmitDsm(const TSDsmMessage &message) {
   DsmService &service = Service::Get().dsm;
   const auto *bytes = static_cast<const unsigned char *>(message.data);
-  std::vector<unsigned char> data(bytes, bytes == nullptr ? nullptr : bytes + message.size);
+  std::vector<unsigned char> data(bytes, bytes ? bytes + message.size : nullptr);
   return service.subscriptions.EmitTo(message.sessionHandle, [=, &service](DsmService::Nothing) {
     TSDsmMessage copy = message;
     copy.data = data.data();

@@ -14,7 +14,7 @@ constexpr int kNotCreated = -1;
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, typename Subscriber::Callback callback, Interface **subscriber) {
   return Carry(operation, [&] {
-    if (callback == nullptr || subscriber == nullptr) {
+    if (!callback || !subscriber) {
       return kNotCreated;
     }
     object.callback = callback;
@@ -27,7 +27,7 @@ int Create(Operation operation, Subscriber &object, typename Subscriber::Callbac
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, Interface **subscriber) {
   return Carry(operation, [&] {
-    if (subscriber == nullptr) {
+    if (!subscriber) {
       return kNotCreated;
     }
     *subscriber = &object;
@@ -54,11 +54,13 @@ int Carry(Operation operation, const std::function<int()> &perform) {
 }
 
 Service &Service::Get() {
-  static Service *service = [] {
-    std::atexit([] { Get().Stop(); });
-    return new Service;
-  }();
-  return *service;
+  static Service &service = *new Service; // never destroyed: threads that still run at exit may call it
+  return service;
+}
+
+// The service's own threads end at exit, while everything that existed at the first use of the service still exists.
+Service::Service() {
+  std::atexit([] { Get().Stop(); });
 }
 
 void Service::Flush() {

@@ -187,7 +187,7 @@ struct DataService final : Interface {
 
   int Subscribe(Callback callback, void *userData, int *handle) override {
     return Carry(subscribe, [&] {
-      if (callback == nullptr || handle == nullptr) {
+      if (!callback || !handle) {
         return kFailed;
       }
       *handle = NextHandle();
@@ -230,8 +230,6 @@ struct DsmService final : IDsm {
 
 // The whole service.
 struct Service {
-  // Lives to the very end: threads that still run at exit may call it. Its own threads end earlier, while everything
-  // that was there when the service was first used is still there.
   static Service &Get();
 
   void Flush();
@@ -254,6 +252,9 @@ struct Service {
   PesService pes;
   CaptionService caption;
   DsmService dsm;
+
+private:
+  Service();
 };
 
 } // namespace lumio::tv

@@ -10,8 +10,8 @@
 namespace {
 
 // Runs the operation and tells the caller, and of failures the log. That a key is absent is no failure of the store.
-template <typename Operation> int Run(const char *verb, const char *key, const Operation &operation) {
-  const char *name = key == nullptr ? "(null)" : key;
+template <class Operation> int Run(const char *verb, const char *key, const Operation &operation) {
+  const char *name = key ? key : "(null)";
   try {
     const int code = operation();
     if (code != 0 && code != lumio::store::kAbsent) {
@@ -27,7 +27,7 @@ template <typename Operation> int Run(const char *verb, const char *key, const O
 } // namespace
 
 extern "C" int vconf_get_int(const char *key, int *value) {
-  return Run("get", key, [&] { return value == nullptr ? EFAULT : lumio::store::Get(key, value); });
+  return Run("get", key, [&] { return value ? lumio::store::Get(key, value) : EFAULT; });
 }
 
 extern "C" int vconf_set_int(const char *key, int value) {

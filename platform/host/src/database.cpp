@@ -1,4 +1,4 @@
-#include "environment.h"
+#include "database.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -56,7 +56,7 @@ int MakeDirectory(const std::string &path) {
   return directory.Get() < 0 ? errno : SyncDirectory(directory.Get());
 }
 
-// Holds the directory against every process that opens the same environment until the descriptor is closed: LMDB
+// Holds the directory against every process that opens the same database until the descriptor is closed: LMDB
 // leaves a lock file half prepared when its process is killed, and gets confused when another one joins just then.
 int LockDirectory(int directory) {
   struct stat status;
@@ -123,23 +123,23 @@ MDB_val KeyOf(const Seed &seed) { return {strlen(seed.key), const_cast<char *>(s
 } // namespace
 
 Reader::~Reader() {
-  const std::lock_guard<std::mutex> gate(environment_.gate_);
-  environment_.readers_.erase(this);
+  const std::lock_guard<std::mutex> gate(database_.gate_);
+  database_.readers_.erase(this);
   mdb_txn_abort(transaction_);
 }
 
-Environment::Inside Environment::Enter(int *code, Reader *reader) {
+Database::Inside Database::Enter(int *code, Reader *reader) {
   const std::lock_guard<std::mutex> gate(gate_);
-  *code = env_ == nullptr ? Open() : 0;
-  if (*code == 0 && reader != nullptr && reader->transaction_ == nullptr) {
+  *code = env_ ? 0 : Open();
+  if (*code == 0 && reader && !reader->transaction_) {
     readers_.insert(reader);
   }
   return Inside(inside_);
 }
 
 // Keeps everybody out and waits until nobody is inside. Every thread loses its place in the table of readers: a forked
-// child must not hold, and a closed environment must not have, transactions.
-void Environment::ShutGate() {
+// child must not hold, and a closed database must not have, transactions.
+void Database::ShutGate() {
   gate_.lock();
   const std::lock_guard<std::shared_mutex> nobody(inside_);
   for (Reader *reader : readers_) {
@@ -149,26 +149,26 @@ void Environment::ShutGate() {
   readers_.clear();
 }
 
-bool Environment::LeavesRoom(MDB_txn *transaction, MDB_dbi dbi) {
+bool Database::LeavesRoom(MDB_txn *transaction, MDB_dbi dbi) {
   MDB_stat tree;
   return mdb_stat(transaction, dbi, &tree) == 0 &&
          (tree.ms_branch_pages + tree.ms_leaf_pages) * tree.ms_psize <= kMapSize / 2;
 }
 
-void Environment::Close() {
+void Database::Close() {
   ShutGate();
   mdb_env_close(env_);
   env_ = nullptr;
   gate_.unlock();
 }
 
-void Environment::AfterForkInChild() {
+void Database::AfterForkInChild() {
   mdb_env_close(env_); // before the child opens its own: closing the lock file drops all of a process's locks on it
   env_ = nullptr;
   gate_.unlock();
 }
 
-int Environment::Open() {
+int Database::Open() {
   const std::string directory = directory_();
   int code = MakeDirectory(directory);
   if (code != 0) {
@@ -196,7 +196,7 @@ int Environment::Open() {
   return code;
 }
 
-int Environment::OpenFiles(const std::string &directory) {
+int Database::OpenFiles(const std::string &directory) {
   int code = CreateWhole(directory + "/data.mdb", FillDataFile);
   if (code == 0) {
     code = CreateWhole(directory + "/lock.mdb", FillLockFile);
@@ -216,7 +216,7 @@ int Environment::OpenFiles(const std::string &directory) {
 
 // Only what is absent is planted, behind the writers' lock, so that no value that was set is ever overwritten. As a
 // rule there is nothing to plant, which a reader can tell.
-int Environment::PlantSeeds() {
+int Database::PlantSeeds() {
   MDB_txn *transaction = nullptr;
   int code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &transaction);
   if (code != 0) {
@@ -244,12 +244,12 @@ int Environment::PlantSeeds() {
   return EndWrite(transaction, code);
 }
 
-int Environment::BeginRead(Reader &reader) {
-  return reader.transaction_ == nullptr ? mdb_txn_begin(env_, nullptr, MDB_RDONLY, &reader.transaction_)
-                                        : mdb_txn_renew(reader.transaction_);
+int Database::BeginRead(Reader &reader) {
+  return reader.transaction_ ? mdb_txn_renew(reader.transaction_)
+                             : mdb_txn_begin(env_, nullptr, MDB_RDONLY, &reader.transaction_);
 }
 
-int Environment::EndWrite(MDB_txn *transaction, int code) {
+int Database::EndWrite(MDB_txn *transaction, int code) {
   if (code != 0) {
     mdb_txn_abort(transaction);
     return code;
@@ -260,8 +260,8 @@ int Environment::EndWrite(MDB_txn *transaction, int code) {
 }
 
 // Whether it is worth to try again. Readers killed in mid-transaction keep their places and every page they could see
-// until someone looks after them. After a failed commit LMDB wants the environment to be opened anew.
-bool Environment::Mend(int code) {
+// until someone looks after them. After a failed commit LMDB wants the database to be opened anew.
+bool Database::Mend(int code) {
   switch (code) {
   case MDB_MAP_FULL:
   case MDB_READERS_FULL: {

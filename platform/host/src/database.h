@@ -1,4 +1,4 @@
-// One LMDB environment of this process: opened when it is first used, shared by its threads, closed across fork().
+// One LMDB database of this process: opened when it is first used, shared by its threads, closed across fork().
 #pragma once
 
 #include <lmdb.h>
@@ -11,22 +11,22 @@
 
 namespace lumio::store {
 
-class Environment;
+class Database;
 
 // A thread's place in the table of readers, kept between its reads because taking one costs a lock shared by all
 // processes.
 class Reader {
 public:
-  explicit Reader(Environment &environment) : environment_(environment) {}
+  explicit Reader(Database &database) : database_(database) {}
   ~Reader();
   Reader(const Reader &) = delete;
   Reader &operator=(const Reader &) = delete;
 
 private:
-  friend class Environment;
+  friend class Database;
 
-  Environment &environment_;
-  MDB_txn *transaction_ = nullptr; // reset between reads; null until the first one and when the environment was closed
+  Database &database_;
+  MDB_txn *transaction_ = nullptr; // reset between reads; null until the first one and when the database was closed
 };
 
 struct Seed {
@@ -38,25 +38,25 @@ constexpr int kForeign = -100; // the directory belongs to another user
 
 // Every operation answers 0, kForeign, an LMDB code or an errno value. None of them writes to the log, so that a thread
 // in here never waits for the log, whatever locks a fork() has taken.
-class Environment {
+class Database {
 public:
-  // `directory` tells where the files are whenever they are opened; `flags` are LMDB's. A durable environment
+  // `directory` tells where the files are whenever they are opened; `flags` are LMDB's. A durable database
   // acknowledges a write only when it would outlive a power cut. `seeds` are the keys that get a first value.
-  Environment(std::string (*directory)(), unsigned flags, bool durable, std::vector<Seed> seeds)
+  Database(std::string (*directory)(), unsigned flags, bool durable, std::vector<Seed> seeds)
       : directory_(directory), flags_(flags), durable_(durable), seeds_(std::move(seeds)) {}
 
   std::string Directory() const { return directory_(); }
   std::string DataFile() const { return Directory() + "/data.mdb"; }
 
   // body(MDB_txn *, MDB_dbi) sees the newest state that a commit has announced. Never waits for a writer.
-  template <typename Body> int Read(Reader &reader, const Body &body);
+  template <class Body> int Read(Reader &reader, const Body &body);
 
   // The same behind the writers' lock: sees also the commit whose data file write has already been noticed but that is
   // not announced yet, be its writer still at it or dead.
-  template <typename Body> int ReadSettled(const Body &body);
+  template <class Body> int ReadSettled(const Body &body);
 
   // Commits when body(MDB_txn *, MDB_dbi) answers 0.
-  template <typename Body> int Write(const Body &body);
+  template <class Body> int Write(const Body &body);
 
   // Whether the keys and values leave room. They may take half of the space: every commit writes its pages anew, also
   // one that deletes a key, before it can give up the old ones.
@@ -65,7 +65,7 @@ public:
   // Closes until the next use. Waits for the threads that are inside.
   void Close();
 
-  // Around fork(): LMDB forbids the child the use of what the parent opened, and an environment cannot be taken over
+  // Around fork(): LMDB forbids the child the use of what the parent opened, and an database cannot be taken over
   // in the middle of another thread's work.
   void BeforeFork() { ShutGate(); }
   void AfterForkInParent() { gate_.unlock(); }
@@ -74,7 +74,7 @@ public:
 private:
   friend class Reader;
 
-  // Being inside keeps the environment open.
+  // Being inside keeps the database open.
   using Inside = std::shared_lock<std::shared_mutex>;
 
   Inside Enter(int *code, Reader *reader = nullptr);
@@ -87,10 +87,10 @@ private:
   bool Mend(int code);
 
   // Runs the body in a transaction that excludes all other writers, and end(MDB_txn *, what the body answered).
-  template <typename Body, typename End> int Exclude(const Body &body, const End &end);
+  template <class Body, class End> int Exclude(const Body &body, const End &end);
 
   // Tries once more what failed for a reason that could be mended.
-  template <typename Attempt> int Mending(const Attempt &attempt) {
+  template <class Attempt> int Mending(const Attempt &attempt) {
     const int code = attempt();
     return Mend(code) ? attempt() : code;
   }
@@ -107,7 +107,7 @@ private:
   std::set<Reader *> readers_; // those with a transaction; guarded by gate_
 };
 
-template <typename Body> int Environment::Read(Reader &reader, const Body &body) {
+template <class Body> int Database::Read(Reader &reader, const Body &body) {
   return Mending([&] {
     int code = 0;
     const Inside inside = Enter(&code, &reader);
@@ -125,7 +125,7 @@ template <typename Body> int Environment::Read(Reader &reader, const Body &body)
   });
 }
 
-template <typename Body, typename End> int Environment::Exclude(const Body &body, const End &end) {
+template <class Body, class End> int Database::Exclude(const Body &body, const End &end) {
   return Mending([&] {
     int code = 0;
     const Inside inside = Enter(&code);
@@ -137,14 +137,14 @@ template <typename Body, typename End> int Environment::Exclude(const Body &body
   });
 }
 
-template <typename Body> int Environment::ReadSettled(const Body &body) {
+template <class Body> int Database::ReadSettled(const Body &body) {
   return Exclude(body, [](MDB_txn *transaction, int code) {
     mdb_txn_abort(transaction);
     return code;
   });
 }
 
-template <typename Body> int Environment::Write(const Body &body) {
+template <class Body> int Database::Write(const Body &body) {
   return Exclude(body, [this](MDB_txn *transaction, int code) { return EndWrite(transaction, code); });
 }
 
