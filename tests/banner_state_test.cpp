@@ -1,4 +1,4 @@
-// Banner states: what is stored, who is told, what is logged.
+// Banner states: the stored word, the callbacks and the log.
 #include <lumio-banner-state.h>
 
 #include <gmock/gmock.h>
@@ -32,9 +32,9 @@ std::string Set(int value) { return std::string("set ") + kKey + " " + std::to_s
 
 void *NewData() { return calloc(1, sizeof(int)); }
 
-// What the callbacks were called with, in order.
+// The arguments of the callbacks, in order of the calls.
 std::vector<std::pair<int, void *>> g_calls;
-// What Act does on its first call.
+// Act runs this on its first call.
 std::function<void()> g_action;
 
 void Note(int banner_id, void *data) { g_calls.emplace_back(banner_id, data); }
@@ -58,14 +58,14 @@ protected:
     }
   }
 
-  // Registers the callback with data of its own, which it returns.
+  // Registers the callback with new data, and returns the data.
   void *Add(int banner_id, lumio_banner_state_cb cb = Note) {
     void *data = NewData();
     lumio_banner_state_cb_add(banner_id, cb, data);
     return data;
   }
 
-  // Shows the banner as if it were hidden, whatever it was, and forgets what happened before.
+  // Shows the banner as if all banners were hidden, and forgets the calls and lines before it.
   int Show(int banner_id) {
     fake_vconf.values[kKey] = 0;
     fake_vconf.calls.clear();
@@ -323,7 +323,7 @@ TEST_F(Banner, TheSameCallbackRunsOncePerRegistration) {
 }
 
 TEST_F(Banner, AddTellsOfShortMemoryAndLeavesTheDataToItsOwner) {
-  const int banners[] = {3, 4}; // the first link of a list takes more memory than the next ones
+  const int banners[] = {3, 4}; // the first link of a list makes more allocations than later ones
   Add(4);
   for (const int banner_id : banners) {
     void *data = NewData();
@@ -515,7 +515,7 @@ TEST_F(Banner, ACallbackMaySetItsOwnBanner) {
   EXPECT_EQ(Word(), 8);
 }
 
-// The inner walk deletes what the outer one stands on, after another process has reset the key.
+// The inner walk, after another process has reset the key, deletes the registration that the outer walk is at.
 TEST_F(Banner, ANestedChangeMayDeleteTheRunningCallback) {
   void *data = Add(3, Act);
   Add(3, Note);

@@ -1,4 +1,4 @@
-// Banner states between processes, in the platform's real store, and what is left of them when a process is killed.
+// Banner states in the platform's real store: shared by processes, and intact after a process is killed.
 #include <lumio-banner-state.h>
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ int State(int banner_id) {
 // The order in which banners are shown.
 int Nth(int n) { return n * 7 % kBanners; }
 
-// Hides all banners and shows one after the other, again and again, and sends the number of each that is acknowledged.
+// Hides all banners and shows them one after the other, for ever. Sends the number of each acknowledged banner.
 void ShowAll(Pipe *acknowledged) {
   ASSERT_EQ(vconf_set_int("memory/lumio/lumio_banner_state_1", 0), 0);
   for (int n = 0;; n = (n + 1) % kBanners) {
@@ -68,7 +68,7 @@ TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
     Pipe acknowledged;
     Fork writer([&] { ShowAll(&acknowledged); });
     acknowledged.CloseSender();
-    int count = 0; // of acknowledged banners
+    int count = 0; // acknowledged banners
     int n = 0;
     const int enough = 1 + static_cast<int>(random() % (kBanners + 7));
     while (count < enough && acknowledged.Receive(&n)) {
@@ -81,7 +81,7 @@ TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
     ASSERT_GE(count, enough);
     EXPECT_TRUE(Fork([count] {
                   for (int i = 0; i < kBanners; ++i) {
-                    // The one that was just being shown may be either.
+                    // The banner that was being shown may have either state.
                     EXPECT_TRUE(i == count || State(Nth(i)) == (i < count ? 1 : 0)) << i << " of " << count;
                   }
                   EXPECT_EQ(lumio_set_banner_state(Nth(count), 1), 0);

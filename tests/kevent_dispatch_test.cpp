@@ -1,4 +1,4 @@
-// What happens to one key: the filters in front of the handlers, the walk over them, and what is noted afterwards.
+// One key on its way: through the filters, to the handlers, and into the records.
 #include "kevent_fixture.h"
 
 #include <optional>
@@ -33,13 +33,13 @@ protected:
     fake_x.display = FakeDisplay();
   }
 
-  // The device of the next press makes itself known.
+  // Sends an event of the device that makes the next press.
   static void AnnounceDevice() {
     XIEvent event{};
     SendGeneric(fake_x.opcode, 0, &event);
   }
 
-  // Whether a handler that declines everything is asked for a press.
+  // Presses a key and returns whether a handler was called.
   bool IsAsked() {
     Press();
     return !TakeJournal().empty();
@@ -61,7 +61,7 @@ TEST_F(BurstLimit, SwallowsTheThirdPressBeforeTheLoopIsIdle) {
   EXPECT_EQ(LogCount("2 [domain] two key press handling...."), 1);
   EXPECT_EQ(LogMessages().back(), kSkipped);
   EXPECT_EQ(passed_on, 0);
-  EXPECT_EQ(fake_vconf.calls.size(), 2U); // a swallowed key is not looked at
+  EXPECT_EQ(fake_vconf.calls.size(), 2U); // a swallowed key does not read the store
 }
 
 TEST_F(BurstLimit, EndsEachTimeTheLoopIsIdle) {
@@ -227,7 +227,7 @@ TEST_F(Walk, GoesOnWhileHandlersDecline) {
   Press();
   EXPECT_THAT(TakeJournal(), ElementsAre(kBegin, "a", "b", "c", "d", kEnd));
   EXPECT_EQ(LogMessages().back(), kAsked);
-  EXPECT_EQ(passed_on, 0); // nobody consumed it, and still it is done
+  EXPECT_EQ(passed_on, 0); // finished although nobody consumed it
 }
 
 TEST_F(Walk, EndsWhenAHandlerConsumesTheKey) {
@@ -279,7 +279,7 @@ TEST_F(Walk, WithoutHandlersStillHandlesTheKey) {
 
 class Reentrance : public KeyDispatch {
 protected:
-  // EFL finds a message that is being handled again in a nested loop, and says so.
+  // EFL complains about a message that a nested loop handles again.
   void SetUp() override {
     KeyDispatch::SetUp();
     HushEfl({"eo", "ecore"});
@@ -331,7 +331,7 @@ TEST_F(Reentrance, AHandlerMayDispatchTheNextKeyInANestedLoop) {
   EXPECT_EQ(LogMessages().back(), "2 [domain] first key press handling....");
 }
 
-// The nested loop goes idle, so that the burst limit counts anew.
+// The nested loop goes idle, which restarts the count of the burst limit.
 TEST_F(Reentrance, ANestedLoopEndsTheBurst) {
   Probe &outer = Add(Open(), "outer");
   outer.action = [] { TurnLoop(); };
@@ -343,7 +343,7 @@ TEST_F(Reentrance, ANestedLoopEndsTheBurst) {
   EXPECT_EQ(LogCount("2 [domain] four key press handling...."), 1);
 }
 
-// Whatever is deleted in the inner dispatch is still walked over by the outer one.
+// The outer dispatch still walks over everything that the inner one deletes.
 TEST_F(Reentrance, NothingIsReleasedBeforeTheOutermostDispatchEnds) {
   lumio_kevent *kevent = Open();
   lumio_kevent *closed = Open("closed");
@@ -388,7 +388,7 @@ TEST_F(Reentrance, WhatWasMarkedOnceIsNotCollectedTwice) {
   EXPECT_EQ(LogCount(kInvalidKevent), 0);
 }
 
-// --- Whose lines these are -------------------------------------------------------------------------------------------
+// --- The names in the log --------------------------------------------------------------------------------------------
 
 class LogName : public KeyDispatch {};
 
@@ -396,11 +396,11 @@ TEST_F(LogName, OfWhatHappensToAKeyIsThatOfTheKeyCallback) {
   bool flag = true;
   std::vector<bool *> list = {&flag};
   lumio_kevent_cache_list_set(&list);
-  fake_vconf.values.clear(); // not aging, as nobody knows
+  fake_vconf.values.clear(); // without the key the set is not aging
   Probe &probe = Add(Open(), "handler");
   probe.result = 0;
   probe.action = [] { fake_clock.now = kStart + 8; };
-  IgnoreAPress(); // after one that is handled for 8 s
+  IgnoreAPress(); // after a press whose handler takes 8 s
   Release();
   Release("X");
   Press("Return", kPowerOn + 9000);
@@ -422,7 +422,7 @@ protected:
   }
 
   // A press `age` milliseconds after the first one on the server's clock, `elapsed` seconds after it on Ecore's.
-  // Returns whether it was handed to the handler.
+  // Returns whether the handler received it.
   bool PressAt(int age, double elapsed) {
     fake_clock.now = start + elapsed;
     ClearLog();
@@ -479,7 +479,7 @@ TEST_F(Staleness, KeepsTheThresholdWhilePressesAreDropped) {
   EXPECT_FALSE(PressAt(1999, 100));
   EXPECT_EQ(LogCount(kResetThreshold), 0);
   EXPECT_TRUE(PressAt(2000, 100));
-  EXPECT_FALSE(PressAt(2000, 100)); // and computes it anew after a press that was handled
+  EXPECT_FALSE(PressAt(2000, 100)); // computed again after a press that was handled
   EXPECT_EQ(LogCount(kResetThreshold), 1);
 }
 
@@ -487,7 +487,7 @@ TEST_F(Staleness, ShowsWhenKeysWereLastHandled) {
   PressAt(0, 0);
   fake_clock.now = kStart + 3;
   Release();
-  handler->action = [] { fake_clock.now = kStart + 7; }; // a handler takes its time, which counts
+  handler->action = [] { fake_clock.now = kStart + 7; }; // the time that the handler takes counts
   PressAt(10000, 5);
   PressAt(20, 20);
   EXPECT_EQ(LogMessages().back(), "16 timestamp_last_handled_key_down[1007.000000], "
@@ -504,7 +504,7 @@ TEST_F(Staleness, NotesTheTimeAfterAReleaseWasHandled) {
                                   "timestamp_last_handled_key_up[1004.000000], current time[1020.000000]");
 }
 
-// After a release a press below the threshold is measured against the time since the last press.
+// After a release, the filter compares a press below the threshold with the time since the last press.
 TEST_F(Staleness, DropsAPressAfterAReleaseThatIsOlderThanTheLastPress) {
   PressAt(0, 0);
   Release();
@@ -516,7 +516,7 @@ TEST_F(Staleness, DropsAPressAfterAReleaseThatIsOlderThanTheLastPress) {
 
 class AfterASlowPress : public Staleness {
 protected:
-  // The first press keeps its handler busy for 8 s.
+  // The handler takes 8 s for the first press.
   void SetUp() override {
     Staleness::SetUp();
     handler->action = [] { fake_clock.now = kStart + 8; };
@@ -538,7 +538,7 @@ TEST_F(AfterASlowPress, DropsAYoungerOne) {
   EXPECT_EQ(LogMessages().back(), kIgnored);
 }
 
-// --- A press whose device made itself known --------------------------------------------------------------------------
+// --- A press that its device announced -------------------------------------------------------------------------------
 
 class AnnouncedPress : public Staleness {};
 
@@ -558,7 +558,7 @@ TEST_F(AnnouncedPress, ExemptsNoFurtherPress) {
 
 TEST_F(AnnouncedPress, IsNotedLikeAnyOther) {
   PressAt(0, 0);
-  EXPECT_FALSE(PressAt(0, 10)); // leaves a threshold
+  EXPECT_FALSE(PressAt(0, 10)); // leaves a threshold behind
   Release("X");
   AnnounceDevice();
   PressAt(0, 12);
@@ -592,7 +592,7 @@ TEST_F(AnnouncedPress, IsStillExpectedAfterAKeyInAgingMode) {
   EXPECT_TRUE(PressAt(0, 10));
 }
 
-// --- What opening a domain forgets -----------------------------------------------------------------------------------
+// --- Opening a domain resets the filter ------------------------------------------------------------------------------
 
 class OpeningADomain : public Staleness {};
 
@@ -623,7 +623,7 @@ TEST_F(OpeningADomain, ForgetsTheLastRelease) {
                                   "timestamp_last_handled_key_up[0.000000], current time[1010.000000]");
 }
 
-// While its first press is being handled, nothing else is known of earlier keys.
+// A second press, inside the handler of the first one, shows that nothing is left of the keys before the reset.
 TEST_F(OpeningADomain, ForgetsTheLastPressAndThatItWasAPress) {
   fake_clock.now = kStart + 9;
   Press();
@@ -639,7 +639,7 @@ TEST_F(OpeningADomain, ForgetsTheLastPressAndThatItWasAPress) {
   };
   fake_clock.now = kStart;
   Press();
-  EXPECT_EQ(LogMessages().back(), kIgnored); // 15 s is less than all the time there ever was
+  EXPECT_EQ(LogMessages().back(), kIgnored); // as if the last press had been at 0, so 15 s are too few
 }
 
 // --- After a press was dropped ---------------------------------------------------------------------------------------
@@ -657,7 +657,7 @@ protected:
     passed_on = 0;
   }
 
-  // A press that is not too old.
+  // Sends a press that is not too old.
   static void PressFreshly() { Press("Return", kPowerOn + 1000000); }
 
   lumio_kevent *domain = nullptr;
@@ -723,7 +723,7 @@ INSTANTIATE_TEST_SUITE_P(Keys, ReleaseAfterADroppedPress,
                                          ReleasedKey{"X", true}, ReleasedKey{"x", false}, ReleasedKey{"", false},
                                          ReleasedKey{nullptr, false}, ReleasedKey{"F86RaiseChannel", false}));
 
-// The dispatch that the dropped press began never ends: from now on everything is marked and nothing released.
+// The dispatch of the dropped press never ends: from now on, deletions mark and release nothing.
 TEST_F(AfterADroppedPress, ADeletedHandlerIsMarkedForGood) {
   lumio_kevent_handler_del(press->handle);
   lumio_kevent_handler_del(press->handle);

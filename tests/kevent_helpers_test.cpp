@@ -49,7 +49,7 @@ protected:
     lumio_kevent_cache_list_set(&list);
   }
 
-  // Raises the flags, and tells whether both fell since then.
+  // Raises both flags; Fell() and Stand() tell whether the library has lowered them since.
   void Raise() { first = second = true; }
   bool Fell() const { return !first && !second; }
   bool Stand() const { return first && second; }

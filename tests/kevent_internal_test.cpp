@@ -1,4 +1,4 @@
-// What the exported functions cannot bring about: the records are read and set here.
+// States that the exported functions cannot reach. The tests read and write the records directly.
 #include "kevent_fixture.h"
 
 #include <cstring>
@@ -55,7 +55,7 @@ TEST_F(ManagerTeardown, OnlyCountsDownWhileThereAreOthers) {
   EXPECT_THAT(TakeJournal(), testing::Contains("handler"));
 }
 
-// The domains' own records are lost: nobody owns them any more. Their handlers are released.
+// The teardown releases the handlers. It loses the domains' records, so the test frees them.
 TEST_F(ManagerTeardown, ForgetsEverything) {
   lumio_kevent *first = Open("first");
   lumio_kevent *second = Open("second");
@@ -152,7 +152,7 @@ TEST_F(InternalState, AnIgnoredPressAndADroppedReleaseEachKeepTheirDispatchOpen)
   EXPECT_EQ(g_kmgr.dispatch_depth, 2);
 }
 
-// Nodes without a handler, and handlers without a domain or a callback, are passed over.
+// The walk skips links without a handler, and handlers without a domain or a callback.
 TEST_F(InternalState, TheWalkSkipsWhatIsIncomplete) {
   lumio_kevent *kevent = Open();
   lumio_kevent_handler no_domain{};
@@ -170,7 +170,7 @@ TEST_F(InternalState, TheWalkSkipsWhatIsIncomplete) {
   EXPECT_THAT(TakeJournal(), ElementsAre("mark [lumio] begin _key_cb", "first", "last", "mark [lumio] end _key_cb"));
 }
 
-// A handler whose record was overwritten is refused like a bad argument.
+// A handler whose record was overwritten is refused as a bad argument.
 TEST_F(InternalState, ADamagedHandlerIsNotDeleted) {
   lumio_kevent *kevent = Open();
   lumio_kevent_handler *handler = Add(kevent, "handler").handle;

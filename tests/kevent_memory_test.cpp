@@ -1,4 +1,4 @@
-// Short memory: each allocation of each function fails once, and the library works afterwards.
+// Short memory: each allocation of each function fails in turn, and the library works afterwards.
 #include "kevent_fixture.h"
 
 #include "fake_memory.h"
@@ -20,7 +20,7 @@ constexpr char kNoHandler[] = "16 Calloc failed";
 constexpr char kNoExtension[] = "2 XInput Extension isn't supported.";
 constexpr char kNotInitialised[] = "16 manager is not initialized";
 
-// A handler that takes no memory to ask.
+// A handler that allocates nothing.
 int Count(lumio_kevent *, lumio_kevent_type, void *, void *data) { return ++*static_cast<int *>(data); }
 
 } // namespace
@@ -100,7 +100,7 @@ TEST_F(ShortMemory, LeavesALateKeyToOthers) {
   EXPECT_THAT(TakeLog(), ElementsAre("16 do not process the key in aging mode.."));
 }
 
-// The mask is the first allocation after the devices were asked for.
+// The event mask is the first allocation after the query for devices.
 TEST_F(ShortMemory, ForTheEventMaskOnlyLeavesTheDeviceEventsOut) {
   fake_x.display = FakeDisplay();
   fake_x.devices = {{2, "Virtual core pointer", XIMasterPointer}};
@@ -139,7 +139,7 @@ TEST_F(ShortMemory, InHandlerAddAddsNothing) {
   lumio_kevent *kevent = Open();
   int asked = 0;
   int failures = 0;
-  for (int handlers = 1; handlers <= 2; ++handlers) { // the first on its lists, and another one
+  for (int handlers = 1; handlers <= 2; ++handlers) { // the first handler on its lists, then a second one
     lumio_kevent_handler *handler = nullptr;
     FailEachAllocation([&] { handler = lumio_kevent_handler_add(kevent, LUMIO_KEVENT_PRESS, 3, Count, &asked); },
                        [&](int) {
@@ -154,7 +154,8 @@ TEST_F(ShortMemory, InHandlerAddAddsNothing) {
     ASSERT_THAT(handler, NotNull());
     EXPECT_THAT(TakeLog(), IsEmpty());
   }
-  EXPECT_GE(failures, 10); // the record, its nodes on two lists, those lists' own, and its place among all handlers
+  // The record, its links on two lists, the lists' own records, and its entry among all handlers.
+  EXPECT_GE(failures, 10);
   asked = 0;
   Press();
   EXPECT_EQ(asked, 2);
@@ -172,7 +173,7 @@ TEST_F(ShortMemory, InHandlerAddDuringADispatchAddsNothing) {
                        [&](int) { EXPECT_THAT(TakeLog(), Contains(kNoHandler)); });
   };
   Press();
-  EXPECT_EQ(asked, 1); // only the one that succeeded
+  EXPECT_EQ(asked, 1); // only the handler that was added in the end
 }
 
 TEST_F(ShortMemory, DoesNotMatterToAnythingElse) {

@@ -1,4 +1,4 @@
-// Domains and handlers: opening, adding, deleting, closing, outside of a dispatch and during one.
+// Domains and handlers: opening, adding, deleting and closing, outside a dispatch and during one.
 #include "kevent_fixture.h"
 
 #include <climits>
@@ -26,7 +26,7 @@ int Decline(lumio_kevent *, lumio_kevent_type, void *, void *) { return 1; }
 
 } // namespace
 
-// What the handlers were asked, without the trace marks around it.
+// The names of the called handlers, without the trace marks around them.
 class Registry : public KeventTest {
 protected:
   static std::vector<std::string> Asked() {
@@ -86,9 +86,9 @@ TEST_F(KeventInit, LaterOnesInstallNothing) {
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
 
-// An application that never brings up a part of Ecore gets no events of it, and everything else.
+// An application that never initialises a part of Ecore receives no events of that part, and everything else.
 TEST_F(KeventInit, WorksWithoutEcoreX) {
-  HushEfl({"eina_safety"}); // says that there is no such event
+  HushEfl({"eina_safety"}); // complains about the missing event type
   ECORE_X_EVENT_GENERIC = ECORE_EVENT_NONE;
   Add(Open(), "handler");
   Press();
@@ -101,8 +101,8 @@ TEST_F(KeventInit, WorksWithoutEcoresInputEvents) {
   EXPECT_THAT(lumio_kevent_init("first"), NotNull());
 }
 
-// A display may be connected, and input events may be brought up, when the library is in the main loop already.
-TEST_F(KeventInit, LaterOnesDoNotMissWhatEcoreHasBroughtUpSince) {
+// The application may initialise Ecore_X and Ecore_Input after the library is installed.
+TEST_F(KeventInit, LaterOnesDoNotAddWhatWasMissing) {
   HushEfl({"eina_safety"});
   const int generic = std::exchange(ECORE_X_EVENT_GENERIC, ECORE_EVENT_NONE);
   const int key_down = std::exchange(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_NONE);
@@ -268,8 +268,8 @@ TEST_F(KeventFini, LeavesTheManagerInstalledAfterTheLastDomain) {
   EXPECT_THAT(Asked(), ElementsAre("of the new"));
 }
 
-// A marked domain stays what it is until the dispatch ends: its handlers are asked, it can be given more and closed
-// again.
+// A marked domain stays open until the dispatch ends: its handlers are called, and it can be given more of them and be
+// closed again.
 TEST_F(KeventFini, OnlyMarksDuringADispatch) {
   lumio_kevent *marked = Open("marked");
   Probe &closer = Add(marked, "closer", 1);
@@ -424,7 +424,7 @@ TEST_F(KeventHandlerAdd, MayRegisterTheSameCallbackAndDataTwice) {
   EXPECT_EQ(calls, 3);
 }
 
-// A list that the dispatch has not finished is walked to the end, with what is added meanwhile.
+// The dispatch reaches handlers that are added to a list it has not finished.
 TEST_F(KeventHandlerAdd, ReachesTheCurrentKeyUnlessItsListIsFinished) {
   lumio_kevent *kevent = Open();
   Probe &adder = Add(kevent, "adder", 3);
@@ -509,7 +509,7 @@ TEST_F(KeventHandlerDel, RefusesWhatIsGoneDuringADispatchToo) {
   EXPECT_THAT(Asked(), ElementsAre("probe"));
 }
 
-// First, in the middle, last: the others stay in their order.
+// Deletes the first, the middle or the last handler: the others keep their order.
 class KeventHandlerDelAt : public KeventHandlerDel, public testing::WithParamInterface<int> {};
 
 TEST_P(KeventHandlerDelAt, RemovesThisHandlerOnly) {
@@ -527,7 +527,7 @@ TEST_P(KeventHandlerDelAt, RemovesThisHandlerOnly) {
   Press();
   EXPECT_EQ(Asked(), expected);
   ClearLog();
-  lumio_kevent_fini(kevent); // walks the domain's own list, and finds nothing on it that is gone
+  lumio_kevent_fini(kevent); // walks the domain's own list, which holds no deleted handler
   EXPECT_THAT(TakeLog(), IsEmpty());
   Press();
   EXPECT_THAT(Asked(), IsEmpty());
@@ -548,7 +548,7 @@ TEST_F(KeventHandlerDel, OnlyMarksDuringADispatch) {
   Press();
   EXPECT_THAT(Asked(), ElementsAre("deleter"));
   ClearLog();
-  lumio_kevent_handler_del(deleted.handle); // released by now
+  lumio_kevent_handler_del(deleted.handle); // already released
   EXPECT_THAT(TakeLog(), ElementsAre(kInvalidKevent));
 }
 

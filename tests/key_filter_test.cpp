@@ -1,4 +1,4 @@
-// The filters in front of the handlers, by themselves: every decision for its times and flags, and its log lines.
+// The filters in front of the handlers: each decision, for given times and flags, and its log lines.
 #include "key_filter.h"
 
 #include <gmock/gmock.h>
@@ -26,8 +26,8 @@ constexpr char kReleaseIgnored[] = "2 key released ignored";
 
 constexpr double kPowerOn = 5;    // the X server's clock at the first press, in seconds
 constexpr double kStart = 1000;   // the Ecore clock then
-constexpr double kMargin = 0.25;  // by which a press may be older than its arrival tells
-constexpr bool kAnnounced = true; // by an event of its device
+constexpr double kMargin = 0.25;  // seconds that a press may be older than its arrival suggests
+constexpr bool kAnnounced = true; // an event of its device came before it
 
 } // namespace
 
@@ -39,12 +39,12 @@ protected:
     return messages;
   }
 
-  // A press made `made` seconds after the first one that arrives `arrives` seconds after it.
+  // Decides about a press that was made `made` seconds after the first one and arrives `arrives` seconds after it.
   bool AcceptPressAt(double made, double arrives, bool announced = false) {
     return lumio::_accept_press(&state, announced, kPowerOn + made, kStart + arrives);
   }
 
-  // A press that is dispatched and handled at once.
+  // Accepts a press and records that it was handled at once.
   void HandlePressAt(double made, double arrives) {
     EXPECT_TRUE(AcceptPressAt(made, arrives));
     lumio::_note_handled(&state, LUMIO_KEVENT_PRESS, kStart + arrives);
@@ -154,11 +154,11 @@ TEST_F(Staleness, TheThresholdStaysWhilePressesAreDropped) {
   EXPECT_FALSE(AcceptPressAt(1.999, 100));
   EXPECT_EQ(LogCount(kResetThreshold), 1);
   HandlePressAt(2, 100);
-  EXPECT_FALSE(AcceptPressAt(2, 100)); // computed anew after a press that was handled
+  EXPECT_FALSE(AcceptPressAt(2, 100)); // computed again after a press that was handled
   EXPECT_EQ(LogCount(kResetThreshold), 1);
 }
 
-// Times that differ from zero by less than 10 microseconds count as not set.
+// A time that differs from zero by less than 10 microseconds counts as not set.
 struct ClockZero {
   const char *name;
   double timestamp_init;
@@ -260,7 +260,7 @@ TEST_F(AcceptRelease, AcceptsEverythingAgainAfterAPressThatIsAccepted) {
   EXPECT_TRUE(AcceptOf("Return"));
 }
 
-// --- What is recorded of a key ---------------------------------------------------------------------------------------
+// --- The record of a handled key -------------------------------------------------------------------------------------
 
 class Record : public KeyFilter {};
 
@@ -295,7 +295,7 @@ TEST_F(Record, IsResetExceptThatAPressWasDropped) {
   EXPECT_TRUE(state.press_ignored);
 }
 
-// --- Whose lines these are -------------------------------------------------------------------------------------------
+// --- The names in the log --------------------------------------------------------------------------------------------
 
 TEST_F(KeyFilter, LogsInTheNameOfTheKeyCallback) {
   lumio::_is_burst(true, 2, true);

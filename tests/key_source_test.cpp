@@ -1,4 +1,4 @@
-// Which input device sent a key: what is asked of the X server, and what is made of its device events.
+// The source of a key: the requests to the X server, and the effect of its device events.
 #include "kevent_fixture.h"
 
 using testing::AllOf;
@@ -60,7 +60,7 @@ protected:
     fake_x.devices = Television();
   }
 
-  // The keys of the keyboard `device` come from another source now.
+  // Announces that the keys of the keyboard `device` now come from `source`.
   static void ChangeSource(int source, int device = kCoreKeyboard) {
     XIDeviceChangedEvent event{};
     event.deviceid = device;
@@ -73,7 +73,7 @@ protected:
     return lumio_event_source_type_get();
   }
 
-  // Devices have come or gone; one entry for each of `flags`.
+  // Announces that devices have come or gone: one entry for each of `flags`.
   static void ChangeHierarchy(const std::vector<int> &flags = {XIDeviceEnabled}) {
     std::vector<XIHierarchyInfo> entries;
     for (const int flag : flags) {
@@ -85,7 +85,7 @@ protected:
     EXPECT_EQ(SendGeneric(fake_x.opcode, XI_HierarchyChanged, &event), ECORE_CALLBACK_PASS_ON);
   }
 
-  // The staleness filter does not examine the press after a device event.
+  // Presses a key and returns whether the staleness filter left it alone, as it does after a device event.
   static bool NextPressIsExempt() {
     ClearLog();
     Press();
@@ -97,7 +97,7 @@ protected:
 
 class DeviceSetup : public Devices {
 protected:
-  // What the library asked the X server for.
+  // The requests to the X server.
   static std::vector<std::string> Requests() {
     std::vector<std::string> requests;
     for (const std::string &line : TakeJournal()) {
@@ -268,7 +268,7 @@ TEST_F(SourceChange, TellsEitherTouchRemote) {
 TEST_F(SourceChange, TellsTheFunctionKeys) {
   fake_x.devices.insert(fake_x.devices.begin(), kFunctionOsdKeyboard);
   Open();
-  EXPECT_EQ(TypeOfSource(kFunctionOsdId), kOther); // not learnt yet
+  EXPECT_EQ(TypeOfSource(kFunctionOsdId), kOther); // not known yet
   ChangeHierarchy();
   EXPECT_EQ(TypeOfSource(kFunctionOsdId), kFunctionOsd);
 }
@@ -321,7 +321,7 @@ TEST_F(SourceChange, IsNotForgottenWhenADomainOpens) {
 
 struct KeySources {
   const char *name;
-  std::vector<int> sources; // of the key classes of "HWKeys"
+  std::vector<int> sources; // the sources of the key classes of "HWKeys"
   int type;
 
   friend void PrintTo(const KeySources &keys, std::ostream *out) { *out << keys.name; }
@@ -348,7 +348,7 @@ TEST_F(SourceChange, TakesSilentHwKeysForTheRemoteWhileNoRemoteIsKnown) {
   fake_x.devices = {kCorePointer, {kHwKeysId, "HWKeys", XISlaveKeyboard}};
   Open();
   EXPECT_EQ(TypeOfSource(99), kOther);
-  EXPECT_EQ(TypeOfSource(kHwKeysId), kRemote); // 0 equals 0
+  EXPECT_EQ(TypeOfSource(kHwKeysId), kRemote); // both ids are 0
 }
 
 TEST_F(SourceChange, SurvivesThatHwKeysIsGone) {
@@ -365,7 +365,7 @@ TEST_F(SourceChange, TakesSourceZeroForTouchWhileATouchRemoteIsUnknown) {
   EXPECT_EQ(TypeOfSource(0), kTouch);
 }
 
-// One device may have been learnt in two roles, before and after it was attached.
+// One device may be known in two roles, from before and after it was attached.
 TEST_F(SourceChange, LooksForTouchThenFunctionKeysThenHwKeys) {
   fake_x.devices = {{5, "HWKeys", XISlaveKeyboard, {5}}, {5, "qm27x410 rc device", XIFloatingSlave}};
   Open();
@@ -389,7 +389,7 @@ TEST_F(SourceChange, AsksForTheDevicesUntilATouchKeyboardIsKnown) {
   fake_x.devices = {kCorePointer};
   Open();
   fake_x.devices = Television();
-  ChangeSource(99, kHwKeysId); // whatever keyboard it is about
+  ChangeSource(99, kHwKeysId); // the event may be about any keyboard
   EXPECT_THAT(TakeJournal(), ElementsAre("XIQueryDevice 0"));
   EXPECT_EQ(LogCount(Learnt("Advanced : HWKeys slave device found", kTouchKeyboardId)), 1);
   ChangeSource(99);
@@ -474,7 +474,7 @@ TEST_F(HierarchyChange, ReplacesWhatWasKnown) {
   EXPECT_EQ(TypeOfSource(kHwKeysId), kOther);
 }
 
-// A stock server lists the core pointer first, so that nothing is learnt there.
+// A stock server lists the core pointer first, so nothing is learnt from a new device.
 TEST_F(HierarchyChange, IgnoresTheDeviceThatCame) {
   Open();
   fake_x.devices.push_back(kFunctionOsdKeyboard);

@@ -1,4 +1,4 @@
-// Recording results and states: when the service is called, who is told, under which lock, and what is logged.
+// Recording results and states: the calls to the service, the callbacks, the lock and the log.
 #include <PvrServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ const ps_result_thirdpart kResult = {1, 2, 77, 4, 5, 6, 7};
 constexpr pvr_state_e kState = PVR_STATE_DISK_FULL;
 
 struct Call {
-  int which; // number of the callback
+  int which; // the number of the callback
   void *user_data;
   bool locked;
   bool operator==(const Call &other) const {
@@ -44,8 +44,8 @@ struct Call {
 };
 
 std::vector<Call> g_calls;
-std::function<void()> g_action; // what callback 0 does besides
-bool g_state_answer = false;    // what the state callbacks answer
+std::function<void()> g_action; // callback 0 runs it
+bool g_state_answer = false;    // the state callbacks return it
 
 void Note(int which, void *user_data) {
   g_calls.push_back({which, user_data, AnyLockHeld()});
@@ -65,7 +65,7 @@ template <int Which> bool NoteState(pvr_state_e state, void *user_data) {
   return g_state_answer;
 }
 
-// The two kinds of notification, which are alike but for what follows.
+// The two kinds of notification, with everything in which they differ.
 struct Results {
   using Callback = CPvrServiceSubscriber::PvrResultCallback;
   static constexpr char kName[] = "result";
@@ -138,7 +138,7 @@ protected:
   int Register(Callback callback, void *data = nullptr) { return Kind::Register(module, callback, data); }
   int Unregister(Callback callback) { return Kind::Unregister(module, callback); }
 
-  // Sends a notification the way the service does, with nothing recorded before it.
+  // Clears the records and sends a notification as the service does.
   std::optional<bool> Notify() { return Send(Kind::Registered(), fake_pvr.user_data); }
   std::optional<bool> Send(Callback trampoline, void *data) {
     g_calls.clear();
@@ -146,7 +146,7 @@ protected:
     return Kind::Send(trampoline, data);
   }
 
-  // Begins to record anew.
+  // Clears the records.
   void Forget() {
     fake_pvr.calls.clear();
     ClearLog();
@@ -202,7 +202,7 @@ TYPED_TEST(Pvr, TheFirstCallbackConnectsAndJoins) {
   EXPECT_THAT(TypeParam::Map(), ElementsAre(Pair(this->callbacks[0], this->user_data)));
 }
 
-// It is joined before the first callback is there, and left when the last one is gone.
+// The process joins before it registers the first callback, and leaves after it unregisters the last.
 TYPED_TEST(Pvr, TheServiceIsCalledWhileNobodyIsRegistered) {
   fake_pvr.on_call = [] { EXPECT_THAT(TypeParam::Map(), IsEmpty()); };
   this->Register(this->callbacks[0]);
@@ -292,8 +292,8 @@ TYPED_TEST(Pvr, ShortMemoryPassesThroughAndGivesTheLockBack) {
         EXPECT_TRUE(thrown);
         EXPECT_FALSE(AnyLockHeld());
         EXPECT_THAT(TypeParam::Map(), IsEmpty());
-        EXPECT_THAT(LogMessages(), SizeIs(1));                               // of the registration, before it is made
-        EXPECT_THAT(fake_pvr.calls, ElementsAre(this->connect, this->join)); // and nothing is undone
+        EXPECT_THAT(LogMessages(), SizeIs(1));                               // logged before the map changes
+        EXPECT_THAT(fake_pvr.calls, ElementsAre(this->connect, this->join)); // nothing is undone
       });
   EXPECT_EQ(failures, 1);
   EXPECT_THAT(TypeParam::Map(), SizeIs(1));
@@ -441,7 +441,7 @@ TYPED_TEST(Pvr, GivesTheLockBackWhenACallbackThrows) {
   EXPECT_FALSE(AnyLockHeld());
 }
 
-// A callback runs with the lock held, so it may use what the lock guards.
+// A callback runs with the lock held, so it may use the guarded maps.
 TYPED_TEST(Pvr, ACallbackMayChangeTheMap) {
   for (const auto callback : this->callbacks) {
     this->Register(callback);
@@ -475,7 +475,7 @@ TEST(PvrState, TheServiceHearsWhetherAnybodyWasTold) {
 
 // --- The lock --------------------------------------------------------------------------------------------------------
 
-// Another thread registers the callback while an operation is about to take the lock.
+// Another thread registers the callback just before an operation takes the lock.
 TYPED_TEST(Pvr, TheMapsAreLookedAtUnderTheLockOnly) {
   const auto callback = this->callbacks[0];
   const auto register_first = [callback] { TypeParam::Map()[callback] = nullptr; };

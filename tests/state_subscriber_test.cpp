@@ -1,4 +1,4 @@
-// State changes of the viewer: who is told, in which order, under which lock, and what is logged.
+// State changes of the viewer: the callbacks, their order, the lock and the log.
 #include <LumioStateSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ using testing::Pair;
 using testing::SizeIs;
 using testing::StartsWith;
 
-// The application's part of the header.
+// The values that the header leaves to the application.
 enum ELUMIO_STATE : int { kStarting = 0, kRunning = 7, kLowest = INT_MIN, kHighest = INT_MAX };
 
 namespace {
@@ -43,7 +43,7 @@ struct Call {
 };
 
 std::vector<Call> g_calls;
-std::function<void()> g_action; // what Noted<0> does besides
+std::function<void()> g_action; // Noted<0> runs it
 
 template <int Which> void Noted(ELUMIO_STATE state, void *user_data) {
   g_calls.push_back({Noted<Which>, state, user_data, AnyLockHeld()});
@@ -64,7 +64,7 @@ protected:
     EXPECT_THAT(LogLines(), Each(Field(&LogLine::lock_held, true)));
   }
 
-  // Tells a state, with nothing recorded before it.
+  // Clears the records and announces a state.
   void Tell(ELUMIO_STATE state = kRunning) {
     g_calls.clear();
     ClearLog();
@@ -152,7 +152,7 @@ TEST_F(ViewerState, GivesTheLockBackWhenACallbackThrows) {
   EXPECT_FALSE(AnyLockHeld());
 }
 
-// A callback runs with the lock held, so it may use what the lock guards.
+// A callback runs with the lock held, so it may use the guarded maps.
 TEST_F(ViewerState, ACallbackMayChangeTheMaps) {
   std::vector<Callback> sorted = {Noted<0>, Noted<1>, Noted<2>};
   std::sort(sorted.begin(), sorted.end(), std::less<>());
@@ -225,7 +225,7 @@ TEST_F(ViewerState, TheNameIsTheOneAtTheTimeOfTheCall) {
 }
 
 TEST_F(ViewerState, ShortMemoryPassesThroughAndGivesTheLockBack) {
-  CLumioStateSubscriber long_name(std::string(100, 'n')); // the copy needs memory of its own
+  CLumioStateSubscriber long_name(std::string(100, 'n')); // too long to be stored without an allocation
   bool thrown = false;
   std::vector<size_t> half_registered;
   FailEachAllocation(
@@ -241,14 +241,14 @@ TEST_F(ViewerState, ShortMemoryPassesThroughAndGivesTheLockBack) {
       [&](int) {
         EXPECT_TRUE(thrown);
         EXPECT_FALSE(AnyLockHeld());
-        EXPECT_THAT(LogMessages(), ElementsAre(StartsWith("16 m_moduleName is nnn"))); // before anything is inserted
+        EXPECT_THAT(LogMessages(), ElementsAre(StartsWith("16 m_moduleName is nnn"))); // logged before the maps change
         half_registered.push_back(g_callbacks.size());
         EXPECT_THAT(g_requesters, IsEmpty());
         Tell();
         EXPECT_THAT(g_calls, IsEmpty());
         EXPECT_FALSE(long_name.UnregisterLumioStateChangeCb(Noted<1>));
       });
-  EXPECT_THAT(half_registered, ElementsAre(0, 1, 1)); // the entry, the requester's entry, its name
+  EXPECT_THAT(half_registered, ElementsAre(0, 1, 1)); // without memory for the entry, the requester's entry, its name
   EXPECT_FALSE(thrown);
   Tell();
   EXPECT_THAT(g_calls, SizeIs(1));
@@ -298,7 +298,7 @@ TEST_F(ViewerState, UnregisteringFromNothingIsRefused) {
 
 TEST_F(ViewerState, UnregisteringAnUnknownCallbackIsRefused) {
   module.RegisterLumioStateChangeCb(Noted<1>, nullptr);
-  g_requesters[Noted<2>] = "leftover"; // does not make it known
+  g_requesters[Noted<2>] = "leftover"; // a name alone is no registration
   for (const Callback callback : {Callback(Noted<2>), Callback(nullptr)}) {
     ClearLog();
     EXPECT_FALSE(module.UnregisterLumioStateChangeCb(callback));
@@ -318,7 +318,7 @@ TEST_F(ViewerState, UnregisteringACallbackWithoutARequesterFailsButErasesIt) {
 
 // --- The lock --------------------------------------------------------------------------------------------------------
 
-// Another thread registers the callback while an operation is about to take the lock.
+// Another thread registers the callback just before an operation takes the lock.
 TEST_F(ViewerState, TheMapsAreLookedAtUnderTheLockOnly) {
   const auto register_first = [] {
     g_callbacks[Noted<1>] = nullptr;

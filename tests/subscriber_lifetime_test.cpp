@@ -1,4 +1,4 @@
-// The order in which the static parts of the two callback registries come and go: the lock comes last and goes first.
+// Construction and destruction of the two callback registries: the lock is constructed last and destroyed first.
 #include <LumioStateSubscriber.h>
 #include <PvrServiceSubscriber.h>
 
@@ -24,12 +24,12 @@ bool MapsOf(const Kestrel::TCMutex *mutex, size_t size) {
 
 bool IsOfARegistry(const Kestrel::TCMutex *mutex) { return mutex == &viewerMutex || mutex == &pvrMutex; }
 
-int g_destroyed; // locks that went while their maps were there
+int g_destroyed; // locks that were destroyed before their maps
 bool g_tell;
 
 } // namespace
 
-// Stands in for the platform's lock. The maps have to hold entries whenever it lives.
+// Stands in for the platform's lock. While a lock exists, its maps must be able to hold entries.
 namespace Kestrel {
 
 TCMutex::TCMutex() {

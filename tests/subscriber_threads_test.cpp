@@ -1,4 +1,4 @@
-// The two callback registries with the platform's real lock, real recording service and many threads.
+// The two callback registries on many threads, with the platform's real lock and real recording service.
 #include <LumioStateSubscriber.h>
 #include <PvrServiceSubscriber.h>
 
@@ -19,7 +19,7 @@ namespace {
 constexpr int kRounds = 200;
 constexpr ps_result_thirdpart kResult = {};
 
-// No callback is told anything by two threads at once, so what it counts in needs no protection of its own.
+// No callback runs on two threads at once, so its counter needs no protection.
 struct Counts {
   int told[kThreads] = {};
 };
@@ -45,7 +45,7 @@ constexpr CPvrServiceSubscriber::PvrStateCallback kPvrStateCallbacks[kThreads] =
 
 TEST(ViewerThreads, EachHearsAtLeastWhatItAnnounces) {
   Counts counts;
-  ASSERT_FALSE(viewerMutex.IsCreated()); // so the threads race for that too
+  ASSERT_FALSE(viewerMutex.IsCreated()); // the threads race to create it, too
   Race([&counts](int i) {
     CLumioStateSubscriber module("module");
     for (int round = 0; round < kRounds; ++round) {
@@ -68,7 +68,7 @@ TEST(PvrThreads, EachHearsAtLeastWhatItTells) {
     for (int round = 0; round < kRounds; ++round) {
       EXPECT_EQ(module.RegisterPvrCb(kResultCallbacks[i], &results.told[i]), 0);
       EXPECT_EQ(module.RegisterPvrStateCb(kPvrStateCallbacks[i], &states.told[i]), 0);
-      lumio::pvr::EmitResult(kResult); // on the service's own thread, sooner or later
+      lumio::pvr::EmitResult(kResult); // runs on the service's own thread, later
       lumio::pvr::EmitState(PVR_STATE_IDLE);
       CPvrServiceSubscriber::t_PvrResultCB(kResult, &module);
       EXPECT_TRUE(CPvrServiceSubscriber::t_PvrStateCB(PVR_STATE_RECORDING, &module));
@@ -96,7 +96,7 @@ TEST(PvrThreads, TheServicesThreadTellsAllCallbacks) {
   EXPECT_THAT(states.told, Each(1));
 }
 
-// What a television would do, which is to stand still, cannot be tested; the desktop's lock ends the process.
+// A television would wait for ever, which no test can show. The desktop's lock ends the process.
 TEST(ViewerThreads, ACallbackThatUsesTheClassIsFoundOut) {
   CLumioStateSubscriber module("module");
   module.RegisterLumioStateChangeCb(

@@ -17,7 +17,8 @@ namespace {
 std::mutex g_mutex;
 std::vector<LogLine> g_lines;
 
-// The form of every line: file: function(line) > [function:line] message. Function and line must agree with themselves.
+// The form of every line: file: function(line) > [function:line] message. Both places must name the same function and
+// line.
 LogLine Parse(int log_id, int priority, const char *tag, const std::string &text) {
   char file[64], function[128], function_again[128];
   int line = 0, line_again = -1, start = 0;

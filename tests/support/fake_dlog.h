@@ -12,30 +12,30 @@ struct LogLine {
   std::string function;
   int line;
   std::string message;    // without the line end
-  bool lock_held = false; // any lock of fake_kestrel, where a suite has that
+  bool lock_held = false; // whether any lock of fake_kestrel was held, if the suite links it
 };
 
-// All lines so far; those that do not have the form of a library line stand with everything in `message`. Thread-safe.
+// Returns all lines so far. A line without the form of a library line is stored as a whole in `message`. Thread-safe.
 std::vector<LogLine> LogLines();
 
-// The messages so far, in order, as "PRIORITY MESSAGE", for example "16 Invalid argument".
+// Returns the messages so far, in order, as "PRIORITY MESSAGE", for example "16 Invalid argument".
 std::vector<std::string> LogMessages();
 
-// The same with " locked" behind those that were logged while a lock was held.
+// Returns the same messages, with " locked" behind those that were logged while a lock was held.
 std::vector<std::string> LogMessagesWithLock();
 
-// The functions in whose names they were logged.
+// Returns the function names of the lines, in order.
 std::vector<std::string> LogFunctions();
 
-// How often "PRIORITY MESSAGE" was logged.
+// Returns how often "PRIORITY MESSAGE" was logged.
 int LogCount(const std::string &message);
 
 void ClearLog();
 
-// How %p shows an address.
+// Returns the text of an address as %p prints it.
 std::string Shown(const void *address);
 
-// How %p shows the address of a function.
+// Returns the text of the address of a function as %p prints it.
 template <class Result, class... Arguments> std::string Shown(Result (*function)(Arguments...)) {
   return Shown(reinterpret_cast<const void *>(function));
 }

@@ -6,7 +6,7 @@ FakeEcore fake_ecore;
 
 namespace {
 
-// What the program would call if this file were not in it.
+// Returns the function that the program would call without this file.
 template <class Function> Function *Real(Function *, const char *name) {
   return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }

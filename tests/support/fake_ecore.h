@@ -14,7 +14,7 @@ struct FakeEcore {
     Ecore_Event_Handler_Cb callback;
     const void *data;
   };
-  std::vector<Handler> handlers; // all that were added, also those that are deleted by now
+  std::vector<Handler> handlers; // every handler that was ever added
   bool absent = false;           // refuses everything, as before ecore_init()
   int refuse_nth = 0;            // refuses the nth request from now on, counted from 1, as if memory were short
 };

@@ -19,10 +19,10 @@ thread_local ReleaseWatch *g_watches;
 
 bool Fails() { return !Uncounted::Active() && ++g_made == g_fail_nth; }
 
-// The next definition of a function: the C library's, or the sanitizer's.
+// Returns the next definition of a function: the C library's, or the sanitizer's.
 template <class Function> Function Next(const char *name) { return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name)); }
 
-// dlsym may allocate while it is looking up the first allocator. That early memory is never given back.
+// Serves dlsym, which may allocate while it looks up the first allocator. This early memory is never released.
 alignas(std::max_align_t) char g_early[4096];
 size_t g_early_used;
 bool g_looking_up;
@@ -43,8 +43,8 @@ struct Allocator {
 };
 Allocator g_real;
 
-// Filled by the first allocation of the process, before it has threads and before a sanitizer's runtime is up, which
-// therefore must not be asked to guard a static variable.
+// The first allocation of the process fills it, before there are threads and before a sanitizer's runtime is ready.
+// That is why no static variable of a function, which the runtime would guard, holds it.
 const Allocator &Real() {
   if (!g_real.release) {
     g_looking_up = true;
@@ -62,8 +62,8 @@ void *OutOfMemory() {
   return nullptr;
 }
 
-// Makes every link of an Eina list an allocation of its own, released at once. Only the lists: Ecore leaks from such a
-// pool.
+// Makes every link of an Eina list an allocation of its own, which is released at once. Lists only: Ecore leaks from
+// such a pool.
 const bool g_single_links = [] {
   setenv("EINA_MEMPOOL", "pass_through", 1);
   setenv("EINA_FREEQ_BYPASS", "1", 1);
@@ -112,7 +112,7 @@ void *calloc(size_t count, size_t size) {
 
 void *realloc(void *memory, size_t size) { return Fails() ? OutOfMemory() : Real().reallocate(memory, size); }
 
-char *strdup(const char *text) { // a sanitizer's own would not come here
+char *strdup(const char *text) { // a sanitizer's own does not call this file's malloc
   auto *copy = static_cast<char *>(malloc(strlen(text) + 1));
   return copy ? strcpy(copy, text) : nullptr;
 }

@@ -1,18 +1,18 @@
-// Memory that runs short on request. Links of Eina lists are then allocated and released one by one.
+// Makes allocations fail on request. Each link of an Eina list is then an allocation of its own.
 #pragma once
 
-// Makes the nth allocation from now on, counted from 1, fail on this thread, whoever makes it: malloc, calloc, realloc,
-// strdup and new alike, except for what the fakes allocate for their records. Later ones succeed again. 0 disarms.
+// Makes the nth allocation of this thread from now on fail, counted from 1. It counts malloc, calloc, realloc, strdup
+// and new, whoever calls them, except for the fakes' own records. Later allocations succeed again. 0 disarms it.
 void FailAllocation(int nth);
 
-// Allocations of this thread since the last FailAllocation().
+// Returns how many allocations this thread has made since the last FailAllocation().
 int AllocationsMade();
 
-// Counts what this thread releases with free or delete while the watch exists, except for what the fakes release.
-// Read the count before anything else can reuse the block.
+// Counts what this thread releases with free or delete while the watch exists, except for the fakes' own records. Read
+// the count before anything else can reuse the block.
 class ReleaseWatch {
 public:
-  // Watches one block; with null, all of them.
+  // Watches one block, or all blocks if `memory` is null.
   explicit ReleaseWatch(const void *memory = nullptr);
   ~ReleaseWatch();
   ReleaseWatch(const ReleaseWatch &) = delete;
@@ -28,8 +28,8 @@ private:
   int count_ = 0;
 };
 
-// Runs `call` with its first, second, ... allocation failing until a run makes no allocation that could fail any more,
-// and hands each run that had a failure to `check`, with the number of the allocation that failed.
+// Runs `call` again and again: with its first allocation failing, then its second, until a run has no such allocation.
+// After each run with a failure, calls `check` with the number of the failed allocation.
 template <class Call, class Check> void FailEachAllocation(Call call, Check check) {
   for (int nth = 1;; ++nth) {
     FailAllocation(nth);

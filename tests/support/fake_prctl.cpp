@@ -24,7 +24,7 @@ extern "C" int prctl(int option, ...) {
   if (option == kTraceMark) {
     const Uncounted uncounted;
     Note("mark ", std::string(reinterpret_cast<const char *>(arguments[0]), arguments[1]));
-    return -1; // as on a kernel that does not know the option
+    return -1; // like a kernel that does not know the option
   }
   return static_cast<int>(syscall(SYS_prctl, option, arguments[0], arguments[1], arguments[2], arguments[3]));
 }

@@ -1,4 +1,4 @@
-// The recording service, recorded. Its answers can be chosen; the registered callbacks are called by the test.
+// The recording service. It records its calls; a test chooses its answers and calls the registered callbacks.
 #pragma once
 
 #include <pvr-service.h>
@@ -15,7 +15,7 @@ struct FakePvr {
   int register_answer = 0;
   int unregister_answer = 0;
 
-  // What was registered last; an unregistration leaves it.
+  // The callbacks that were registered last. An unregistration leaves them.
   svc_pvr_result_cb result_cb = nullptr;
   svc_pvr_state_cb state_cb = nullptr;
   void *user_data = nullptr;

@@ -13,7 +13,7 @@ extern "C" int vconf_get_int(const char *key, int *value) {
   if (found == fake_vconf.values.end()) {
     return -1;
   }
-  *value = found->second; // also by a read that fails: what it leaves behind means nothing
+  *value = found->second; // even if the read fails: the value then means nothing
   return fake_vconf.get_fails ? -1 : 0;
 }
 

@@ -1,4 +1,4 @@
-// A store in memory whose calls are recorded and can be made to fail.
+// A store in memory. It records its calls; a test can make them fail.
 #pragma once
 
 #include <map>

@@ -8,7 +8,7 @@ FakeX fake_x;
 
 namespace {
 
-// What one XIQueryDevice answers, with everything that it points to.
+// The answer to one XIQueryDevice, with everything that it points to.
 struct DeviceList {
   std::vector<XIDeviceInfo> infos;
   std::list<XIKeyClassInfo> key_classes;
@@ -98,7 +98,7 @@ XIDeviceInfo *XIQueryDevice(Display *, int device_id, int *count) {
     }
   }
   *count = static_cast<int>(list->infos.size());
-  list->infos.push_back({}); // Xlib ends its lists so
+  list->infos.push_back({}); // Xlib ends its lists like this
   ++fake_x.device_lists;
   return g_lists.emplace_back(std::move(list))->infos.data();
 }

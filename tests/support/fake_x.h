@@ -1,4 +1,4 @@
-// An X server with scripted input devices, and none at all unless a test sets `display`.
+// An X server whose input devices a test chooses. There is no server unless a test sets `display`.
 //
 // The journal notes the requests: "XQueryExtension NAME", "XIQueryVersion MAJOR.MINOR", "XIQueryDevice ID",
 // "XISelectEvents window WINDOW device ID mask BYTES", "atom NAME", "focus", "property ATOM of WINDOW: VALUES".
@@ -18,7 +18,7 @@ struct FakeDevice {
   int id;
   std::string name;
   int use;
-  std::vector<int> key_sources = {}; // the sources of its key classes; a class of another type follows them
+  std::vector<int> key_sources = {}; // the sources of its key classes, which precede a class of another type
   bool enabled = true;
 };
 
@@ -31,7 +31,7 @@ struct FakeX {
   int opcode = 131;
   Status version_result = Success;
   bool query_fails = false;
-  std::function<void()> during_query; // happens within every XIQueryDevice
+  std::function<void()> during_query; // runs inside every XIQueryDevice
   std::vector<FakeDevice> devices;    // in the server's order
   Ecore_X_Window focus = 0;
   int device_lists = 0; // handed out by XIQueryDevice and not yet freed
@@ -39,5 +39,5 @@ struct FakeX {
 
 extern FakeX fake_x;
 
-// A display whose default screen has the root window FakeX::kRoot.
+// Returns a display whose default screen has the root window FakeX::kRoot.
 Display *FakeDisplay();

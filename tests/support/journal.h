@@ -1,4 +1,4 @@
-// What the library asked of the platform and of its handlers, in order. Fakes and probes write it.
+// The library's calls to the platform and to its handlers, in order. Fakes and probes write it.
 #pragma once
 
 #include <string>

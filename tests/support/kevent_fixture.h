@@ -1,4 +1,4 @@
-// Real key events through the real main loop, to handlers that record what they are asked.
+// Sends real key events through the real main loop, to handlers that record their calls.
 #pragma once
 
 #include <Ecore.h>
@@ -18,14 +18,14 @@
 #include "fake_x.h"
 #include "loop.h"
 
-// A handler whose answer a test chooses. It notes its name in the journal whenever it is asked.
+// A handler whose result the test chooses. Each call notes its name in the journal.
 struct Probe {
   std::string name;
   int result = 1;               // 0 consumes the key
-  std::function<void()> action; // done inside the callback
+  std::function<void()> action; // runs inside the callback
   lumio_kevent_handler *handle = nullptr;
 
-  // What it was asked with last.
+  // The arguments of the last call.
   lumio_kevent *kevent = nullptr;
   lumio_kevent_type type = -1;
   void *event_info = nullptr;
@@ -33,17 +33,17 @@ struct Probe {
 
 class KeventTest : public testing::Test {
 protected:
-  static constexpr double kStart = 1000.0;   // what the Ecore clock shows, in seconds, until a test sets it
+  static constexpr double kStart = 1000.0;   // the Ecore clock in seconds, until a test sets it
   static constexpr unsigned kPowerOn = 5000; // the X server's clock at the first key, in milliseconds
 
   void SetUp() override;
   void TearDown() override;
 
-  // Opens a domain. After the first, what comes later to the keys in Ecore counts them in `passed_on`, and the journal
-  // and the log are empty.
+  // Opens a domain. The first call also adds Ecore handlers behind the library's own, which count in `passed_on` the
+  // keys that reach them, and clears the journal and the log.
   lumio_kevent *Open(const char *name = "domain");
 
-  // Adds a handler, to be asked as long as the test lasts.
+  // Adds a handler that lasts as long as the test.
   Probe &Add(lumio_kevent *kevent, const char *name, int priority = 3, lumio_kevent_type type = LUMIO_KEVENT_PRESS);
 
   // Queues a key event.
@@ -52,23 +52,23 @@ protected:
   static void Press(const char *keyname = "Return", unsigned milliseconds = kPowerOn);
   static void Release(const char *keyname = "Return", unsigned milliseconds = kPowerOn);
 
-  // A press that is handled, and one that is dropped for its age, 10 s later.
+  // Sends a press that is handled, and 10 s later one that is dropped for its age.
   static void IgnoreAPress();
 
   // Calls the library as Ecore does for events of `installed_for`.
   static Eina_Bool CallBack(int installed_for, int type, void *event);
 
-  // Sends an event of the X input extension, made by XSendEvent or by the server.
+  // Sends an event of the X input extension.
   static Eina_Bool SendGeneric(int extension, int evtype, void *data);
 
-  // Keeps these parts of EFL from complaining.
+  // Silences the complaints of these parts of EFL.
   static void HushEfl(const std::vector<const char *> &domains);
 
-  // What has come since the last call.
+  // Return what has come since the last call.
   static std::vector<std::string> TakeJournal();
   static std::vector<std::string> TakeLog();
 
-  // A place that crashes whoever reads or writes it.
+  // Returns an address that nobody can read or write without a crash.
   template <class T> static T *Forbidden() { return static_cast<T *>(ForbiddenPage()); }
 
   int passed_on = 0;

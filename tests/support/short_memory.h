@@ -1,4 +1,4 @@
-// Operations that throw when memory is short.
+// Tests operations that throw when there is no memory.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -8,8 +8,8 @@
 #include "fake_kestrel.h"
 #include "fake_memory.h"
 
-// Runs `call` with its first, second, ... allocation failing until it succeeds. Each failure must throw std::bad_alloc
-// with the lock released, and is then handed to `check`.
+// Runs `call` with its first allocation failing, then its second, until it succeeds. Each failure must throw
+// std::bad_alloc and release the lock; `check` runs after it.
 template <class Call, class Check> void ThrowAtEachAllocation(Call call, Check check) {
   bool thrown = false;
   int failures = 0;

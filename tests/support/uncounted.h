@@ -1,7 +1,7 @@
-// Tells the memory that the fakes use for their own records from the memory of what is tested.
+// Separates the memory of the fakes' own records from the memory of the tested code.
 #pragma once
 
-// While one exists, the allocations of its thread neither count nor fail (see fake_memory.h).
+// While an object exists, the allocations of its thread neither count nor fail (see fake_memory.h).
 class Uncounted {
 public:
   Uncounted() { ++g_depth; }
