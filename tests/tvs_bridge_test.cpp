@@ -1,5 +1,5 @@
-// The way of notifications from the TV service's threads to the modules on the main loop, shown with signals. What the
-// other kinds do differently stands in their own suites.
+// The bridge from the TV service's threads to the modules on the main loop, tested with signals. The suites of the
+// other kinds test what they do differently.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -39,13 +39,13 @@ struct Call {
   std::thread::id thread;
 };
 
-// What the callbacks were told.
+// The calls of the callbacks so far.
 std::vector<Call> g_calls;
-// What they do then.
+// Runs inside each callback.
 std::function<void()> g_during;
 
 void During() {
-  if (const std::function<void()> during = g_during) { // a copy, since it may replace itself
+  if (const std::function<void()> during = g_during) { // a copy, because it may replace itself
     during();
   }
 }
@@ -69,7 +69,7 @@ int Notify(int value, ESignalType type = kType, EProfile profile = PROFILE_MAIN,
   return Module::t_SignalCallback(type, profile, screen, {value, 0}, nullptr);
 }
 
-// Notifies on a thread of the service, which ends before this returns.
+// Notifies on a thread of the service, and waits for the thread to end.
 void NotifyFromAThread(int value) {
   std::thread([value] { Notify(value); }).join();
 }
@@ -89,7 +89,7 @@ protected:
     Module::ReleaseAll();
   }
 
-  // A module with a three-argument callback whose user data tells which module it is.
+  // A module with a three-argument callback. Its user data identifies it.
   static Module Subscribed(const char *name, void *user_data = nullptr) {
     Module module(name);
     module.SetSignalCallback(OnSignal);
@@ -109,7 +109,7 @@ protected:
   int a_ = 0, b_ = 0; // user data
 };
 
-// The library's registrations among those of Ecore's own.
+// The library's handlers, without those that Ecore itself adds.
 std::vector<EcoreHandler> OwnHandlers() {
   std::vector<EcoreHandler> own;
   for (const EcoreHandler &handler : EcoreHandlers()) {
@@ -240,7 +240,7 @@ TEST_F(TvsBridge, WakesTheLoopOnceForAllThatIsQueued) {
 
   ClearEcorePosts();
   NotifyFromAThread(1001);
-  EXPECT_EQ(WakeUps(), 1) << "one more, for what came afterwards";
+  EXPECT_EQ(WakeUps(), 1) << "one more, for the notification that came afterwards";
   HandleAll();
   expected.push_back(1001);
   EXPECT_EQ(ValuesTold(), expected);
@@ -260,12 +260,12 @@ TEST_F(TvsBridge, PostsOnTheMainLoopThreadAfterWhatIsQueued) {
   Notify(3);
   EXPECT_THAT(EcorePosts(), SizeIs(3));
   NotifyFromAThread(4);
-  EXPECT_EQ(WakeUps(), 1) << "the one that is pending serves what came after it";
+  EXPECT_EQ(WakeUps(), 1) << "the pending wake-up serves later notifications too";
   HandleAll();
   EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3, 4));
 }
 
-// The service's thread does not wait for the main loop, and what it tells then gets a wake-up of its own.
+// The service's thread does not wait for the main loop, and its notifications get a wake-up of their own.
 TEST_F(TvsBridge, TakesNotificationsFromAThreadWhileTheQueueIsEmptied) {
   Module module = Subscribed("mod");
   NotifyFromAThread(1);
@@ -286,7 +286,7 @@ TEST_F(TvsBridge, TakesNotificationsFromAThreadWhileTheMainLoopThreadEmptiesTheQ
   Notify(2);
   TurnLoopUntil([] { return g_calls.size() == 3; });
   EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3));
-  EXPECT_EQ(WakeUps(), 1) << "the one that is pending serves what came after it";
+  EXPECT_EQ(WakeUps(), 1) << "the pending wake-up serves later notifications too";
 }
 
 TEST_F(TvsBridge, KeepsTheOrderOfArrivalAcrossKinds) {
@@ -320,7 +320,7 @@ TEST_F(TvsBridge, TakesNotificationsFromInsideACallback) {
   EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3));
 }
 
-// What is queued when the loop ends is released by it. Leaks and crashes would show when this process ends.
+// The loop releases what is still queued when it ends. Leaks and crashes would show at the end of this process.
 TEST_F(TvsBridge, MayEndWithNotificationsQueued) {
   Module module = Subscribed("mod");
   NotifyFromAThread(1);
@@ -399,7 +399,7 @@ TEST_F(TvsBridge, TellsOnlySubscribersOfTheKey) {
   Notify(4, static_cast<ESignalType>(kType + 1));
   HandleAll();
   EXPECT_THAT(g_calls, IsEmpty());
-  EXPECT_THAT(EcorePosts(), SizeIs(Ge(4U))) << "posted, and dispatched to nobody";
+  EXPECT_THAT(EcorePosts(), SizeIs(Ge(4U))) << "posted, but delivered to nobody";
 }
 
 TEST_F(TvsBridge, TellsEachKeysSubscribersTheirOwnUserData) {
@@ -473,13 +473,13 @@ TEST_F(TvsBridge, HandlerReturns0) {
   Notify(1);
   TSignalEvent event = {kType, {2, 0}, PROFILE_MAIN, 0, nullptr};
   EXPECT_EQ(Module::m_DeferredEventHandler(nullptr, Module::m_eventType[0], &event), 0);
-  EXPECT_THAT(ValuesTold(), ElementsAre(2)) << "a record of any origin is told, and not released";
+  EXPECT_THAT(ValuesTold(), ElementsAre(2)) << "the handler delivers any record, and does not free it";
 }
 
 TEST_F(TvsBridge, HandlerIgnoresOtherTypes) {
   Module module = Subscribed("mod");
   TSignalEvent event = {kType, {2, 0}, PROFILE_MAIN, 0, nullptr};
-  const int unused = 0; // all types, before the first notification
+  const int unused = 0; // every type before the first notification
   EXPECT_EQ(Module::m_DeferredEventHandler(nullptr, unused, &event), 0);
   Notify(1);
   for (const int type : {Module::m_eventType[1], Module::m_eventType[2], Module::m_eventType[0] + 1000, -1}) {
@@ -498,7 +498,7 @@ TEST_F(TvsBridge, ModuleSubscribesInACallback) {
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&a_)) << "the other one came too late for this notification";
+  EXPECT_THAT(Told(), ElementsAre(&a_)) << "the other module subscribed too late for this notification";
   Notify(2);
   HandleAll();
   EXPECT_THAT(Told(), ElementsAre(&a_, &a_, &b_));
@@ -526,7 +526,7 @@ TEST_F(TvsBridge, ModuleUnsubscribesInACallback) {
   };
   Notify(1);
   HandleAll();
-  EXPECT_THAT(Told(), ElementsAre(&a_, &b_)) << "subscribed when the notification came";
+  EXPECT_THAT(Told(), ElementsAre(&a_, &b_)) << "both were subscribed when the delivery began";
   Notify(2);
   HandleAll();
   EXPECT_THAT(g_calls, SizeIs(2));
@@ -599,7 +599,7 @@ TEST_F(TvsBridge, ModuleRunsALoopInACallbackInWhichAllIsReleased) {
     ecore_main_loop_begin();
   };
   Notify(1);
-  TurnLoopUntil([] { return !g_calls.empty(); }); // with no other event queued: Ecore complains about those
+  TurnLoopUntil([] { return !g_calls.empty(); }); // no other event may be queued: Ecore complains about it
   HandleAll();
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
@@ -635,7 +635,7 @@ TEST_P(TvsBridgeRelease, BeforeTheLockIsTakenThatSomebodyElseMadeAnew) {
 
 INSTANTIATE_TEST_SUITE_P(Locks, TvsBridgeRelease, testing::Values(1, 2));
 
-// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+// ReleaseAll unlocks before it closes the lock. A module that subscribes in between still receives its notifications.
 TEST_F(TvsBridge, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] {
@@ -712,7 +712,7 @@ TEST_F(TvsBridge, DropsASignalOnAThreadWhenMemoryIsShort) {
   Module module = Subscribed("mod");
   ClearLog();
   std::vector<int> answers;
-  // The record, and Ecore's wake-up, which does not tell that it failed.
+  // The record, and Ecore's wake-up, which does not report its failure.
   std::thread([&] {
     FailFirstAllocations(2, [&] { answers.push_back(Notify(static_cast<int>(answers.size()))); });
   }).join();
@@ -732,7 +732,7 @@ TEST_F(TvsBridge, DropsASignalOnTheMainLoopThreadWhenMemoryIsShort) {
     accepted += static_cast<size_t>(answer);
   };
   FailEachAllocation(notify, [&](int) { ++failures; });
-  EXPECT_EQ(answer, 1) << "enough memory in the end";
+  EXPECT_EQ(answer, 1) << "the last run had enough memory";
   EXPECT_GE(failures, 3) << "the record, Ecore's event type and its handler";
   EXPECT_EQ(LogCount("16 No subscriptions !") + static_cast<int>(accepted), failures + 1);
   EXPECT_GE(LogCount("16 No subscriptions !"), 3);

@@ -161,7 +161,7 @@ TEST_F(TvsDsm, AttachmentIsRefusedWithoutACopy) {
   Module("other").m_GetCopiedSubscriptionInstance("dsm");
   (*Module::m_pSubscriberInstances)["mod_dsm"] = nullptr;
   EXPECT_FALSE(Attach(module));
-  EXPECT_THAT(ServiceCalls(), SizeIs(2)) << "after the service agreed";
+  EXPECT_THAT(ServiceCalls(), SizeIs(2)) << "the service agreed before that";
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre("16 failed to get dsm subscriber ! locked"));
   EXPECT_THAT(*Module::m_pDsmSubscriptions, IsEmpty());
 }
@@ -186,7 +186,7 @@ TEST_F(TvsDsm, AfterAReleaseEverythingIsMadeAnewForANewObject) {
 
 TEST_F(TvsDsm, AttachingLeavesNoSessionBehindWhenMemoryIsShort) {
   const auto attach = [this] {
-    Module module(kLongName); // a new one for each attempt, which may use it up
+    Module module(kLongName); // a new object for each attempt, since an object attaches once
     Attach(module, OnDsm<'a'>, "a target that needs memory of its own");
   };
   int ended = 0;
@@ -223,13 +223,13 @@ TEST_F(TvsDsm, DetachingIsTheServicesAnswer) {
   Attach(module);
   fake_tv_service.answers["dsm.Detach"] = 0;
   EXPECT_FALSE(module.DetachDsm(100));
-  EXPECT_THAT(*Module::m_pDsmSubscriptions, IsEmpty()) << "forgotten all the same";
+  EXPECT_THAT(*Module::m_pDsmSubscriptions, IsEmpty()) << "forgotten although the service refused";
   fake_tv_service.answers["dsm.Detach"] = -1;
   EXPECT_FALSE(module.DetachDsm(0xffffffff));
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre("16 failed to detach dsm for sessionHandle(100) ! locked",
                                                  "16 failed to detach dsm for sessionHandle(-1) ! locked"));
   fake_tv_service.answers["dsm.Detach"] = 2;
-  EXPECT_TRUE(module.DetachDsm(100)) << "also of an unknown session";
+  EXPECT_TRUE(module.DetachDsm(100)) << "even for an unknown session";
 }
 
 TEST_F(TvsDsm, SessionIsForgottenBeforeTheServiceIsAsked) {
@@ -363,7 +363,7 @@ TEST_F(TvsDsm, FindsASessionWhoseHandleIsNegativeAsANumber) {
   EXPECT_EQ(Told(), "a");
 }
 
-// A message during the attachment waits for the lock, and then finds the new session.
+// A message that arrives during the attachment waits for the lock and then finds the new session.
 TEST_F(TvsDsm, MessageWaitsForTheAttachmentThatIsUnderWay) {
   Module other("other"), module("mod");
   Attach(other);

@@ -1,4 +1,4 @@
-// The library on the desktop's TV service and its lock: refusals, late answers, and notifications that arrive in the
+// The library with the desktop's TV service and lock: refusals, late answers, and notifications that arrive in the
 // middle of a call.
 #include <TVServiceSubscriber.h>
 #include <lumio-host/tv-control.h>
@@ -71,7 +71,7 @@ class TvsHost : public testing::Test {
 protected:
   ~TvsHost() override {
     Module::ReleaseAll();
-    lumio::tv::Shutdown(); // ahead of the main loop's end
+    lumio::tv::Shutdown(); // before the main loop ends
   }
 
   bool Attach(const char *name) {
@@ -135,7 +135,7 @@ TEST_F(TvsHost, PassesOverASectionThatCameBeforeTheServiceAnswered) {
   EXPECT_THAT(Everything(), ElementsAre("section 2 of 7"));
 }
 
-// The message waits for the lock, and finds the session then.
+// The message waits for the lock and then finds the session.
 TEST_F(TvsHost, TellsAMessageThatCameBeforeTheServiceAnswered) {
   DuringNext(Operation::AttachDsm, [] { EmitMessage(5); });
   EXPECT_TRUE(Attach("mod"));
@@ -163,7 +163,7 @@ TEST_F(TvsHost, BearsRefusals) {
   EXPECT_TRUE(Attach("mod"));
   EXPECT_TRUE(module_.SubscribePES(OnData<TSPESData>, nullptr)) << "without asking the service";
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(3));
-  EXPECT_FALSE(module_.UnsubscribePES()) << "there is none at the service";
+  EXPECT_FALSE(module_.UnsubscribePES()) << "the service has no such subscription";
   EXPECT_TRUE(module_.SubscribePES(OnData<TSPESData>, nullptr));
   EXPECT_THAT(lumio::tv::Subscriptions(), SizeIs(4));
 }
@@ -177,7 +177,7 @@ TEST_F(TvsHost, TellsSectionsWhileTheServiceTakesItsTimeToAnswer) {
   DuringNext(Operation::SubscribeSectionByFilter, [] {
     lumio::tv::EmitSection(kPid, {2});
     lumio::tv::Flush();
-    EXPECT_THAT(g_told.All(), ElementsAre("section 2 of 7")) << "told while the answer is due";
+    EXPECT_THAT(g_told.All(), ElementsAre("section 2 of 7")) << "delivered before the service has answered";
   });
   EXPECT_TRUE(module_.SubscribeSectionByFilter(8, Filter(), other));
 }

@@ -1,4 +1,4 @@
-// Subscriptions to programmes: one handle each, whatever the form of the subscription.
+// Programme subscriptions: each has a handle, whichever operation made it.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -46,7 +46,7 @@ template <char kModule> void OnProgram(EProgramChangeType change, TCProgramData 
   }
 }
 
-// The modules that were told, in order.
+// The modules that were called, in order.
 std::string Told() {
   std::string told;
   for (const Call &call : g_calls) {
@@ -57,7 +57,7 @@ std::string Told() {
 
 void Notify(int handle) { Module::t_ProgramCallback(PROGRAM_CHANGE_PRESENT, nullptr, 0, handle); }
 
-// The three forms of a subscription, each with the call of the service that it makes.
+// The three operations that subscribe, each with the call that it makes to the service.
 struct Form {
   const char *name;
   bool (*subscribe)(Module &module, int &handle);
@@ -108,7 +108,7 @@ protected:
     return module;
   }
 
-  // The handles and the modules' names of all subscriptions.
+  // The handle and the module's name of each subscription.
   static std::vector<std::pair<int, std::string>> Subscriptions() {
     std::vector<std::pair<int, std::string>> subscriptions;
     for (const auto &[handle, copy] : *Module::m_pProgramSubscriptions) {
@@ -474,7 +474,7 @@ TEST_F(TvsProgram, LetsANotificationThroughWhileTheServiceIsAsked) {
   fake_tv_service.during["program.SubscribeProgram"] = [] { std::thread([] { Notify(100); }).join(); };
   SubscribeItem(module, handle_);
   HandleAll();
-  EXPECT_EQ(Told(), "a") << "it is handled after the subscription";
+  EXPECT_EQ(Told(), "a") << "delivered after the subscription was complete";
 }
 
 TEST_F(TvsProgram, IsSilentAfterARelease) {
@@ -513,7 +513,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTake
   EXPECT_EQ(Told(), "");
 }
 
-// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+// ReleaseAll unlocks before it closes the lock. A module that subscribes in between still receives its notifications.
 TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] {

@@ -1,4 +1,4 @@
-// The copies that the TV-service subscriptions work with, and the end of them all.
+// The copies of the modules' objects, and ReleaseAll.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ void OnProgram(EProgramChangeType, TCProgramData *, int, int) {}
 
 const TSignalInfo kKey = {SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0};
 
-// An object with something in every field.
+// An object with a value in every field.
 Module FilledModule() {
   static int user_data;
   Module module("mod");
@@ -141,7 +141,7 @@ TEST_F(TvsCopies, AreMadeFieldByField) {
   ExpectEqual(*copy, module);
 
   copy->m_signalUserData.clear();
-  EXPECT_THAT(module.m_signalUserData, SizeIs(1)) << "the map is the copy's own";
+  EXPECT_THAT(module.m_signalUserData, SizeIs(1)) << "the copy has a map of its own";
 }
 
 TEST_F(TvsCopies, AreFiledUnderNameAndStream) {
@@ -170,7 +170,7 @@ TEST_F(TvsCopies, AreSharedByObjectsOfOneName) {
   Module second = FilledModule();
   Module *copy = first.m_GetCopiedSubscriptionInstance("signal");
   EXPECT_EQ(second.m_GetCopiedSubscriptionInstance("signal"), copy);
-  EXPECT_EQ(copy->m_signalCallback, nullptr) << "the second object's callbacks never get there";
+  EXPECT_EQ(copy->m_signalCallback, nullptr) << "the second object's callbacks never reach the copy";
 }
 
 TEST_F(TvsCopies, AreFoundAndMadeWithoutTakingTheLock) {
@@ -196,7 +196,7 @@ TEST_F(TvsCopies, AreMadeWholeOrNotAtAllWhenMemoryIsShort) {
 
 // --- ReleaseAll ---
 
-// Subscribes a module to everything, with two keys or handles where there can be more than one.
+// Subscribes a module to every kind, with two keys or handles where possible.
 class TvsRelease : public testing::Test {
 protected:
   void SubscribeSignals() {
@@ -284,7 +284,7 @@ TEST_F(TvsRelease, LeavesNoContainerAndNoCopy) {
   EXPECT_EQ(Module::m_GetSubscriber("mod", "signal"), nullptr);
 }
 
-// What is notified while the service's object goes finds nothing, and the copies go last of all.
+// A notification that arrives while the service destroys its object finds no container. The copies are deleted last.
 TEST_F(TvsRelease, LetsGoOfEachContainerAheadOfTheServicesObject) {
   SubscribeEverything();
   int asked = 0;
@@ -422,11 +422,11 @@ TEST_F(TvsRelease, IsFollowedByANewLockOnDemand) {
   EXPECT_THAT(LockCalls(), ElementsAre("Create", "Lock", "Unlock"));
 }
 
-// Each kind alone: only what exists is destroyed, and what is made anew afterwards.
+// Each kind alone: ReleaseAll destroys only what exists, and the next use creates only what the pointers call for.
 struct Kind {
   const char *name;
   void (*subscribe)(Module &module);
-  std::vector<std::string> released; // last call of ReleaseAll
+  std::vector<std::string> released; // calls that ReleaseAll makes
   std::vector<std::string> set_up_again;
 };
 

@@ -1,4 +1,4 @@
-// Subscriptions to sections: a key for each module and stream, delivery on the TV service's thread.
+// Section subscriptions: one key per module and stream, delivery on the TV service's thread.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -57,7 +57,7 @@ std::string Told() {
 
 void Notify(int key) { Module::t_SectionCallback(true, 0, nullptr, key); }
 
-// The two forms of a subscription.
+// The two operations that subscribe.
 bool ByCriteria(Module &module, int stream, int &handle) {
   TCSectionCriteriaHelper criteria;
   criteria.pid = 0x1fff;
@@ -211,7 +211,7 @@ TEST_P(TvsSectionForm, KeepsTheHandleOfFiltersOnly) {
   EXPECT_EQ(CopyOf("mod")->m_sectionHandle, GetParam().keeps_handle ? 100 : 0);
   Subscribe(module, 2);
   EXPECT_EQ(CopyOf("mod")->m_sectionHandle, GetParam().keeps_handle ? 101 : 0);
-  EXPECT_EQ(module.m_sectionHandle, 0) << "the module's own object is left alone";
+  EXPECT_EQ(module.m_sectionHandle, 0) << "the module's own object does not change";
 }
 
 TEST_P(TvsSectionForm, AbortsWithoutTheModulesOwnCallback) {
@@ -360,8 +360,8 @@ TEST_F(TvsSection, UnsubscribingIsTheServicesAnswer) {
   ByFilter(module, 1, handle_);
   fake_tv_service.answers["section.Unsubscribe"] = 0;
   EXPECT_FALSE(module.UnsubscribeSection(100));
-  EXPECT_THAT(*Module::m_pSectionSubscriptions, IsEmpty()) << "forgotten all the same";
-  EXPECT_THAT(LogMessages(), SizeIs(1)) << "and announced as a success";
+  EXPECT_THAT(*Module::m_pSectionSubscriptions, IsEmpty()) << "forgotten although the service refused";
+  EXPECT_THAT(LogMessages(), SizeIs(1)) << "the log reports a success";
   fake_tv_service.answers["section.Unsubscribe"] = -1;
   EXPECT_FALSE(module.UnsubscribeSection(100));
   fake_tv_service.answers["section.Unsubscribe"] = 2;
@@ -456,7 +456,7 @@ TEST_F(TvsSection, DropsANotificationOfAnUnknownKeySilently) {
   const int key = CopyOf("mod")->m_GetKey(1);
   ClearLockCalls();
   Notify(key + 1);
-  Notify(key ^ INT32_MIN); // differs above the stream only
+  Notify(key ^ INT32_MIN); // differs only in the bits above the stream
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock", "Lock", "Unlock"));
@@ -519,7 +519,7 @@ TEST_F(TvsSection, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   g_during = [&] {
     g_during = Module::ReleaseAll;
     EXPECT_TRUE(ByFilter(module, 2, handle_));
-    EXPECT_TRUE(module.UnsubscribeSection(handle_)); // forgets the lower key
+    EXPECT_TRUE(module.UnsubscribeSection(handle_)); // removes the entry with the lower key
   };
   Notify(key);
   EXPECT_THAT(*Module::m_pSectionSubscriptions, ElementsAre(Pair(CopyOf("mod")->m_GetKey(2), CopyOf("mod"))));

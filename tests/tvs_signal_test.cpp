@@ -1,4 +1,4 @@
-// Subscriptions to signals: counted per key, one at the TV service for all modules.
+// Signal subscriptions: counted per key, with one subscription at the TV service for all modules.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -31,7 +31,7 @@ constexpr char kNoCopy[] = R"(0 && "pSubscriber is NULL !!")";
 
 // --- Keys ---
 
-using KeyFields = std::tuple<int, int, int>; // screen, profile, type: in the order of their weight
+using KeyFields = std::tuple<int, int, int>; // screen, profile, type: the first counts most
 
 TSignalInfo Key(const KeyFields &fields) {
   const auto [screen, profile, type] = fields;
@@ -61,7 +61,7 @@ protected:
     Module::ReleaseAll();
   }
 
-  // Subscribes and tells what the service was asked.
+  // Subscribes and returns the calls to the service.
   static std::vector<std::string> Subscribing(Module &module, int type, int screen = 0, void *user_data = nullptr) {
     ClearServiceCalls();
     EXPECT_TRUE(module.SubscribeSignal(static_cast<ESignalType>(type), user_data, PROFILE_MAIN,
@@ -76,7 +76,7 @@ protected:
     return ServiceCalls();
   }
 
-  // The keys' types and the modules' names of all subscriptions, in order.
+  // The signal type and the module's name of each subscription, in order.
   static std::vector<std::pair<int, std::string>> Subscriptions() {
     std::vector<std::pair<int, std::string>> subscriptions;
     for (const auto &[key, copy] : *Module::m_pSignalSubscriptions) {
@@ -85,7 +85,7 @@ protected:
     return subscriptions;
   }
 
-  // An object with a callback.
+  // An object that has set its callback.
   static Module WithCallback(const char *name) {
     Module module(name);
     module.SetSignalCallback(OnSignal);
@@ -205,7 +205,7 @@ TEST_F(TvsSignal, FilesTheModulesCopyWithItsUserData) {
   EXPECT_THAT(*Module::m_pSignalSubscriptions, ElementsAre(Pair(TSignalInfo{SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0}, copy)));
   EXPECT_EQ(copy->m_signalCallback, OnSignal);
   EXPECT_EQ(copy->m_GetUserDataOfSignalCallback({SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0}), &user_data);
-  EXPECT_THAT(module.m_signalUserData, IsEmpty()) << "the module's own object is left alone";
+  EXPECT_THAT(module.m_signalUserData, IsEmpty()) << "the module's own object does not change";
 }
 
 TEST_F(TvsSignal, DoesNotAskTheServiceForASecondModule) {
@@ -223,8 +223,8 @@ TEST_F(TvsSignal, DoesNotAskTheServiceForASecondModule) {
 TEST_F(TvsSignal, AsksTheServiceForEachKey) {
   Module module = WithCallback("mod");
   EXPECT_THAT(Subscribing(module, 3, 1), ElementsAre("signal.Subscribe(3, 1, 1)"));
-  EXPECT_THAT(Subscribing(module, 3, 0), ElementsAre("signal.Subscribe(3, 1, 0)")) << "smaller than the one there is";
-  EXPECT_THAT(Subscribing(module, 4, 1), ElementsAre("signal.Subscribe(4, 1, 1)")) << "greater";
+  EXPECT_THAT(Subscribing(module, 3, 0), ElementsAre("signal.Subscribe(3, 1, 0)")) << "smaller than the existing key";
+  EXPECT_THAT(Subscribing(module, 4, 1), ElementsAre("signal.Subscribe(4, 1, 1)")) << "greater than the existing keys";
   ClearServiceCalls();
   module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, PROFILE_PIP, 1);
   EXPECT_THAT(ServiceCalls(), ElementsAre("signal.Subscribe(0, 2, 1)"));
@@ -317,7 +317,7 @@ TEST_F(TvsSignal, UnsubscribingTheLastOneAsksTheService) {
   EXPECT_THAT(Subscriptions(), IsEmpty());
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre("2 Actual Unsubscription to TVS for the signal : 5",
                                                  "2 Unsubscription Success(mod subscribed signal : 5)"));
-  EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock")) << "it is not taken again";
+  EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock")) << "the lock is not taken again";
 }
 
 TEST_F(TvsSignal, UnsubscribingOneOfTwoModulesKeepsTheService) {
@@ -375,7 +375,8 @@ TEST_F(TvsSignal, KeepsASubscriptionAtTheServiceWhileAGreaterKeyHasASubscriber) 
   Subscribing(great, 2);
   EXPECT_THAT(Unsubscribing(small, 1), IsEmpty());
   EXPECT_THAT(Subscriptions(), ElementsAre(Pair(2, "great")));
-  EXPECT_THAT(Unsubscribing(great, 2), ElementsAre("signal.Unsubscribe(2, 1, 0)")) << "and never the small one";
+  EXPECT_THAT(Unsubscribing(great, 2), ElementsAre("signal.Unsubscribe(2, 1, 0)"))
+      << "the smaller key is never unsubscribed";
 }
 
 TEST_F(TvsSignal, AsksTheServiceToUnsubscribeTheGreatestKeyThoughSmallerOnesRemain) {

@@ -1,4 +1,4 @@
-// Subscriptions to PES packets and captions: one at the TV service, a set of module names in the library.
+// PES and caption subscriptions: one at the TV service, and a set of module names in the library.
 #include <TVServiceSubscriber.h>
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ namespace {
 
 using Module = CTVServiceSubscriber;
 
-// What tells the two streams apart.
+// What distinguishes the two streams.
 struct Pes {
   using Data = TSPESData;
   using Callback = Module::PesCallback;
@@ -164,7 +164,7 @@ TYPED_TEST(TvsStream, SubscriptionWritesCallbackAndUserDataIntoTheCopy) {
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(TypeParam::CallbackOf(*copy), (OnData<typename TypeParam::Data, 'a'>));
   EXPECT_EQ(copy->m_pUserData, &this->a_);
-  EXPECT_EQ(TypeParam::CallbackOf(module), nullptr) << "the module's own object is left alone";
+  EXPECT_EQ(TypeParam::CallbackOf(module), nullptr) << "the module's own object does not change";
   EXPECT_EQ(module.m_pUserData, nullptr);
 }
 
@@ -238,12 +238,12 @@ TYPED_TEST(TvsStream, IsRefusedOnceWhenTheServiceRefuses) {
   EXPECT_THAT(LogMessagesWithLock(), ElementsAre(this->Message("16 failed to subscribe % ! locked")));
   ASSERT_NE(TypeParam::Names(), nullptr);
   EXPECT_THAT(*TypeParam::Names(), IsEmpty());
-  EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->a_) << "written before the service was asked";
+  EXPECT_EQ(this->CopyOf("mod")->m_pUserData, &this->a_) << "stored before the service is asked";
   EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("mod")), nullptr);
 
   ClearServiceCalls();
   Module second("second");
-  EXPECT_TRUE(this->template Subscribe<'b'>(second)) << "the stream looks subscribed";
+  EXPECT_TRUE(this->template Subscribe<'b'>(second)) << "the stream counts as subscribed";
   EXPECT_THAT(ServiceCalls(), IsEmpty());
   EXPECT_THAT(*TypeParam::Names(), ElementsAre("second"));
 }
@@ -293,7 +293,7 @@ TYPED_TEST(TvsStream, LastModuleThatGoesEndsTheStream) {
   EXPECT_EQ(TypeParam::Names(), nullptr);
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_EQ(TypeParam::Service(), TypeParam::FakeService()) << "the service's object stays";
-  EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("a")), nullptr) << "and so do the copies";
+  EXPECT_NE(TypeParam::CallbackOf(*this->CopyOf("a")), nullptr) << "the copies stay too";
 }
 
 TYPED_TEST(TvsStream, IsOverBeforeTheServiceIsAsked) {
@@ -313,7 +313,7 @@ TYPED_TEST(TvsStream, EndOfTheStreamIsTheServicesAnswer) {
     this->template Subscribe<'a'>(module);
     fake_tv_service.answers[this->Service("Unsubscribe")] = answer;
     EXPECT_EQ(TypeParam::Unsubscribe(module), result);
-    EXPECT_EQ(TypeParam::Names(), nullptr) << "over in any case";
+    EXPECT_EQ(TypeParam::Names(), nullptr) << "ended although the service refused";
   }
   EXPECT_EQ(LogCount("2 subscription success : mod"), 3);
   EXPECT_THAT(LogMessages(), SizeIs(3));
@@ -447,7 +447,7 @@ TYPED_TEST(TvsStream, TellsTheModulesInTheOrderOfTheirNamesWithTheSameData) {
   ASSERT_EQ(Told(), "acb");
   EXPECT_EQ(g_calls[1].data, g_calls[0].data);
   EXPECT_EQ(g_calls[2].data, g_calls[0].data);
-  EXPECT_EQ(g_calls[2].pts, 7U) << "what a module changes, the next one sees";
+  EXPECT_EQ(g_calls[2].pts, 7U) << "each module sees what the ones before have changed";
 }
 
 TYPED_TEST(TvsStream, ReportsAModuleWithoutACallbackAndGoesOn) {
@@ -495,7 +495,7 @@ TYPED_TEST(TvsStream, DoesNotTellTheOtherStream) {
   EXPECT_EQ(Told(), "a");
 }
 
-// A record of a derived class: released through the virtual destructor, before any module is told.
+// The record holds a derived class, so this tests that the virtual destructor runs, and before any module is called.
 TYPED_TEST(TvsStream, HandlerReleasesTheRecordsData) {
   static bool released;
   struct Derived : TypeParam::Data {
@@ -557,7 +557,7 @@ TYPED_TEST(TvsStream, ModuleUnsubscribesInItsCallback) {
   };
   this->Notify();
   HandleAll();
-  EXPECT_EQ(Told(), "ab") << "subscribed when the notification came";
+  EXPECT_EQ(Told(), "ab") << "both were subscribed when the delivery began";
 }
 
 TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
@@ -569,7 +569,7 @@ TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
   };
   this->Notify();
   HandleAll();
-  EXPECT_EQ(Told(), "a") << "the other one came too late for this notification";
+  EXPECT_EQ(Told(), "a") << "the other module subscribed too late for this notification";
   this->Notify();
   HandleAll();
   EXPECT_EQ(Told(), "aab");
@@ -616,14 +616,14 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndSubscribesAnewInItsCallback) {
   TypeParam::Notify(data, nullptr);
   HandleAll();
   EXPECT_EQ(Told(), "ac") << "a module is looked up by its name when its turn comes";
-  EXPECT_EQ(g_calls[1].pts, 6U) << "the notification at hand, as the first module left it";
+  EXPECT_EQ(g_calls[1].pts, 6U) << "the same data, as the first module left it";
   EXPECT_EQ(g_calls[1].user_data, &this->b_);
   this->Notify();
   HandleAll();
   EXPECT_EQ(Told(), "acc");
 }
 
-// One name after the other is looked up, so the order of the new subscriptions does not matter.
+// Each name is looked up in turn, so one that is missing does not end the walk.
 TYPED_TEST(TvsStream, ModuleReleasesAllAndTheLastSubscribesAnewInItsCallback) {
   Module a("a"), b("b"), c("c");
   this->template Subscribe<'a'>(a);
@@ -678,7 +678,7 @@ TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
                                          this->Message("16 failed to find % subscription instance : name = mod")));
 }
 
-// The lock is closed after it was given back. Whoever subscribes in between is told all the same.
+// ReleaseAll unlocks before it closes the lock. A module that subscribes in between still receives its notifications.
 TYPED_TEST(TvsStream, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module module("mod");
   BeforeNextDestroy([&] { this->template Subscribe<'a'>(module); });
@@ -757,7 +757,7 @@ TYPED_TEST(TvsStream, DropsANotificationOnAThreadWhenMemoryIsShort) {
   this->template Subscribe<'a'>(module);
   typename TypeParam::Data data;
   data.payload.assign(100, 7);
-  // The copy, its payload, the record, and Ecore's wake-up.
+  // The data's copy, its payload, the record, and Ecore's wake-up.
   std::thread([&] { FailFirstAllocations(4, [&] { TypeParam::Notify(data, nullptr); }); }).join();
   HandleAll();
   EXPECT_EQ(Told(), "a");

@@ -1,4 +1,4 @@
-// Notifications of all kinds from four threads at once, with the real lock, while modules come and go.
+// Notifications of all kinds from four threads at once, with the real lock, while modules subscribe and unsubscribe.
 #include <TVServiceSubscriber.h>
 
 #include <Ecore.h>
@@ -13,7 +13,7 @@
 #include "fake_tv_service.h"
 #include "loop.h"
 
-// Nobody reads a million log lines.
+// Discards the log, which would be a million lines.
 extern "C" int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
 
 namespace {
@@ -22,26 +22,26 @@ using Module = CTVServiceSubscriber;
 
 constexpr int kThreads = 4;
 constexpr int kNotifications = 1000000 / kThreads; // of each thread
-constexpr int kLast = 600;                         // of each thread, when all is calm again
-constexpr int kAtATime = 1000;                     // before a thread waits for the main loop, to bound the memory
+constexpr int kLast = 600;                         // of each thread, after the modules have stopped
+constexpr int kAtATime = 1000;                     // before a thread waits for the main loop; bounds the memory
 constexpr int kRounds = 300;
 
-// The four kinds that go over the main loop are one way, since their order is kept.
+// The four kinds that go over the main loop share one way, because the bridge keeps their order.
 enum Way { kMainLoop, kSection, kDsm, kWays };
 
-// What a notification carries.
+// Carried by each notification.
 struct Stamp {
   int thread;
   int number; // counted from 0 on each way
 };
 
-// What arrived of one thread's notifications on one way. Touched by one thread: the main loop's, or for sections and
-// DSM messages the one that notifies.
+// The arrivals of one thread's notifications on one way. Only one thread uses it: the main loop's or, for sections and
+// DSM messages, the one that notifies.
 struct Arrivals {
-  int next = 0;    // number that is due
-  int missing = 0; // numbers passed over so far
-  int gap_end = 0; // the one behind the last that was passed over
-  int wrong = 0;   // came late or twice
+  int next = 0;    // the next number to arrive
+  int missing = 0; // numbers skipped so far
+  int gap_end = 0; // the number after the last one skipped
+  int wrong = 0;   // arrivals that came late or twice
 };
 
 struct ServiceThread {
@@ -53,9 +53,9 @@ struct ServiceThread {
 };
 
 std::array<ServiceThread, kThreads> g_threads;
-TCProgramData g_program_data[kThreads]; // tells from which thread a programme notification came
+TCProgramData g_program_data[kThreads]; // identifies the thread of a programme notification
 std::atomic<int> g_section_key{0}, g_session{0}, g_program_handle{0};
-std::atomic<bool> g_calm{false}; // the modules have stopped coming and going
+std::atomic<bool> g_calm{false}; // the modules have stopped subscribing and unsubscribing
 std::atomic<int> g_finished{0};
 void (*g_in_section_callback)(ServiceThread &) = [](ServiceThread &) {};
 
@@ -116,7 +116,7 @@ void SubscribeTheCountingModule() {
   g_session = static_cast<int>(session);
 }
 
-// --- A module that comes and goes ---
+// --- A module that subscribes and unsubscribes ---
 
 int IgnoreSignal(ESignalType, EProfile, unsigned short, TSSignalData, void *) { return 0; }
 void IgnoreProgram(EProgramChangeType, TCProgramData *, int, int) {}
@@ -204,7 +204,7 @@ void NotifyAll(int thread) {
   ++g_finished;
 }
 
-// Runs the threads, and on this one `round` after `round`, until all notifications have been handled.
+// Runs the service's threads, and the rounds on this one, until all notifications have been handled.
 void RunAll(void (*round)(int), void (*calm_down)()) {
   for (int thread = 0; thread < kThreads; ++thread) {
     g_threads[static_cast<size_t>(thread)].thread = std::thread(NotifyAll, thread);
@@ -223,12 +223,12 @@ void RunAll(void (*round)(int), void (*calm_down)()) {
 
 void CalmDown() { g_calm = true; }
 
-// Everything arrived in order and none twice, and since the modules stopped coming and going, none is missing.
+// Expects that everything arrived in order, nothing twice, and nothing is missing since the modules stopped.
 void ExpectOrder() {
   for (const ServiceThread &thread : g_threads) {
     for (size_t way = 0; way < kWays; ++way) {
       EXPECT_EQ(thread.arrivals[way].wrong, 0);
-      EXPECT_EQ(thread.arrivals[way].next, thread.sent[way]) << "the last one arrived";
+      EXPECT_EQ(thread.arrivals[way].next, thread.sent[way]) << "the last notification arrived";
       EXPECT_LE(thread.arrivals[way].gap_end, thread.sent_before_calm[way]);
     }
   }
@@ -261,8 +261,8 @@ TEST(TvsThreads, EverythingArrivesInOrderWhileAllIsReleasedNowAndThen) {
   Module::ReleaseAll();
 }
 
-// Modules also work from inside their section callbacks, on the service's threads, and release all there. To set up
-// again takes several steps, which no release may come between.
+// Modules also subscribe from inside their section callbacks, on the service's threads, and release everything there.
+// Setting up again takes several steps; this lock keeps a release from coming between them.
 std::mutex g_setting_up;
 bool g_released;
 

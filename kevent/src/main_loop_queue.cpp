@@ -8,7 +8,7 @@
 
 namespace lumio {
 
-static_assert(std::is_trivially_destructible_v<MainLoopQueue>, "it outlives the end of the process");
+static_assert(std::is_trivially_destructible_v<MainLoopQueue>, "threads may push while the process ends");
 
 bool MainLoopQueue::Push(QueuedEvent *event) {
   if (!eina_main_loop_is()) {
@@ -22,7 +22,7 @@ bool MainLoopQueue::AppendAndWakeUp(QueuedEvent *event) {
   std::lock_guard<std::mutex> lock(mutex_);
   event->next = nullptr;
   if (!wake_up_pending_) {
-    // Ecore does not tell that it had no memory for the wake-up, but the allocator does.
+    // Ecore does not report that it had no memory for the wake-up, but the allocator does.
     errno = 0;
     ecore_main_loop_thread_safe_call_async(OnWakeUp, this);
     if (errno == ENOMEM) {
@@ -52,7 +52,7 @@ void MainLoopQueue::Drain() {
     end_ = &first_;
   }
   while (event) {
-    QueuedEvent *next = event->next; // delivering gives the event away
+    QueuedEvent *next = event->next; // read first: deliver_ gives the event away
     if (!deliver_(event)) {
       drop_(event);
     }

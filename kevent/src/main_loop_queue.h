@@ -1,30 +1,30 @@
-// Notifications on their way from any thread to the main loop.
+// A queue of notifications from any thread to the main loop.
 #pragma once
 
 #include <mutex>
 
 namespace lumio {
 
-// An Ecore event on its way.
+// An Ecore event in the queue.
 struct QueuedEvent {
   QueuedEvent *next;
-  int index; // which of the event types
+  int index; // of its event type
   void *event;
 };
 
-// Takes events to the main loop, in order of arrival, with one wake-up of the loop however many are waiting.
+// Passes events to the main loop in the order of their arrival. The loop is woken once, however many events wait.
 //
-// Constant-initialised and never destroyed: threads may push as late as while the process ends.
+// Constant-initialised, with a trivial destructor, because threads may push while the process ends.
 class MainLoopQueue {
 public:
-  // `deliver` runs on the main-loop thread and returns false when memory is short; `drop` takes what it refused.
+  // `deliver` runs on the main-loop thread and returns false if memory is short. `drop` then takes the event.
   constexpr MainLoopQueue(bool (*deliver)(QueuedEvent *), void (*drop)(QueuedEvent *))
       : deliver_(deliver), drop_(drop) {}
   MainLoopQueue(const MainLoopQueue &) = delete;
   MainLoopQueue &operator=(const MainLoopQueue &) = delete;
 
-  // Delivers at once on the main-loop thread, after what is queued, and appends to the queue on any other. Returns
-  // false when memory is short; the event is then still the caller's.
+  // On the main-loop thread, delivers what is queued and then the event; on any other thread, appends the event to the
+  // queue. Returns false if memory is short; the event is then still the caller's.
   bool Push(QueuedEvent *event);
 
 private:
@@ -34,10 +34,10 @@ private:
 
   bool (*deliver_)(QueuedEvent *);
   void (*drop_)(QueuedEvent *);
-  std::mutex mutex_; // guards what follows
+  std::mutex mutex_; // guards the members below
   QueuedEvent *first_ = nullptr;
   QueuedEvent **end_ = &first_;
-  bool wake_up_pending_ = false; // whenever something is queued
+  bool wake_up_pending_ = false; // true whenever something is queued
 };
 
 } // namespace lumio

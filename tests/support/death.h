@@ -1,10 +1,10 @@
-// Preconditions that end the process.
+// Tests preconditions that end the process.
 #pragma once
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-// Expects that `statement` ends the process with the C library's message for the assertion `text`.
+// Expects `statement` to end the process with the C library's message for the assertion `text`.
 #define EXPECT_ASSERTION(statement, text)                                                                              \
   EXPECT_DEATH(statement, testing::HasSubstr("Assertion `" + std::string(text) + "' failed."))

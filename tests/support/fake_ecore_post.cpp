@@ -9,14 +9,14 @@
 
 namespace {
 
-// Main-loop thread only, except for the wake-ups.
+// Used on the main-loop thread only, except for the wake-ups.
 std::vector<EcorePost> g_posts;
 std::vector<EcoreHandler> g_handlers;
 bool g_refuse_next;
 std::function<void()> g_during_next;
 std::atomic<int> g_wake_ups{0};
 
-// Ecore's own function of that name.
+// Returns Ecore's own function of that name.
 template <class Function> Function *Next(const char *name) {
   Uncounted uncounted;
   return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));

@@ -1,5 +1,5 @@
-// Watches what is posted to the Ecore main loop, and lets it through. Ecore crashes when it has no memory for an event,
-// so what ecore_event_add allocates never fails (see fake_memory.h).
+// Records what is posted to the Ecore main loop and passes it on. Ecore crashes without memory for an event, so the
+// allocations of ecore_event_add never fail (see fake_memory.h).
 #pragma once
 
 #include <Ecore.h>
@@ -9,7 +9,7 @@
 
 struct EcorePost {
   int type;
-  const void *event; // released by the loop after its handler ran
+  const void *event; // the loop frees it after its handler has run
   Ecore_End_Cb free_function;
   const void *free_data;
 };
@@ -29,11 +29,11 @@ std::vector<EcoreHandler> EcoreHandlers();
 // The calls of ecore_main_loop_thread_safe_call_async so far.
 int WakeUps();
 
-// Lets the next call of ecore_event_add fail.
+// Makes the next call of ecore_event_add fail.
 void RefuseNextPost();
 
-// Runs `call` once, in the next call of ecore_event_add, after the event was posted.
+// Runs `call` once, in the next call of ecore_event_add, after the event is posted.
 void DuringNextPost(std::function<void()> call);
 
-// Forgets all calls so far.
+// Clears all records.
 void ClearEcorePosts();

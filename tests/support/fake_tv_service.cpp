@@ -15,7 +15,7 @@ namespace {
 std::mutex g_mutex;
 std::vector<std::string> g_calls;
 
-// Records the call, runs what the test wants to happen meanwhile, and answers.
+// Records the call, runs the test's function for it, and returns the answer.
 template <class... Arguments> int Answer(const char *name, int success, const Arguments &...arguments) {
   std::function<void()> during;
   int answer = success;
@@ -39,7 +39,7 @@ template <class... Arguments> int Answer(const char *name, int success, const Ar
   return answer;
 }
 
-// A subscription, which gets a handle when it succeeds.
+// Answers a subscription, which gets a handle if it succeeds.
 template <class Handle, class... Arguments>
 int Subscription(const char *name, Handle &handle, const Arguments &...arguments) {
   const int answer = Answer(name, 1, arguments...);
@@ -117,7 +117,7 @@ struct Dsm : IDsm {
   int Detach(unsigned int session_handle) override { return Answer("dsm.Detach", 1, session_handle); }
 } g_dsm;
 
-// The object is there before the answer, as it is of a service that refuses.
+// Stores the object before it answers, so that a refusing service leaves one too.
 template <class Object, class... Arguments>
 int Create(const char *name, Object *object, Object **place, const Arguments &...arguments) {
   if (!fake_tv_service.gives_nothing) {

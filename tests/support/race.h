@@ -1,4 +1,4 @@
-// Threads that run against each other.
+// Runs threads against each other.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 
 constexpr int kThreads = 4;
 
-// Runs `body` on kThreads threads that start together, with their numbers from 0, and waits for them.
+// Runs `body` on kThreads threads that start together, numbered from 0, and waits for them.
 inline void Race(const std::function<void(int thread)> &body) {
   std::atomic<int> missing{kThreads};
   std::vector<std::thread> threads;

@@ -1,4 +1,4 @@
-// What callbacks were told on the threads of a service, and the end of those threads.
+// Collects what callbacks receive on a service's threads, and counts the ends of those threads.
 #pragma once
 
 #include <atomic>
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// Any thread.
+// Thread-safe.
 class Told {
 public:
   void Add(const std::string &what) {
@@ -24,7 +24,7 @@ private:
   std::vector<std::string> told_;
 };
 
-// Counts the ends of the threads that called Watch(): only a joined thread has certainly been counted.
+// Counts the ends of the threads that called Watch(). The count is certain only for threads that were joined.
 class EndOfThread {
 public:
   static void Watch(std::atomic<int> &ends) {
