@@ -108,6 +108,7 @@ TEST_F(ShortMemory, ForTheEventMaskOnlyLeavesTheDeviceEventsOut) {
   lumio_kevent *kevent = lumio_kevent_init("first");
   FailAllocation(0);
   ASSERT_THAT(kevent, NotNull());
+  EXPECT_THAT(LogFunctions(), ElementsAre("init_x_input_extension"));
   EXPECT_THAT(TakeLog(), ElementsAre(kNoDomain));
   EXPECT_THAT(TakeJournal(), AllOf(Contains("XIQueryDevice 0"), Not(Contains(StartsWith("XISelectEvents")))));
   ExpectKeysToWork(kevent);

@@ -46,6 +46,11 @@ std::vector<FakeDevice> Television() {
           {kPanelId, "qm27x410 panel key device", XIFloatingSlave}};
 }
 
+// Matches a line that names the function, and the key events' front door as its file.
+auto IsFrom(const char *function) {
+  return AllOf(Field(&LogLine::file, "kevent.cpp"), Field(&LogLine::function, function));
+}
+
 std::string Learnt(const char *what, int id) {
   return std::string("2 ") + what + ".. saving device id : " + std::to_string(id) + "..";
 }
@@ -224,7 +229,13 @@ TEST_F(DeviceSetup, LearnsNothingFromADeviceOfAnotherUse) {
 
 TEST_F(DeviceSetup, LogsInTheNameOfTheSearch) {
   lumio_kevent_init("first");
-  EXPECT_THAT(LogLines(), AllOf(Not(IsEmpty()), Each(Field(&LogLine::function, "get_id_for_known_devices"))));
+  EXPECT_THAT(LogLines(), AllOf(Not(IsEmpty()), Each(IsFrom("get_id_for_known_devices"))));
+}
+
+TEST_F(DeviceSetup, LogsAMissingExtensionInItsOwnName) {
+  fake_x.has_extension = false;
+  lumio_kevent_init("first");
+  EXPECT_THAT(LogLines(), ElementsAre(IsFrom("init_x_input_extension")));
 }
 
 TEST_F(DeviceSetup, LearnsADeviceThatIsDisabled) {
@@ -293,7 +304,7 @@ TEST_F(SourceChange, IsLoggedInTheNameOfTheDeviceCallback) {
   fake_x.devices.insert(fake_x.devices.begin(), kFunctionOsdKeyboard);
   ChangeHierarchy();
   ASSERT_EQ(LogLines().size(), 2U);
-  EXPECT_THAT(LogLines(), Each(Field(&LogLine::function, "_cb_event_generic")));
+  EXPECT_THAT(LogLines(), Each(IsFrom("_cb_event_generic")));
 }
 
 TEST_F(SourceChange, ShowsInTheLineOfAHandledKey) {
