@@ -1,9 +1,8 @@
-// lumio-keylog: reads a log that the library wrote to and tells of each key who was asked, who took it, or why nobody
-// did.
+// lumio-keylog: reads a log of the library and prints for each key who was asked, who took it, or why nobody did.
 //
-// The library logs what it does, not keys: a key has to be put together from its lines. Lines of further keys may stand
-// between them, when a handler turned the main loop before it answered. So a key without an answer stays open until
-// its end is known, or until more keys have begun after it than a handler is likely to wait for.
+// The library logs what it does, so this program assembles each key from several lines. If a handler turns the main loop
+// before it answers, lines of other keys come between them. A key without an answer therefore stays open until its end
+// is known, or until more keys have begun after it than a handler is likely to wait for.
 #include <regex.h>
 
 #include <algorithm>
@@ -21,19 +20,19 @@ namespace {
 
 using std::string;
 
-constexpr size_t kPatience = 8; // keys that may begin before one without an answer is given up
+constexpr size_t kPatience = 8; // the program gives up a key without an answer when this many more have begun
 
 struct Key {
-  int line = 0;              // of the log, where the key begins
-  string name;               // empty when the log does not tell
-  string kind;               // "press" or "release"; empty when the log does not tell
-  string device;             // what sent it
+  int line = 0;              // line of the log where the key begins
+  string name;               // empty if the log does not say
+  string kind;               // "press" or "release"; empty if the log does not say
+  string device;             // the device that sent it
   std::vector<string> asked; // domains
   string taken_by;           // domain
-  string priority;           // at which it was taken
-  string dropped;            // why it was not dispatched
-  bool timed = false;        // the staleness filter has looked at it
-  bool open = true;          // more of it may follow
+  string priority;           // priority of the handler that took it
+  string dropped;            // the reason, if it was not dispatched
+  bool timed = false;        // the staleness filter has examined it
+  bool open = true;          // more lines of it may follow
   bool ended = false;        // the dispatch is over
 
   bool Is(const string &a_name, const string &a_kind) const {
@@ -44,12 +43,12 @@ struct Key {
   string Story() const;
 };
 
-// A message that tells why a key was not dispatched.
+// A message that says why a key was not dispatched.
 struct Drop {
   const char *message; // its beginning
   const char *why;
   const char *kind;
-  enum { kBeginning, kUntimed, kTimed } stage; // what the library has logged of the key before
+  enum { kBeginning, kUntimed, kTimed } stage; // what the library has logged about the key before
 };
 
 constexpr Drop kDrops[] = {
@@ -67,7 +66,7 @@ constexpr char kDeclined[] = "declined by all who were asked";
 constexpr char kNobodyAsked[] = "nobody asked";
 constexpr char kUnknownDevice[] = "unknown device";
 
-// A regular expression. POSIX's, since the C++ library's does not compile without warnings under the sanitizers.
+// A POSIX regular expression. std::regex does not compile without warnings under the sanitizers.
 class Pattern {
 public:
   explicit Pattern(const char *expression) { regcomp(&regex_, expression, REG_EXTENDED); }
@@ -75,7 +74,7 @@ public:
   Pattern &operator=(const Pattern &) = delete;
   ~Pattern() { regfree(&regex_); }
 
-  // What the groups matched, preceded by the whole match; empty when `text` does not match.
+  // Returns the whole match, then what the groups matched. Returns nothing if `text` does not match.
   std::vector<string> Match(const string &text) const {
     std::vector<regmatch_t> matches(regex_.re_nsub + 1);
     std::vector<string> groups;
@@ -101,7 +100,7 @@ string DeviceName(const string &source_type) {
   return name == names.end() ? kUnknownDevice : name->second;
 }
 
-// Puts the keys of a log together and prints each as soon as it and those before it are complete.
+// Assembles the keys of a log, and prints each when it and all keys before it are complete.
 class KeyLog {
 public:
   void Read(std::istream &log);
@@ -123,7 +122,7 @@ private:
   Key &Resume(Key &key);
   void PrintFirst();
 
-  // What stands before the library's text is the business of whoever wrote the log, as is white space after it.
+  // Ignores what the log's writer put before the library's text, and white space after it.
   const Pattern line_pattern_{R"(kevent\.cpp: ([^(]+)\([0-9]+\) > \[[^]]*\] (.*[^[:space:]])[[:space:]]*$)"};
   const Pattern asked_pattern_{R"(^\[(.*)\] (.*) key (press|release) handling\.\.\.\.$)"};
   const Pattern taken_pattern_{
@@ -132,7 +131,7 @@ private:
 
   int line_ = 0;
   string device_ = kUnknownDevice;
-  std::deque<Key> keys_; // in the order of their beginning, from the first that is not printed
+  std::deque<Key> keys_; // in the order in which they begin, starting with the first that is not printed
   std::map<string, int> counts_;
   std::map<string, int> takers_;
 };
@@ -141,7 +140,7 @@ void KeyLog::Read(std::istream &log) {
   for (string line; std::getline(log, line);) {
     ++line_;
     const std::vector<string> groups = line_pattern_.Match(line);
-    // The functions that modules call have failures of their own, some in the words of a key that was not dispatched.
+    // Ignore the functions that modules call: some of their failures have the same text as those of a key.
     if (!groups.empty() && groups[1].rfind("lumio_", 0) != 0 && groups[1] != "_gc") {
       Understand(groups[2]);
     }
@@ -163,7 +162,7 @@ void KeyLog::Understand(const string &message) {
   } else if (!(groups = device_pattern_.Match(message)).empty()) {
     device_ = groups[1] == groups[2] ? DeviceName("2") : kUnknownDevice;
   } else if (message == "vconf_get_int fail..") {
-    Begin(); // the first line of every key while the aging mode was never set
+    Begin(); // the first line of each key if the aging mode was never set
   } else if (message.rfind("key timestamp = ", 0) == 0) {
     Timed();
   } else if (message == "invalidate cachelist...") {
@@ -188,7 +187,7 @@ void KeyLog::Timed() {
 void KeyLog::Asked(const string &domain, const string &name, const string &kind) {
   Key *key = FreshOf(kind);
   if (!key) {
-    // One that waits below others goes on with a handler that it has not asked yet. Else it is the same key again.
+    // If the key waits below others, it continues with a handler that it has not asked yet. Otherwise this is a new key.
     key = FindLast(
         [&](const Key &other) { return other.Is(name, kind) && (&other == &keys_.back() || !other.HasAsked(domain)); });
   }
@@ -202,7 +201,7 @@ void KeyLog::Taken(const string &name, const string &source_type, const string &
                    const string &priority) {
   Key *key = FindLast([&](const Key &other) { return other.Is(name, kind) && other.asked.back() == domain; });
   if (!key) {
-    key = FreshOf(kind); // the log leaves out the lines of low priority
+    key = FreshOf(kind); // the log lacks the lines of low priority
   }
   Key &taken = key ? Resume(*key) : Begin();
   taken.name = name;
@@ -213,7 +212,7 @@ void KeyLog::Taken(const string &name, const string &source_type, const string &
   taken.open = false;
 }
 
-// The application's cache flags are cleared at the end of a dispatch, if it has any: whoever was asked, has answered.
+// If the application has cache flags, the library clears them when a dispatch ends, after all handlers have answered.
 void KeyLog::Finished() {
   if (Key *key = FindLast([](const Key &other) { return other.dropped.empty() && !other.ended; })) {
     key->ended = true;
@@ -243,13 +242,13 @@ Key *KeyLog::Fresh(bool timed) {
       [&](const Key &key) { return &key == &keys_.back() && key.open && key.asked.empty() && key.timed == timed; });
 }
 
-// Only presses are looked at by the staleness filter.
+// The staleness filter examines presses only.
 Key *KeyLog::FreshOf(const string &kind) {
   Key *untimed = Fresh(false);
   return untimed || kind == "release" ? untimed : Fresh(true);
 }
 
-// When a key goes on, those that began while its handler had it are over.
+// When a key continues, the keys that began while its handler ran are over.
 Key &KeyLog::Resume(Key &key) {
   for (auto later = keys_.rbegin(); &*later != &key; ++later) {
     later->open = false;
@@ -315,8 +314,8 @@ void KeyLog::PrintCounts() const {
 
 int Usage(std::ostream &out) {
   out << "usage: lumio-keylog [FILE]\n"
-         "Tells of each key in a log of liblumio-kevent which module took it, or why nobody did.\n"
-         "Reads standard input without FILE, or when FILE is \"-\".\n";
+         "Explains what happened to each key in a log of liblumio-kevent: which module took it, or why none did.\n"
+         "Reads standard input if there is no FILE, or if FILE is \"-\".\n";
   return &out == &std::cout ? 0 : 2;
 }
 
