@@ -1,8 +1,8 @@
 // lumio-keylog: reads a log of the library and prints for each key who was asked, who took it, or why nobody did.
 //
-// The library logs what it does, so this program assembles each key from several lines. If a handler turns the main loop
-// before it answers, lines of other keys come between them. A key without an answer therefore stays open until its end
-// is known, or until more keys have begun after it than a handler is likely to wait for.
+// The library logs what it does, so this program assembles each key from several lines. If a handler turns the main
+// loop before it answers, lines of other keys come between them. A key without an answer therefore stays open until its
+// end is known, or until more keys have begun after it than a handler is likely to wait for.
 #include <regex.h>
 
 #include <algorithm>
@@ -187,7 +187,8 @@ void KeyLog::Timed() {
 void KeyLog::Asked(const string &domain, const string &name, const string &kind) {
   Key *key = FreshOf(kind);
   if (!key) {
-    // If the key waits below others, it continues with a handler that it has not asked yet. Otherwise this is a new key.
+    // A key that waits below others continues with a handler that it has not asked yet. Otherwise, the same key began
+    // again.
     key = FindLast(
         [&](const Key &other) { return other.Is(name, kind) && (&other == &keys_.back() || !other.HasAsked(domain)); });
   }
