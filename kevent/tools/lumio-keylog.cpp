@@ -1,345 +1,364 @@
-// lumio-keylog: reads a log of the library and prints for each key who was asked, who took it, or why nobody did.
-//
-// The library logs what it does, so this program assembles each key from several lines. If a handler turns the main
-// loop before it answers, lines of other keys come between them. A key without an answer therefore stays open until its
-// end is known, or until more keys have begun after it than a handler is likely to wait for.
-#include <regex.h>
+// lumio-keylog: reads a log that the library wrote to and says of each key who was asked, who took it, or why nobody
+// did.
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <getopt.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <deque>
-#include <fstream>
-#include <iomanip>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
-#include <vector>
 
-#include "join.h"
+#include "keylog/key_log.h"
+#include "keylog/line_reader.h"
+#include "keylog/report.h"
 
+namespace keylog {
 namespace {
 
-using std::string;
+constexpr int kPause = 200;         // milliseconds between two looks at a file that is followed
+constexpr int kQuietPauses = 5;     // so many without a new line show what has no answer
+constexpr size_t kBeginning = 4096; // bytes of the log in which a null byte means that it is no text
 
-constexpr size_t kPatience = 8; // the program gives up a key without an answer when this many more have begun
+constexpr char kHelp[] =
+    "usage: lumio-keylog [OPTION]... [FILE]\n"
+    "Say of each key in a log of liblumio-kevent which module took it, or why none did.\n"
+    "Read standard input if there is no FILE, or if FILE is \"-\".\n"
+    "\n"
+    "  -f, --follow      wait for more lines at the end of FILE, also after it was rotated\n"
+    "      --since=TIME  show the keys from TIME on: HH:MM[:SS[.mmm]] of any day, or 'YYYY-MM-DD HH:MM:SS'\n"
+    "      --key=NAME    show the keys of this name; *, ? and [...] stand for characters as in a shell\n"
+    "      --dropped     show the keys that the library did not pass to any module\n"
+    "      --json        print one JSON object per key\n"
+    "      --summary     print totals, the slowest keys and the longest silence only\n"
+    "      --help        print this help\n";
 
-struct Key {
-  int line = 0;              // line of the log where the key begins
-  string name;               // empty if the log does not say
-  string kind;               // "press" or "release"; empty if the log does not say
-  string device;             // the device that sent it
-  std::vector<string> asked; // domains
-  string taken_by;           // domain
-  string priority;           // priority of the handler that took it
-  string dropped;            // the reason, if it was not dispatched
-  bool timed = false;        // the staleness filter has examined it
-  bool open = true;          // more lines of it may follow
-  bool ended = false;        // the dispatch is over
+struct Options {
+  std::string file = "-";
+  bool follow = false;
+  bool dropped = false;
+  bool json = false;
+  bool summary = false;
+  double since = LogLine::kUnknown; // in seconds
+  bool since_has_date = false;
+  std::string key;
 
-  bool Is(const string &a_name, const string &a_kind) const {
-    return open && !asked.empty() && name == a_name && kind == a_kind;
+  Report::Form Form() const {
+    return summary ? (json ? Report::kJsonSummary : Report::kSummary) : json ? Report::kJson : Report::kText;
   }
-  bool HasAsked(const string &domain) const { return std::find(asked.begin(), asked.end(), domain) != asked.end(); }
-  string Ending() const;
-  string Story() const;
 };
 
-// A message that says why a key was not dispatched.
-struct Drop {
-  const char *message; // its beginning
-  const char *why;
-  const char *kind;
-  enum { kBeginning, kUntimed, kTimed } stage; // what the library has logged about the key before
-};
+bool ReadSince(const std::string &text, Options *options) {
+  const size_t space = text.find_first_of(" T");
+  options->since = ClockSeconds(space == std::string::npos ? text : text.substr(space + 1));
+  if (options->since >= 0 && space != std::string::npos) {
+    const double midnight = DateSeconds(text.substr(0, space));
+    options->since = midnight < 0 ? LogLine::kUnknown : options->since + midnight;
+    options->since_has_date = true;
+  }
+  return options->since >= 0;
+}
 
-constexpr Drop kDrops[] = {
-    {"skip _key_cb ..", "dropped: burst", "press", Drop::kBeginning},
-    {"do not process the key in aging mode..", "passed on: factory aging mode", "", Drop::kBeginning},
-    {"manager is not initialized", "passed on: manager not initialised", "", Drop::kUntimed},
-    {"Event information is NULL", "passed on: no event", "", Drop::kUntimed},
-    {"Invalid event type", "passed on: not a key event", "", Drop::kUntimed},
-    {"key released ignored", "dropped: release after an ignored press", "release", Drop::kUntimed},
-    {"key ignored.", "dropped: stale", "press", Drop::kTimed},
-};
+// Whether a key that began before --since is left out. A time without a date holds for each day.
+bool IsTooEarly(const Options &options, const Key &key) {
+  if (options.since < 0) {
+    return false;
+  }
+  return (options.since_has_date ? key.time : ClockSeconds(key.clock)) < options.since;
+}
 
-constexpr char kTaken[] = "taken";
-constexpr char kDeclined[] = "declined by all who were asked";
-constexpr char kNobodyAsked[] = "nobody asked";
-constexpr char kUnknownDevice[] = "unknown device";
+bool IsWanted(const Options &options, const Key &key) {
+  return !IsTooEarly(options, key) && (!options.dropped || key.outcome == Outcome::kDropped) &&
+         (options.key.empty() || fnmatch(options.key.c_str(), key.name.c_str(), 0) == 0);
+}
 
-// A POSIX regular expression. std::regex does not compile without warnings under the sanitizers.
-class Pattern {
+// Reads a whole log, which may hold the lines of several processes.
+class Tool {
 public:
-  explicit Pattern(const char *expression) { regcomp(&regex_, expression, REG_EXTENDED); }
-  Pattern(const Pattern &) = delete;
-  Pattern &operator=(const Pattern &) = delete;
-  ~Pattern() { regfree(&regex_); }
+  explicit Tool(const Options &options) : options_(options), report_(options.Form(), std::cout) {}
 
-  // Returns the whole match, then what the groups matched. Returns nothing if `text` does not match.
-  std::vector<string> Match(const string &text) const {
-    std::vector<regmatch_t> matches(regex_.re_nsub + 1);
-    std::vector<string> groups;
-    if (regexec(&regex_, text.c_str(), matches.size(), matches.data(), 0) == 0) {
-      for (const regmatch_t &match : matches) {
-        groups.push_back(text.substr(match.rm_so, match.rm_eo - match.rm_so));
+  int Run();
+
+private:
+  bool Open();
+  bool Complain(const std::string &what) const;
+  bool WaitForMore();
+  bool HasBeenReplaced() const;
+  bool Reopen();
+  void ReadLine(LineReader::Result result, std::string_view text);
+  void Damaged();
+  bool LooksLikeText(std::string_view beginning) const;
+  KeyLog &LogOf(int process);
+  int Finish();
+  std::vector<std::string> Notes() const;
+
+  const Options options_;
+  Report report_;
+  int descriptor_ = STDIN_FILENO;
+  std::optional<LineReader> reader_;
+  LogLineParser parser_;
+  std::map<int, KeyLog> logs_; // by process id
+  KeyLog *last_log_ = nullptr;
+  int last_process_ = -1;
+  long number_ = 0;
+  long damaged_ = 0;
+  bool names_the_library_ = false;
+  int quiet_ = 0; // pauses without a new line
+};
+
+bool Tool::Complain(const std::string &what) const {
+  std::cout.flush();
+  std::cerr << "lumio-keylog: " << (options_.file == "-" ? "standard input" : Escaped(options_.file)) << ": " << what
+            << "\n";
+  return false;
+}
+
+// What begins with one of these is a compressed log, and which program reads it.
+struct Compression {
+  std::string_view magic;
+  const char *program;
+};
+
+constexpr Compression kCompressions[] = {
+    {"\x1f\x8b", "zcat"},
+    {"\xfd"
+     "7zXZ",
+     "xzcat"},
+    {"\x28\xb5\x2f\xfd", "zstdcat"},
+    {"BZh", "bzcat"},
+    {"\x04\x22\x4d\x18", "lz4cat"},
+    {"PK\x03\x04", "unzip -p"},
+};
+
+bool Tool::Open() {
+  if (options_.file != "-") {
+    descriptor_ = open(options_.file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor_ < 0) {
+      return Complain(strerror(errno));
+    }
+  }
+  struct stat status;
+  if (fstat(descriptor_, &status) == 0 && S_ISDIR(status.st_mode)) {
+    return Complain("is a directory");
+  }
+  reader_.emplace(descriptor_);
+  return true;
+}
+
+// Called with the beginning of the log.
+bool Tool::LooksLikeText(std::string_view beginning) const {
+  for (const Compression &compression : kCompressions) {
+    if (beginning.substr(0, compression.magic.size()) == compression.magic) {
+      return Complain(std::string("is compressed; use: ") + compression.program + " FILE | lumio-keylog");
+    }
+  }
+  if (beginning.find('\0') != std::string_view::npos && !NamesTheLibrary(beginning)) {
+    return Complain("is binary, not a log");
+  }
+  return true;
+}
+
+KeyLog &Tool::LogOf(int process) {
+  if (!last_log_ || process != last_process_) {
+    const auto [log, added] = logs_.try_emplace(process, [this](const Key &key) {
+      if (IsWanted(options_, key)) {
+        report_.Print(key);
+      }
+    });
+    last_log_ = &log->second;
+    last_process_ = process;
+  }
+  return *last_log_;
+}
+
+// Nobody can say whose line it was.
+void Tool::Damaged() {
+  ++damaged_;
+  for (auto &[process, log] : logs_) {
+    log.Damaged();
+  }
+}
+
+void Tool::ReadLine(LineReader::Result result, std::string_view text) {
+  ++number_;
+  names_the_library_ = names_the_library_ || NamesTheLibrary(text);
+  LogLine line;
+  switch (result == LineReader::kTooLong ? LogLineParser::kDamaged : parser_.Parse(text, &line)) {
+  case LogLineParser::kParsed:
+    LogOf(line.process).Read(number_, line);
+    break;
+  case LogLineParser::kDamaged:
+    Damaged();
+    break;
+  case LogLineParser::kForeign:
+    if (result == LineReader::kCut || text.find('\0') != std::string_view::npos) {
+      Damaged();
+    }
+    break;
+  }
+}
+
+bool Tool::HasBeenReplaced() const {
+  struct stat now, opened;
+  if (stat(options_.file.c_str(), &now) != 0 || fstat(descriptor_, &opened) != 0) {
+    return false;
+  }
+  return now.st_ino != opened.st_ino || now.st_dev != opened.st_dev || now.st_size < lseek(descriptor_, 0, SEEK_CUR);
+}
+
+bool Tool::Reopen() {
+  for (auto &[process, log] : logs_) {
+    log.Damaged();
+  }
+  close(descriptor_);
+  return Open();
+}
+
+// Returns whether there may be more to read.
+bool Tool::WaitForMore() {
+  if (!options_.follow || reader_->Error() != 0 || options_.file == "-") {
+    return false;
+  }
+  if (HasBeenReplaced()) {
+    return Reopen();
+  }
+  if (++quiet_ == kQuietPauses) {
+    for (auto &[process, log] : logs_) {
+      log.Quiet();
+    }
+  }
+  std::cout.flush();
+  poll(nullptr, 0, kPause);
+  return std::cout.good();
+}
+
+int Tool::Run() {
+  if (!Open()) {
+    return 1;
+  }
+  std::string_view line;
+  for (;;) {
+    LineReader::Result result = reader_->Next(&line);
+    if (result == LineReader::kNothing && !WaitForMore()) {
+      result = reader_->Rest(&line);
+      if (result == LineReader::kNothing) {
+        return Finish();
       }
     }
-    return groups;
+    if (result == LineReader::kNothing) {
+      continue;
+    }
+    if (number_ == 0 && !LooksLikeText(line.substr(0, kBeginning))) {
+      return 1;
+    }
+    quiet_ = 0;
+    ReadLine(result, line);
   }
+}
 
-private:
-  regex_t regex_;
+std::vector<std::string> Tool::Notes() const {
+  std::vector<std::string> notes;
+  if (damaged_ > 0) {
+    notes.push_back(std::to_string(damaged_) + " damaged line" + (damaged_ == 1 ? "" : "s") + " left out");
+  }
+  bool has_traces = true;
+  for (const auto &[process, log] : logs_) {
+    has_traces = has_traces && log.HasTraces();
+    if (process < 0) {
+      notes.emplace_back("the lines name no process; the keys of several viewers cannot be told apart");
+    }
+  }
+  if (!has_traces) {
+    notes.emplace_back("the log leaves out lines of low priority; who was asked is not known");
+  }
+  return notes;
+}
+
+int Tool::Finish() {
+  for (auto &[process, log] : logs_) {
+    log.End();
+  }
+  if (reader_->Error() != 0) {
+    Complain(strerror(reader_->Error()));
+    return 1;
+  }
+  if (!names_the_library_) {
+    Complain("has no line of liblumio-kevent");
+    return 1;
+  }
+  report_.Finish(Notes());
+  return std::cout.good() ? 0 : 1;
+}
+
+enum { kSince = 256, kKey, kDropped, kJson, kSummary, kHelpOption };
+
+constexpr option kLongOptions[] = {
+    {"follow", no_argument, nullptr, 'f'},       {"since", required_argument, nullptr, kSince},
+    {"key", required_argument, nullptr, kKey},   {"dropped", no_argument, nullptr, kDropped},
+    {"json", no_argument, nullptr, kJson},       {"summary", no_argument, nullptr, kSummary},
+    {"help", no_argument, nullptr, kHelpOption}, {nullptr, 0, nullptr, 0},
 };
 
-string DeviceName(const string &source_type) {
-  static const std::map<string, string> names = {{"0", "remote control"},
-                                                 {"1", "panel keys"},
-                                                 {"2", "touch remote"},
-                                                 {"3", "function-osd"},
-                                                 {"4", "other device"}};
-  const auto name = names.find(source_type);
-  return name == names.end() ? kUnknownDevice : name->second;
+// Returns the exit status when there is nothing else to do.
+std::optional<int> ReadOption(int option, Options *options) {
+  switch (option) {
+  case 'f':
+    options->follow = true;
+    return {};
+  case kSince:
+    if (!ReadSince(optarg, options)) {
+      std::cerr << "lumio-keylog: --since takes HH:MM[:SS[.mmm]] or 'YYYY-MM-DD HH:MM:SS', not \"" << Escaped(optarg)
+                << "\"\n";
+      return 2;
+    }
+    return {};
+  case kKey:
+    options->key = optarg;
+    return {};
+  case kDropped:
+    options->dropped = true;
+    return {};
+  case kJson:
+    options->json = true;
+    return {};
+  case kSummary:
+    options->summary = true;
+    return {};
+  case kHelpOption:
+    std::cout << kHelp;
+    return 0;
+  default:
+    std::cerr << "Try 'lumio-keylog --help'.\n";
+    return 2;
+  }
 }
 
-// Assembles the keys of a log, and prints each when it and all keys before it are complete.
-class KeyLog {
-public:
-  void Read(std::istream &log);
-  void PrintCounts() const;
-
-private:
-  void Understand(const string &message);
-  void Timed();
-  void Asked(const string &domain, const string &name, const string &kind);
-  void Taken(const string &name, const string &source_type, const string &kind, const string &domain,
-             const string &priority);
-  void Finished();
-  void Dropped(const Drop &drop);
-
-  Key &Begin();
-  Key *Fresh(bool timed);
-  Key *FreshOf(const string &kind);
-  template <class Predicate> Key *FindLast(Predicate predicate);
-  Key &Resume(Key &key);
-  void PrintFirst();
-
-  // Ignores what the log's writer put before the library's text, and white space after it.
-  const Pattern line_pattern_{R"(kevent\.cpp: ([^(]+)\([0-9]+\) > \[[^]]*\] (.*[^[:space:]])[[:space:]]*$)"};
-  const Pattern asked_pattern_{R"(^\[(.*)\] (.*) key (press|release) handling\.\.\.\.$)"};
-  const Pattern taken_pattern_{
-      R"(^(.*) key \[type: ([0-9]+)\]  (press|release) was handled by \[(.*)\], priority\[([0-9]+)\]\.$)"};
-  const Pattern device_pattern_{"^sourceid:([0-9]+),advanceed_touch_dev_id:([0-9]+),"};
-
-  int line_ = 0;
-  string device_ = kUnknownDevice;
-  std::deque<Key> keys_; // in the order in which they begin, starting with the first that is not printed
-  std::map<string, int> counts_;
-  std::map<string, int> takers_;
-};
-
-void KeyLog::Read(std::istream &log) {
-  for (string line; std::getline(log, line);) {
-    ++line_;
-    const std::vector<string> groups = line_pattern_.Match(line);
-    // Ignore the functions that modules call: some of their failures have the same text as those of a key.
-    if (!groups.empty() && groups[1].rfind("lumio_", 0) != 0 && groups[1] != "_gc") {
-      Understand(groups[2]);
-    }
-    while (!keys_.empty() && (!keys_.front().open || keys_.size() > kPatience)) {
-      PrintFirst();
+int Main(int argc, char **argv) {
+  Options options;
+  for (int option; (option = getopt_long(argc, argv, "f", kLongOptions, nullptr)) != -1;) {
+    if (const std::optional<int> status = ReadOption(option, &options)) {
+      return *status;
     }
   }
-  while (!keys_.empty()) {
-    PrintFirst();
+  if (argc - optind > 1) {
+    std::cerr << "lumio-keylog: only one log can be read\nTry 'lumio-keylog --help'.\n";
+    return 2;
   }
-}
-
-void KeyLog::Understand(const string &message) {
-  std::vector<string> groups;
-  if (!(groups = asked_pattern_.Match(message)).empty()) {
-    Asked(groups[1], groups[2], groups[3]);
-  } else if (!(groups = taken_pattern_.Match(message)).empty()) {
-    Taken(groups[1], groups[2], groups[3], groups[4], groups[5]);
-  } else if (!(groups = device_pattern_.Match(message)).empty()) {
-    device_ = groups[1] == groups[2] ? DeviceName("2") : kUnknownDevice;
-  } else if (message == "vconf_get_int fail..") {
-    Begin(); // the first line of each key if the aging mode was never set
-  } else if (message.rfind("key timestamp = ", 0) == 0) {
-    Timed();
-  } else if (message == "invalidate cachelist...") {
-    Finished();
+  if (optind < argc) {
+    options.file = argv[optind];
   }
-  for (const Drop &drop : kDrops) {
-    if (message.rfind(drop.message, 0) == 0) {
-      Dropped(drop);
-    }
-  }
-}
-
-// --- What the lines say ----------------------------------------------------------------------------------------------
-
-void KeyLog::Timed() {
-  Key *fresh = Fresh(false);
-  Key &key = fresh ? *fresh : Begin();
-  key.kind = "press";
-  key.timed = true;
-}
-
-void KeyLog::Asked(const string &domain, const string &name, const string &kind) {
-  Key *key = FreshOf(kind);
-  if (!key) {
-    // A key that waits below others continues with a handler that it has not asked yet. Otherwise, the same key began
-    // again.
-    key = FindLast(
-        [&](const Key &other) { return other.Is(name, kind) && (&other == &keys_.back() || !other.HasAsked(domain)); });
-  }
-  Key &asking = key ? Resume(*key) : Begin();
-  asking.name = name;
-  asking.kind = kind;
-  asking.asked.push_back(domain);
-}
-
-void KeyLog::Taken(const string &name, const string &source_type, const string &kind, const string &domain,
-                   const string &priority) {
-  Key *key = FindLast([&](const Key &other) { return other.Is(name, kind) && other.asked.back() == domain; });
-  if (!key) {
-    key = FreshOf(kind); // the log lacks the lines of low priority
-  }
-  Key &taken = key ? Resume(*key) : Begin();
-  taken.name = name;
-  taken.kind = kind;
-  taken.device = device_ = DeviceName(source_type);
-  taken.taken_by = domain;
-  taken.priority = priority;
-  taken.open = false;
-}
-
-// If the application has cache flags, the library clears them when a dispatch ends, after all handlers have answered.
-void KeyLog::Finished() {
-  if (Key *key = FindLast([](const Key &other) { return other.dropped.empty() && !other.ended; })) {
-    key->ended = true;
-    key->open = false;
-  }
-}
-
-void KeyLog::Dropped(const Drop &drop) {
-  Key *fresh = drop.stage == Drop::kBeginning ? nullptr : Fresh(drop.stage == Drop::kTimed);
-  Key &key = fresh ? *fresh : Begin();
-  key.kind = drop.kind;
-  key.dropped = drop.why;
-  key.open = false;
-}
-
-// --- Keys ------------------------------------------------------------------------------------------------------------
-
-Key &KeyLog::Begin() {
-  keys_.emplace_back();
-  keys_.back().line = line_;
-  keys_.back().device = device_;
-  return keys_.back();
-}
-
-Key *KeyLog::Fresh(bool timed) {
-  return FindLast(
-      [&](const Key &key) { return &key == &keys_.back() && key.open && key.asked.empty() && key.timed == timed; });
-}
-
-// The staleness filter examines presses only.
-Key *KeyLog::FreshOf(const string &kind) {
-  Key *untimed = Fresh(false);
-  return untimed || kind == "release" ? untimed : Fresh(true);
-}
-
-// When a key continues, the keys that began while its handler ran are over.
-Key &KeyLog::Resume(Key &key) {
-  for (auto later = keys_.rbegin(); &*later != &key; ++later) {
-    later->open = false;
-  }
-  return key;
-}
-
-template <class Predicate> Key *KeyLog::FindLast(Predicate predicate) {
-  const auto key = std::find_if(keys_.rbegin(), keys_.rend(), predicate);
-  return key == keys_.rend() ? nullptr : &*key;
-}
-
-// --- Printing --------------------------------------------------------------------------------------------------------
-
-string Key::Ending() const {
-  if (!dropped.empty()) {
-    return dropped;
-  }
-  if (!taken_by.empty()) {
-    return kTaken;
-  }
-  return asked.empty() ? kNobodyAsked : kDeclined;
-}
-
-string Key::Story() const {
-  if (taken_by.empty()) {
-    return Ending() + (asked.empty() ? "" : ": ") + lumio::Join(asked, ", ");
-  }
-  string story = "taken by " + taken_by + " at priority " + priority;
-  if (asked.empty()) {
-    story += "; the log does not tell who was asked before";
-  } else if (asked.size() > 1) {
-    story += "; declined by " + lumio::Join({asked.begin(), asked.end() - 1}, ", ");
-  }
-  return story;
-}
-
-void KeyLog::PrintFirst() {
-  const Key &key = keys_.front();
-  std::cout << std::right << std::setw(6) << key.line << "  " << std::left << std::setw(20)
-            << (key.name.empty() ? "(not logged)" : key.name) << ' ' << std::setw(8)
-            << (key.kind.empty() ? "?" : key.kind) << std::setw(15) << key.device << ' ' << key.Story() << std::endl;
-  ++counts_[key.Ending()];
-  if (!key.taken_by.empty()) {
-    ++takers_[key.taken_by];
-  }
-  keys_.pop_front();
-}
-
-void KeyLog::PrintCounts() const {
-  int total = 0;
-  for (const auto &[ending, count] : counts_) {
-    total += count;
-  }
-  std::cout << "\n" << std::right << std::setw(6) << total << "  keys\n";
-  for (const auto &[ending, count] : counts_) {
-    std::cout << std::setw(6) << count << "  " << ending << "\n";
-  }
-  for (const auto &[domain, count] : takers_) {
-    std::cout << std::setw(6) << count << "  taken by " << domain << "\n";
-  }
-}
-
-int Usage(std::ostream &out) {
-  out << "usage: lumio-keylog [FILE]\n"
-         "Explains what happened to each key in a log of liblumio-kevent: which module took it, or why none did.\n"
-         "Reads standard input if there is no FILE, or if FILE is \"-\".\n";
-  return &out == &std::cout ? 0 : 2;
+  return Tool(options).Run();
 }
 
 } // namespace
+} // namespace keylog
 
 int main(int argc, char **argv) {
-  const string name = argc == 2 ? argv[1] : "-";
-  if (name == "--help") {
-    return Usage(std::cout);
-  }
-  if (argc > 2 || (name.size() > 1 && name[0] == '-')) {
-    return Usage(std::cerr);
-  }
-  std::ifstream file;
-  if (name != "-") {
-    file.open(name);
-    if (!file) {
-      std::cerr << "lumio-keylog: cannot read " << name << "\n";
-      return 1;
-    }
-  }
-  KeyLog keys;
-  keys.Read(name == "-" ? std::cin : file);
-  keys.PrintCounts();
-  return 0;
+  std::ios::sync_with_stdio(false);
+  return keylog::Main(argc, argv);
 }

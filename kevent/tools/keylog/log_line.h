@@ -1,0 +1,50 @@
+// A line that the library's key events wrote to a log.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace keylog {
+
+// What stands before the library's text is the business of whoever wrote the log. Known are the desktop's log and the
+// formats of a television's log viewer; what another one leaves out is unknown.
+struct LogLine {
+  static constexpr double kUnknown = -1;
+
+  double time = kUnknown;    // seconds since some midnight
+  std::string_view date;     // as the line has it, may be empty
+  std::string_view clock;    // as the line has it, may be empty
+  int process = -1;          // the id, -1 if the line has none
+  std::string_view function; // of the library, that wrote the line
+  std::string_view message;
+};
+
+class LogLineParser {
+public:
+  enum Result {
+    kForeign, // not of the library's key events
+    kDamaged, // one that was, before something cut or overwrote it
+    kParsed,
+  };
+
+  Result Parse(std::string_view text, LogLine *line);
+
+private:
+  void ParsePrefix(std::string_view prefix, LogLine *line);
+  double MidnightOf(std::string_view date);
+
+  std::string last_date_; // and what it came to: most lines have the date of the one before
+  double last_midnight_ = 0;
+};
+
+// Seconds since midnight of "HH:MM", "HH:MM:SS" or "HH:MM:SS.fff"; LogLine::kUnknown for anything else.
+double ClockSeconds(std::string_view clock);
+
+// Seconds from 1970, or from January of any year, to the midnight of "YYYY-MM-DD" or "MM-DD"; LogLine::kUnknown for
+// anything else.
+double DateSeconds(std::string_view date);
+
+// Whether the text names the library in any way.
+bool NamesTheLibrary(std::string_view text);
+
+} // namespace keylog
