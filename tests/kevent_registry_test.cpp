@@ -291,6 +291,7 @@ TEST_F(KeventFini, OnlyMarksDuringADispatch) {
 }
 
 TEST_F(KeventFini, ReleasesSeveralMarkedDomainsAndTheirMarkedHandlers) {
+  lumio_kevent *empty = Open("empty");
   lumio_kevent *kept = Open("kept");
   lumio_kevent *first = Open("first");
   lumio_kevent *second = Open("second");
@@ -308,6 +309,8 @@ TEST_F(KeventFini, ReleasesSeveralMarkedDomainsAndTheirMarkedHandlers) {
   Press();
   EXPECT_THAT(Asked(), ElementsAre("deleter", "kept"));
   ClearLog();
+  lumio_kevent_fini(empty); // still open
+  EXPECT_THAT(TakeLog(), IsEmpty());
   lumio_kevent_fini(first);
   lumio_kevent_fini(second);
   lumio_kevent_handler_del(of_kept);
