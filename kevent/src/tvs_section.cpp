@@ -107,10 +107,19 @@ struct Target {
   std::string name; // the module's, for the log
 };
 
+// Returns a null callback if the module has none, nobody holds the key, or memory is short.
 Target TargetOf(int key) {
-  const auto subscriptions = LockOnServiceThread(Subscriber::m_pSectionSubscriptions);
-  const Subscriber *instance = Find(subscriptions, key);
-  return instance ? Target{instance->m_sectionCallback, instance->m_name} : Target();
+  Target target;
+  try {
+    const auto subscriptions = LockOnServiceThread(Subscriber::m_pSectionSubscriptions);
+    if (const Subscriber *instance = Find(subscriptions, key)) {
+      target.name = instance->m_name; // first, because it may throw
+      target.callback = instance->m_sectionCallback;
+    }
+  } catch (const std::bad_alloc &) {
+    LUMIO_LOG_FOR("t_SectionCallback", kError, "No subscriptions !");
+  }
+  return target;
 }
 
 } // namespace
@@ -120,12 +129,7 @@ void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, u
     LUMIO_LOG(kError, "No subscriptions !");
     return;
   }
-  Target target;
-  try {
-    target = TargetOf(key);
-  } catch (const std::bad_alloc &) {
-    LUMIO_LOG(kError, "No subscriptions !");
-  }
+  const Target target = TargetOf(key);
   if (target.callback) {
     LUMIO_LOG(kTrace, "Call section callback of '%s'", target.name.c_str());
     // Deliberate: the stream number arrives as unsigned 16 bits, so -1 becomes 65535 (docs/surprises.md).

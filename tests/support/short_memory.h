@@ -31,8 +31,8 @@ template <class Call, class Check> void ThrowAtEachAllocation(Call call, Check c
   EXPECT_GE(failures, 1);
 }
 
-// Runs `call` with its first, second, ... `count`th allocation failing, and once with enough memory. For calls that go
-// on to others which do not bear it: Ecore leaks when it runs short in the middle of a wake-up.
+// Runs `call` with its first, second, ... `count`th allocation failing, then once with enough memory. For calls whose
+// later allocations must not fail: Ecore leaks if memory runs out in the middle of a wake-up.
 template <class Call> void FailFirstAllocations(int count, Call call) {
   for (int nth = 1; nth <= count; ++nth) {
     FailAllocation(nth);
@@ -42,5 +42,5 @@ template <class Call> void FailFirstAllocations(int count, Call call) {
   call();
 }
 
-// Does not fit into a string's own place.
+// Too long for the internal buffer of std::string.
 inline constexpr char kLongName[] = "a name that needs memory of its own wherever it is copied";
