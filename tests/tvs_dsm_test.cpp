@@ -327,6 +327,20 @@ TEST_F(TvsDsm, ReportsAMessageOfAnUnknownSession) {
   EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock"));
 }
 
+TEST_F(TvsDsm, LogsInTheNameOfWhatIsCalled) {
+  Notify(100); // there is no container
+  Module refused("refused"), module("mod");
+  fake_tv_service.answers["dsm.Attach"] = 0;
+  Attach(refused);
+  fake_tv_service.answers.clear();
+  Attach(module);
+  Notify(-5); // nobody has this session
+  fake_tv_service.answers["dsm.Detach"] = 0;
+  module.DetachDsm(session_);
+  EXPECT_THAT(LogFunctions(), ElementsAre("t_DsmCallback", "AttachDsm", "t_DsmCallback", "DetachDsm"));
+  EXPECT_THAT(LogLines(), testing::Each(testing::Field(&LogLine::file, "TVServiceSubscriber.cpp")));
+}
+
 TEST_F(TvsDsm, ReportsAMessageOfASessionThatTheServiceRefusedToEnd) {
   Module module("mod");
   Attach(module);

@@ -334,6 +334,7 @@ TEST_F(TvsProgram, LogsInTheNameOfWhatIsCalled) {
   }
   EXPECT_THAT(LogFunctions(),
               ElementsAre("t_ProgramCallback", "SubscribeProgram", "SubscribeProgramListPF", "SubscribeProgramList"));
+  EXPECT_THAT(LogLines(), testing::Each(testing::Field(&LogLine::file, "TVServiceSubscriber.cpp")));
 }
 
 TEST_F(TvsProgram, HandlesOfAllFormsLiveSideBySide) {

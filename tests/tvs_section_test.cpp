@@ -528,6 +528,20 @@ TEST_F(TvsSection, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   EXPECT_EQ(Told(), "aa");
 }
 
+TEST_F(TvsSection, LogsInTheNameOfWhatIsCalled) {
+  Notify(1); // there is no container
+  Module module = WithCallback(kLongName);
+  ByFilter(module, 1, handle_);
+  FailAllocation(1);
+  Notify(fake_tv_service.section_key);
+  FailAllocation(0);
+  Notify(fake_tv_service.section_key);
+  module.UnsubscribeSection(handle_);
+  EXPECT_THAT(LogFunctions(),
+              ElementsAre("t_SectionCallback", "t_SectionCallback", "t_SectionCallback", "UnsubscribeSection"));
+  EXPECT_THAT(LogLines(), testing::Each(testing::Field(&LogLine::file, "TVServiceSubscriber.cpp")));
+}
+
 TEST_F(TvsSection, DropsANotificationWhenMemoryIsShort) {
   Module module(kLongName);
   module.SetSectionCallback(OnSection<'a'>);

@@ -424,6 +424,7 @@ TEST_F(TvsSignal, ReportsMissingUserData) {
   Module module("mod");
   EXPECT_EQ(module.m_GetUserDataOfSignalCallback({SIGNAL_TYPE_STRENGTH, PROFILE_PIP, 3}), nullptr);
   EXPECT_THAT(LogMessages(), ElementsAre("16 user data is not set for the signal : 5,profile:2, screen 3"));
+  EXPECT_THAT(LogFunctions(), ElementsAre("m_GetUserDataOfSignalCallback"));
   EXPECT_THAT(LockCalls(), IsEmpty());
 }
 

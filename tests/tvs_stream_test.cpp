@@ -471,6 +471,7 @@ TYPED_TEST(TvsStream, LogsInTheNameOfWhatIsCalled) {
   HandleAll();
   const auto &[notify, unsubscribe, subscribe] = TypeParam::kFunctions;
   EXPECT_THAT(LogFunctions(), ElementsAre(notify, unsubscribe, subscribe, "m_DeferredEventHandler"));
+  EXPECT_THAT(LogLines(), testing::Each(testing::Field(&LogLine::file, "TVServiceSubscriber.cpp")));
 }
 
 TYPED_TEST(TvsStream, ReportsANameWithoutACopy) {
