@@ -77,7 +77,7 @@ TEST(MutexDeathTest, SaysThatItIsNotRecursive) {
   TCMutex mutex;
   mutex.Create();
   mutex.Lock();
-  EXPECT_DEATH(mutex.Lock(), "already holds.*not recursive.*Unlock it first");
+  EXPECT_DEATH(mutex.Lock(), "already holds.*not recursive.*Unlock the mutex first");
   EXPECT_DEATH(CAutoLock lock(mutex), "already holds");
   mutex.Unlock();
 }

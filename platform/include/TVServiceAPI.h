@@ -2,10 +2,9 @@
  * @file TVServiceAPI.h
  * The platform's TV service: one subscriber object of each kind per process.
  *
- * All operations may be called on any thread, also from a callback. Notifications arrive on threads of the service,
- * those of one kind one after the other in the order of what happened. The service holds no lock meanwhile and no
- * operation waits for a callback to end, so a callback that was about to run when it was unsubscribed may still run
- * once.
+ * All operations may be called on any thread, including from a callback. Callbacks run on threads of the service. The
+ * notifications of one kind arrive one at a time, in order. The service holds no lock during a callback, and no
+ * operation waits for a callback to end: a callback that is about to run when its subscription ends may still run once.
  */
 #ifndef TVSERVICEAPI_H
 #define TVSERVICEAPI_H
@@ -16,9 +15,9 @@
 class ISignalSubscriber {
 public:
   virtual ~ISignalSubscriber() = default;
-  /** Starts delivery of one key; `userData` is given back with each notification. */
+  /** Starts delivery for one type, profile and screen. The service passes `userData` to each callback. */
   virtual int Subscribe(ESignalType type, void *userData, EProfile profile, unsigned short screenId) = 0;
-  /** Stops delivery of one key. */
+  /** Stops delivery for one type, profile and screen. */
   virtual int Unsubscribe(ESignalType type, EProfile profile, unsigned short screenId) = 0;
 };
 
@@ -37,15 +36,15 @@ public:
                                    ESubscribeType type, int &handle) = 0;
   /** Ends a `SubscribeProgramListPF` or `SubscribeProgramList`. */
   virtual int UnsubscribeProgramList(int handle) = 0;
-  /** Tells which tables the service watches. */
+  /** Reports which tables the service watches; fills `type`. */
   virtual bool GetMonitoringType(EProgramMonitoringType &type) = 0;
 };
 
-/** Section notifications. All operations succeed with a result greater than 0. */
+/** Section notifications. All operations return a value greater than 0 on success. */
 class ISectionSubscriber {
 public:
   virtual ~ISectionSubscriber() = default;
-  /** Delivers the sections that meet `criteria`, with `key` as the last argument; fills `handle`. */
+  /** Delivers the sections that match `criteria`, with `key` as the last argument; fills `handle`. */
   virtual int SubscribeByCriteria(int key, const TCSectionCriteriaHelper &criteria, int &handle) = 0;
   /** Delivers the sections that pass `filter`, with `key` as the last argument; fills `handle`. */
   virtual int SubscribeByFilter(int key, const TCSectionFilterCriteriaHelper &filter, int &handle) = 0;
@@ -73,7 +72,7 @@ public:
   virtual int Unsubscribe(int handle) = 0;
 };
 
-/** DSM data services. All operations succeed with a result greater than 0. */
+/** DSM data services. All operations return a value greater than 0 on success. */
 class IDsm {
 public:
   virtual ~IDsm() = default;
@@ -91,50 +90,53 @@ public:
 namespace TVServiceAPI {
 
 /**
- * @param callback    gets the type, the profile, the screen, the data and the user data of the subscription; its result
- * is not used
+ * @param callback    receives the type, the profile, the screen, the data and the user data of the subscription; its
+ *                    result is ignored
  * @param subscriber  receives the object
  */
 int CreateSignalSubscriber(int (*callback)(ESignalType, EProfile, unsigned short, TSSignalData, void *),
                            ISignalSubscriber **subscriber);
 /**
- * @param callback    gets what changed, the programme (owned by the service, and still there when the main loop gets to
- *                    handle it), its place in a list (0 is the present one) and the handle of the subscription
+ * @param callback    receives what changed, the programme (owned by the service, and still valid when the main loop
+ *                    handles the notification), its position in a list (0 is the present programme) and the handle of
+ *                    the subscription
  * @param subscriber  receives the object
  */
 int CreateProgramSubscriber(void (*callback)(EProgramChangeType, TCProgramData *, int, int),
                             IProgramSubscriber **subscriber);
 /**
- * @param callback    gets whether the section's checksum is right, its size in bytes, its bytes (from the table_id on;
- *                    valid during the callback) and the key of the subscription
- * @param profile     picture whose stream is meant
- * @param group       group of streams within it
+ * @param callback    receives whether the section's checksum is correct, the size in bytes, the bytes from the table_id
+ *                    on (valid during the callback only), and the key of the subscription
+ * @param profile     picture whose stream carries the sections
+ * @param group       group of streams within the picture
  * @param subscriber  receives the object
  */
 int CreateSectionSubscriber(void (*callback)(bool, unsigned short, unsigned char *, int), EProfile profile, int group,
                             ISectionSubscriber **subscriber);
-/** As `CreateSectionSubscriber`; the callbacks come with the subscriptions, and a packet is valid during the callback.
+/**
+ * Like `CreateSectionSubscriber`, but each subscription passes its own callback. A packet is valid during the callback
+ * only.
  */
 int CreatePESDataSubscriber(EProfile profile, int group, IPESDataSubscriber **subscriber);
-/** As `CreatePESDataSubscriber`, for captions. */
+/** Like `CreatePESDataSubscriber`, for captions. */
 int CreateDataSubscriber(EProfile profile, int group, IDataSubscriber **subscriber);
 /**
- * @param callback  gets the message, which is valid during the callback
+ * @param callback  receives the message, which is valid during the callback only
  * @param dsm       receives the object
  */
 int CreateDsm(void (*callback)(TSDsmMessage &), IDsm **dsm);
 
-/** Takes the signal subscriber back. */
+/** Releases the signal subscriber. */
 int DestroySignalSubscriber();
-/** Takes the programme subscriber back. */
+/** Releases the programme subscriber. */
 int DestroyProgramSubscriber();
-/** Takes the section subscriber back. */
+/** Releases the section subscriber. */
 int DestroySectionSubscriber();
-/** Takes the PES subscriber back. */
+/** Releases the PES subscriber. */
 int DestroyPESDataSubscriber();
-/** Takes the caption subscriber back. */
+/** Releases the caption subscriber. */
 int DestroyDataSubscriber();
-/** Takes the DSM object back. */
+/** Releases the DSM object. */
 int DestroyDsm();
 
 } // namespace TVServiceAPI

@@ -11,7 +11,7 @@
 
 #include "Kestrel/TCMarshalable.h"
 
-/** What a signal notification is about. */
+/** What a signal notification reports. */
 enum ESignalType : int {
   SIGNAL_TYPE_LOCK = 0,            ///< the tuner gained or lost the signal
   SIGNAL_TYPE_SERVICE_CHANGED = 1, ///< another service is shown
@@ -67,7 +67,7 @@ struct TSSignalData {
 };
 static_assert(sizeof(TSSignalData) == 8, "the service passes it in one 8-byte register");
 
-/** Names a service: original network, transport stream and service id, 16 bits each. */
+/** Identifies a service: original network, transport stream and service id, 16 bits each. */
 typedef unsigned long long TCServiceId;
 
 /** One programme (event) of a service. */
@@ -81,21 +81,21 @@ public:
   std::string description;    ///< UTF-8
 };
 
-/** Chooses one programme. */
+/** Selects one programme. */
 class TCProgramFilteringItem {
 public:
   TCServiceId serviceId = 0;  ///< service that carries the programme
   unsigned short eventId = 0; ///< number within the service
 };
 
-/** Chooses sections by stream and table. */
+/** Selects sections by stream and table. */
 class TCSectionCriteriaHelper {
 public:
   unsigned short pid = 0;    ///< packet identifier of the stream
   unsigned char tableId = 0; ///< table_id of the sections
 };
 
-/** Chooses sections by stream and by a mask over their first bytes. */
+/** Selects sections by stream and by a mask over their first bytes. */
 class TCSectionFilterCriteriaHelper {
 public:
   unsigned short pid = 0;           ///< packet identifier of the stream
@@ -113,7 +113,7 @@ struct TSPESData : public TCMarshalable {
 
 /** One caption. */
 struct TSCaption : public TCMarshalable {
-  int language = 0;                   ///< three letters of the language code, the last one lowest
+  int language = 0;                   ///< three letters of the language code, the last one in the lowest byte
   unsigned long long pts = 0;         ///< presentation time stamp, in units of 90 kHz
   std::vector<unsigned char> payload; ///< UTF-8 text, no terminating zero
 };
@@ -121,11 +121,11 @@ struct TSCaption : public TCMarshalable {
 /** One message of a DSM session. */
 struct TSDsmMessage {
   std::int32_t type;     ///< kind of the message
-  std::int32_t status;   ///< 0, or what went wrong
-  std::int32_t version;  ///< version of the module it is about
-  int sessionHandle;     ///< session that it belongs to
-  std::int32_t moduleId; ///< module that it is about
-  std::uint32_t size;    ///< bytes of `data`
+  std::int32_t status;   ///< 0, or an error code
+  std::int32_t version;  ///< version of the module
+  int sessionHandle;     ///< session that receives the message
+  std::int32_t moduleId; ///< module that the message carries
+  std::uint32_t size;    ///< size of `data` in bytes
   const void *data;      ///< the module's bytes; valid during the callback only
 };
 

@@ -15,17 +15,17 @@ extern "C" {
  * Reads an integer key.
  *
  * @param key    name of the key, for example "memory/lumio/lumio_banner_state_1"
- * @param value  receives the value; untouched on failure
- * @return 0 on success, negative when the key is absent or the store cannot be read
+ * @param value  receives the value; unchanged on failure
+ * @return 0 on success, negative if the key is absent or the store cannot be read
  */
 int vconf_get_int(const char *key, int *value);
 
 /**
- * Writes an integer key, creating it when it is absent.
+ * Writes an integer key. Creates the key if it is absent.
  *
  * @param key    name of the key
  * @param value  new value
- * @return 0 once the value is stored, negative when it could not be
+ * @return 0 once the value is stored, negative on failure
  */
 int vconf_set_int(const char *key, int value);
 

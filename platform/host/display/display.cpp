@@ -37,7 +37,7 @@ std::string KeyboardSection(const InputDevice &device, const std::string &socket
                           (device.plug == Plug::kFloating ? "true" : "false") + "\"\n");
 }
 
-// A screen in memory, no real devices, and no looking for them.
+// Configures a screen in memory and no hardware.
 void WriteConfiguration(const TemporaryDirectory &directory, const std::vector<InputDevice> &devices) {
   std::ofstream file(directory / "xorg.conf");
   std::string layout;
@@ -89,7 +89,7 @@ struct PrivateDisplay::State {
   std::map<std::string, int> key_codes;  // by name
 };
 
-// Nothing in the directory is needed once the devices' sockets are held.
+// The directory is not needed once the injectors hold the sockets of the devices.
 PrivateDisplay::State::State(const DisplayOptions &options) {
   const TemporaryDirectory directory;
   WriteConfiguration(directory, options.devices);
@@ -105,7 +105,7 @@ void PrivateDisplay::State::FindDevices(const std::vector<InputDevice> &wanted, 
   for (size_t i = 0; i < wanted.size(); ++i) {
     const int id = Find(ids, wanted[i].name, "input device");
     devices.emplace(wanted[i].name, Device{id, Injector(SocketPath(directory, i))});
-    key_codes = SetKeymap(server->DisplayName(), id); // the same for all of them
+    key_codes = SetKeymap(server->DisplayName(), id); // the same for all devices
   }
 }
 

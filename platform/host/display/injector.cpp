@@ -20,7 +20,7 @@ namespace {
 
 [[noreturn]] void FailWithErrno(const std::string &what) { Fail(what + ": " + strerror(errno)); }
 
-// Connects to a socket that was opened as a file.
+// Connects to a socket that is open as a file.
 FileDescriptor ConnectTo(const FileDescriptor &socket_file) {
   FileDescriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address = {};

@@ -1,4 +1,4 @@
-// The other end of an input device of the X server's "inputtest" driver.
+// The client side of an input device of the X server's "inputtest" driver.
 #pragma once
 
 #include <string>
@@ -9,15 +9,15 @@ namespace lumio {
 
 class Injector {
 public:
-  // Takes hold of the driver's socket, whose path is not needed afterwards. Throws std::runtime_error.
+  // Opens the driver's socket, whose path is not needed afterwards. Throws std::runtime_error.
   explicit Injector(const std::string &socket_path);
 
-  // The driver accepts a connection while its device is enabled, and drops it when the device is disabled.
-  // Connect does nothing when there is a connection, and throws std::runtime_error when there cannot be one.
+  // The driver accepts a connection while its device is enabled, and drops it when the device is disabled. Connect does
+  // nothing if a connection exists, and throws std::runtime_error if none can be made.
   void Connect();
   void Disconnect() { connection_.Close(); }
 
-  // Sends a key and waits until the server has passed it on; does nothing without a connection. Throws
+  // Sends a key and waits until the server has passed it on. Does nothing without a connection. Throws
   // std::runtime_error.
   void Key(int key_code, bool is_press);
 

@@ -20,10 +20,9 @@ namespace {
 
 constexpr int kTerminations = 100;
 constexpr std::chrono::milliseconds kTerminationWait{100};
-constexpr size_t kLastLines = 20;                      // of the server's log, for an error message
-constexpr char kDebianServer[] = "/usr/lib/xorg/Xorg"; // the Xorg in Debian's PATH may insist on a console
-constexpr char kNoServer[] =
-    "It cannot be run. Debian's xserver-xorg-core has an X server; scripts/setup installs it.\n";
+constexpr size_t kLastLines = 20;                      // of the server's log, shown in an error message
+constexpr char kDebianServer[] = "/usr/lib/xorg/Xorg"; // Debian's Xorg in PATH may require a console
+constexpr char kNoServer[] = "It cannot be run. Install Debian's xserver-xorg-core, for example with scripts/setup.\n";
 
 [[noreturn]] void FailWithErrno(const std::string &what) { throw std::runtime_error(what + ": " + strerror(errno)); }
 
@@ -34,7 +33,7 @@ std::string ServerPath(const std::string &wanted) {
   return access(kDebianServer, X_OK) == 0 ? kDebianServer : "Xorg";
 }
 
-// The last lines of the file, each on a line of its own.
+// Returns the last lines of the file, each preceded by a line break.
 std::string Tail(const std::string &file) {
   std::ifstream stream(file);
   std::deque<std::string> lines;
@@ -51,7 +50,7 @@ std::string Tail(const std::string &file) {
   return tail;
 }
 
-// What the server writes when it is ready: the display number and a line end. Empty when it ends instead.
+// Returns the display number, which the server writes when it is ready; empty if the server ends instead.
 std::string ReadDisplayNumber(const FileDescriptor &ready) {
   std::string number;
   for (char next; WaitReadable(ready.Get(), Clock::now() + kPatience) && read(ready.Get(), &next, 1) == 1;
@@ -63,11 +62,11 @@ std::string ReadDisplayNumber(const FileDescriptor &ready) {
   return "";
 }
 
-// In the child: becomes the server. Only what is allowed after a fork of a program with threads.
+// Turns the child into the server. Calls only what is allowed after a fork of a program with threads.
 [[noreturn]] void Become(char *const *arguments, pid_t owner, int ready, int output) {
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (getppid() != owner) {
-    _exit(1); // it ended before it could be watched
+    _exit(1); // the owner has ended before the child could watch it
   }
   sigset_t none;
   sigemptyset(&none);
@@ -76,7 +75,7 @@ std::string ReadDisplayNumber(const FileDescriptor &ready) {
   dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
   dup2(output, STDOUT_FILENO);
   dup2(output, STDERR_FILENO);
-  setsid(); // an interrupt from the keyboard is for the owner, who ends it
+  setsid(); // an interrupt from the keyboard reaches the owner only, which ends the server
   execvp(arguments[0], arguments);
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kNoServer, sizeof kNoServer - 1);
   _exit(1);
@@ -91,8 +90,8 @@ ServerProcess::ServerProcess(const std::string &server, const TemporaryDirectory
   }
   FileDescriptor ready(ends[0]);
   FileDescriptor server_end(ends[1]);
-  // Any display number that no other server has. Without GLX, which takes long to start, and without key repeat, which
-  // would depend on the load of the machine.
+  // The server chooses a free display number. It runs without GLX, which is slow to start, and without key repeat,
+  // which would depend on the load of the machine.
   const std::string number_to = std::to_string(server_end.Get());
   const std::string config = directory / "xorg.conf", log = directory / "log", output = directory / "output";
   const std::vector<std::string> command = {
@@ -112,7 +111,7 @@ ServerProcess::ServerProcess(const std::string &server, const TemporaryDirectory
 
 void ServerProcess::Start(const std::vector<std::string> &command, const FileDescriptor &ready,
                           const std::string &output) {
-  std::vector<char *> arguments(command.size() + 1); // ends with a null
+  std::vector<char *> arguments(command.size() + 1); // the last one stays null
   std::transform(command.begin(), command.end(), arguments.begin(),
                  [](const std::string &argument) { return const_cast<char *>(argument.c_str()); });
   const FileDescriptor output_file(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
@@ -131,7 +130,7 @@ void ServerProcess::Stop() {
   if (IsStopped()) {
     return;
   }
-  // Again and again, since the server misses a signal that comes just as it goes to sleep.
+  // Repeats the signal, since the server misses one that arrives just as it goes to sleep.
   int attempts = kTerminations;
   do {
     process_.Signal(SIGTERM);

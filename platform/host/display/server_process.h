@@ -15,14 +15,14 @@ constexpr std::chrono::seconds kPatience{60}; // a server on a crowded machine n
 
 class ServerProcess {
 public:
-  // Starts `server` ("" looks for it) with the file "xorg.conf" of the directory, which also receives its log, and
-  // waits until it is ready. It ends with the calling thread. Throws std::runtime_error.
+  // Starts `server` ("" for the default one) with the file "xorg.conf" of the directory, which also receives the log,
+  // and waits until the server is ready. The server ends with the calling thread. Throws std::runtime_error.
   ServerProcess(const std::string &server, const TemporaryDirectory &directory);
   ~ServerProcess() { Stop(); }
   ServerProcess(const ServerProcess &) = delete;
   ServerProcess &operator=(const ServerProcess &) = delete;
 
-  // Once stopped, the name may be another server's.
+  // After a stop, another server may have this name.
   const std::string &DisplayName() const { return display_name_; }
   bool IsStopped() const { return !process_.Exists(); }
   void Stop();

@@ -30,7 +30,7 @@ struct TelevisionKey {
   KeySym symbol;
 };
 
-// Keys that a desktop's keyboard lacks. The first two have names on a television's server only.
+// Keys that a desktop keyboard lacks. Only a television's server has names for the first two.
 constexpr TelevisionKey kTelevisionKeys[] = {
     {"XF86RaiseChannel", 0x10090001}, {"XF86LowerChannel", 0x10090002}, {"XF86ChannelUp", 0x10081192},
     {"XF86ChannelDown", 0x10081193},  {"XF86Red", 0x1008ffa3},          {"XF86Green", 0x1008ffa4},
@@ -60,7 +60,7 @@ KeySym Symbol(XkbDescPtr keyboard, int code) {
   return XkbKeyNumSyms(keyboard, code) > 0 ? XkbKeySymEntry(keyboard, code, 0, 0) : NoSymbol;
 }
 
-// Puts the symbol alone on the key. Throws std::bad_alloc.
+// Makes the symbol the only one of the key. Throws std::bad_alloc.
 void SetSymbol(XkbDescPtr keyboard, int code, KeySym symbol) {
   int one_level = XkbOneLevelIndex;
   if (XkbChangeTypesOfKey(keyboard, code, 1, XkbGroup1Mask, &one_level, nullptr) != Success) {
@@ -69,7 +69,7 @@ void SetSymbol(XkbDescPtr keyboard, int code, KeySym symbol) {
   XkbKeySymEntry(keyboard, code, 0, 0) = symbol;
 }
 
-// Puts the television's keys on key codes that have no key yet, the highest first.
+// Assigns the television's keys to unused key codes, from the highest down.
 void AddTelevisionKeys(Display *display, XkbDescPtr keyboard) {
   int code = keyboard->max_key_code;
   for (const TelevisionKey &key : kTelevisionKeys) {
@@ -85,8 +85,8 @@ void AddTelevisionKeys(Display *display, XkbDescPtr keyboard) {
   XkbChangeMap(display, keyboard, &changes);
 }
 
-// The name under which an application knows the symbol, null if none. Xlib is not asked for the television's own names:
-// it would look for XKEYSYMDB now, once for the whole process, which the owner may still want to set.
+// Returns the name by which an application knows the symbol, or null. Does not ask Xlib for the television's own names:
+// Xlib would read XKEYSYMDB now, once for the whole process, and the owner may still set it.
 const char *Name(KeySym symbol) {
   for (const TelevisionKey &key : kTelevisionKeys) {
     if (key.symbol == symbol) {

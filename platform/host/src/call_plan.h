@@ -1,4 +1,4 @@
-// What the next calls of a host service's functions are to meet, as a test or demo asked for it.
+// Refusals and actions that a test or demo has planned for the next calls of a host service's functions.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace lumio {
 
-// `Call` is an enumeration of the service's functions. All operations may be called on any thread.
+// `Call` is an enumeration of the service's functions. All functions may be called on any thread.
 template <class Call> class CallPlan {
 public:
   void RefuseNext(Call call, int result) {
@@ -23,8 +23,8 @@ public:
     actions_[call].push(std::move(action));
   }
 
-  // One call: `perform` unless it is refused, then the action planned for it, then the answer. No lock is held
-  // meanwhile.
+  // Carries out one call: runs `perform` unless the call is refused, then the planned action, and returns the result.
+  // Holds no lock while it runs them.
   int Carry(Call call, const std::function<int()> &perform) {
     const std::optional<int> refusal = TakeNext(refusals_, call);
     const std::optional<std::function<void()>> action = TakeNext(actions_, call);

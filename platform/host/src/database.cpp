@@ -16,11 +16,11 @@ namespace lumio::store {
 
 namespace {
 
-constexpr size_t kMapSize = size_t{16} << 20;      // far more than settings need, and little enough address space
-constexpr size_t kLockFileSize = size_t{64} << 10; // places for about a thousand reading threads
+constexpr size_t kMapSize = size_t{16} << 20;      // far more than settings need, but little address space
+constexpr size_t kLockFileSize = size_t{64} << 10; // slots for about a thousand reading threads
 
-// Takes the descriptors of the standard streams that this process runs without. The store's files must not get them, or
-// what somebody prints would land in the files.
+// Occupies the descriptors of the standard streams that this process runs without. Otherwise the store's files could
+// get these descriptors, and the process would print into the files.
 int TakeStandardStreams(int any, std::array<FileDescriptor, 3> *taken) {
   for (FileDescriptor &stream : *taken) {
     FileDescriptor lowest(fcntl(any, F_DUPFD_CLOEXEC, 0));
@@ -35,7 +35,7 @@ int TakeStandardStreams(int any, std::array<FileDescriptor, 3> *taken) {
   return 0;
 }
 
-// A file that outlives a power cut is of no use in a directory that does not. Some file systems have nothing to sync.
+// Makes new entries of the directory survive a power cut, as the files do. EINVAL: the file system has nothing to sync.
 int SyncDirectory(int directory) { return fsync(directory) == 0 || errno == EINVAL ? 0 : errno; }
 
 int MakeDirectory(const std::string &path) {
@@ -50,21 +50,21 @@ int MakeDirectory(const std::string &path) {
     return code;
   }
   if (mkdir(path.c_str(), 0700) != 0) {
-    return errno == EEXIST ? 0 : errno; // another process was quicker
+    return errno == EEXIST ? 0 : errno; // another process was faster
   }
   const FileDescriptor directory(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return directory.Get() < 0 ? errno : SyncDirectory(directory.Get());
 }
 
-// Holds the directory against every process that opens the same database until the descriptor is closed: LMDB
-// leaves a lock file half prepared when its process is killed, and gets confused when another one joins just then.
+// Locks the directory against other processes that open the same database, until the descriptor is closed. If a process
+// is killed while LMDB prepares the lock file, LMDB fails in a process that opens the half-prepared file.
 int LockDirectory(int directory) {
   struct stat status;
   if (directory < 0 || fstat(directory, &status) != 0) {
     return errno;
   }
   if (status.st_uid != geteuid()) {
-    return kForeign; // somebody else made it, perhaps to read along
+    return kForeign; // another user has made it, perhaps to read along
   }
   while (flock(directory, LOCK_EX) != 0) {
     if (errno != EINTR) {
@@ -88,7 +88,7 @@ int FillDataFile(const std::string &path) {
   return code;
 }
 
-// LMDB maps the lock file and writes through the map: without blocks of its own below it a full disk would be a SIGBUS.
+// LMDB maps the lock file and writes to the map. Blocks allocated in advance keep a full disk from raising SIGBUS.
 int FillLockFile(const std::string &path) {
   const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   const std::vector<char> zeros(kLockFileSize);
@@ -99,7 +99,7 @@ int FillLockFile(const std::string &path) {
   return static_cast<size_t>(written) == zeros.size() ? 0 : ENOSPC;
 }
 
-// The file comes into being whole, or not at all when the process is killed meanwhile.
+// Creates the file completely, or not at all if the process is killed meanwhile.
 int CreateWhole(const std::string &path, int (*fill)(const std::string &)) {
   if (access(path.c_str(), F_OK) == 0) {
     return 0;
@@ -137,8 +137,8 @@ Database::Inside Database::Enter(int *code, Reader *reader) {
   return Inside(inside_);
 }
 
-// Keeps everybody out and waits until nobody is inside. Every thread loses its place in the table of readers: a forked
-// child must not hold, and a closed database must not have, transactions.
+// Keeps all threads out and waits until none is inside. Every thread loses its slot in the reader table, since neither
+// a forked child nor a closed database may have transactions.
 void Database::ShutGate() {
   gate_.lock();
   const std::lock_guard<std::shared_mutex> nobody(inside_);
@@ -163,7 +163,8 @@ void Database::Close() {
 }
 
 void Database::AfterForkInChild() {
-  mdb_env_close(env_); // before the child opens its own: closing the lock file drops all of a process's locks on it
+  mdb_env_close(
+      env_); // before the child opens its own: closing the lock file drops all locks that the process has on it
   env_ = nullptr;
   gate_.unlock();
 }
@@ -214,8 +215,8 @@ int Database::OpenFiles(const std::string &directory) {
   return code;
 }
 
-// Only what is absent is planted, behind the writers' lock, so that no value that was set is ever overwritten. As a
-// rule there is nothing to plant, which a reader can tell.
+// Plants only absent keys, under the writers' lock, and so never overwrites a value. Usually a read shows that nothing
+// is absent.
 int Database::PlantSeeds() {
   MDB_txn *transaction = nullptr;
   int code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &transaction);
@@ -255,12 +256,13 @@ int Database::EndWrite(MDB_txn *transaction, int code) {
     return code;
   }
   code = mdb_txn_commit(transaction);
-  // The commit has left its last page in the page cache only, which spares waiting writers one turn of the disk.
+  // The commit leaves its last page in the page cache, so that the next writer need not wait for this sync.
   return code == 0 && durable_ ? mdb_env_sync(env_, 1) : code;
 }
 
-// Whether it is worth to try again. Readers killed in mid-transaction keep their places and every page they could see
-// until someone looks after them. After a failed commit LMDB wants the database to be opened anew.
+// Returns whether another attempt can succeed. Readers that were killed in a transaction keep their slots, and every
+// page that they could see, until a reader check. After a failed commit LMDB requires that the environment is opened
+// again.
 bool Database::Mend(int code) {
   switch (code) {
   case MDB_MAP_FULL:

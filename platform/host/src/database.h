@@ -1,4 +1,5 @@
-// One LMDB database of this process: opened when it is first used, shared by its threads, closed across fork().
+// One database of the store, which LMDB calls an environment. It is opened at its first use, shared by the threads of
+// the process, and closed across fork().
 #pragma once
 
 #include <lmdb.h>
@@ -13,8 +14,8 @@ namespace lumio::store {
 
 class Database;
 
-// A thread's place in the table of readers, kept between its reads because taking one costs a lock shared by all
-// processes.
+// A thread's slot in LMDB's reader table. A thread keeps its slot between reads, because taking one costs a lock that
+// all processes share.
 class Reader {
 public:
   explicit Reader(Database &database) : database_(database) {}
@@ -26,7 +27,7 @@ private:
   friend class Database;
 
   Database &database_;
-  MDB_txn *transaction_ = nullptr; // reset between reads; null until the first one and when the database was closed
+  MDB_txn *transaction_ = nullptr; // reset between reads; null before the first read and while the database is closed
 };
 
 struct Seed {
@@ -36,37 +37,38 @@ struct Seed {
 
 constexpr int kForeign = -100; // the directory belongs to another user
 
-// Every operation answers 0, kForeign, an LMDB code or an errno value. None of them writes to the log, so that a thread
-// in here never waits for the log, whatever locks a fork() has taken.
+// Every function returns 0, kForeign, an LMDB code or an errno value. None writes to the log: a thread in here must not
+// wait for the lock of the log, which fork() takes.
 class Database {
 public:
-  // `directory` tells where the files are whenever they are opened; `flags` are LMDB's. A durable database
-  // acknowledges a write only when it would outlive a power cut. `seeds` are the keys that get a first value.
+  // `directory` returns the directory of the files; it is called each time they are opened. `flags` are LMDB's. A
+  // durable database acknowledges a write only once the write survives a power cut. `seeds` are keys with an initial
+  // value.
   Database(std::string (*directory)(), unsigned flags, bool durable, std::vector<Seed> seeds)
       : directory_(directory), flags_(flags), durable_(durable), seeds_(std::move(seeds)) {}
 
   std::string Directory() const { return directory_(); }
   std::string DataFile() const { return Directory() + "/data.mdb"; }
 
-  // body(MDB_txn *, MDB_dbi) sees the newest state that a commit has announced. Never waits for a writer.
+  // Runs body(MDB_txn *, MDB_dbi) on the newest committed state. Never waits for a writer.
   template <class Body> int Read(Reader &reader, const Body &body);
 
-  // The same behind the writers' lock: sees also the commit whose data file write has already been noticed but that is
-  // not announced yet, be its writer still at it or dead.
+  // Does the same under the writers' lock. It also sees a commit that has written to the data file, which a watcher can
+  // notice, but that LMDB has not published yet, whether its writer is still running or has died.
   template <class Body> int ReadSettled(const Body &body);
 
-  // Commits when body(MDB_txn *, MDB_dbi) answers 0.
+  // Commits if body(MDB_txn *, MDB_dbi) returns 0.
   template <class Body> int Write(const Body &body);
 
-  // Whether the keys and values leave room. They may take half of the space: every commit writes its pages anew, also
-  // one that deletes a key, before it can give up the old ones.
+  // Returns whether the keys and values leave enough room. They may take half of the map: every commit, even one that
+  // deletes a key, writes new pages before it frees the old ones.
   static bool LeavesRoom(MDB_txn *transaction, MDB_dbi dbi);
 
-  // Closes until the next use. Waits for the threads that are inside.
+  // Closes the database until its next use. Waits for the threads that are inside.
   void Close();
 
-  // Around fork(): LMDB forbids the child the use of what the parent opened, and an database cannot be taken over
-  // in the middle of another thread's work.
+  // Called around fork(): LMDB forbids a child to use what its parent has opened, and the child must not inherit the
+  // database in the middle of another thread's work.
   void BeforeFork() { ShutGate(); }
   void AfterForkInParent() { gate_.unlock(); }
   void AfterForkInChild();
@@ -74,7 +76,7 @@ public:
 private:
   friend class Reader;
 
-  // Being inside keeps the database open.
+  // Keeps the database open.
   using Inside = std::shared_lock<std::shared_mutex>;
 
   Inside Enter(int *code, Reader *reader = nullptr);
@@ -86,10 +88,10 @@ private:
   int EndWrite(MDB_txn *transaction, int code);
   bool Mend(int code);
 
-  // Runs the body in a transaction that excludes all other writers, and end(MDB_txn *, what the body answered).
+  // Runs the body in a transaction that excludes all other writers, then end(MDB_txn *, result of the body).
   template <class Body, class End> int Exclude(const Body &body, const End &end);
 
-  // Tries once more what failed for a reason that could be mended.
+  // Runs `attempt`, and once more if it fails for a reason that can be mended.
   template <class Attempt> int Mending(const Attempt &attempt) {
     const int code = attempt();
     return Mend(code) ? attempt() : code;
@@ -100,9 +102,9 @@ private:
   const bool durable_;
   const std::vector<Seed> seeds_;
 
-  std::mutex gate_;          // passed on the way in; held, it keeps everybody out
-  std::shared_mutex inside_; // held shared by those who are inside, exclusively only to wait until they have left
-  MDB_env *env_ = nullptr;   // null while closed; changed behind the shut gate
+  std::mutex gate_;          // every thread passes it on its way in; whoever holds it keeps the others out
+  std::shared_mutex inside_; // shared by the threads inside; taken exclusively only to wait until they have left
+  MDB_env *env_ = nullptr;   // null while closed; changes only while the gate is shut
   MDB_dbi dbi_ = 0;
   std::set<Reader *> readers_; // those with a transaction; guarded by gate_
 };

@@ -60,7 +60,7 @@ void DeliveryThread::Run() {
     queue_.pop_front();
     lock.unlock();
     delivery();
-    delivery = nullptr; // what it holds is released before anyone learns that it ended
+    delivery = nullptr; // releases what it holds before a waiting thread learns that it has ended
     lock.lock();
     ++ends_;
     carried_out_.notify_all();

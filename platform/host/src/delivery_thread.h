@@ -1,4 +1,4 @@
-// A thread of a host service that calls the application back.
+// The thread on which a host service calls the application back.
 #pragma once
 
 #include <condition_variable>
@@ -10,16 +10,16 @@
 
 namespace lumio {
 
-// Carries out what is posted, one after the other in the order posted, without a lock of its own held. The thread
-// starts with the first post. All operations may be called on any thread, also from what was posted.
+// Runs posted deliveries one at a time, in order, and holds no lock meanwhile. The thread starts with the first post.
+// All functions may be called on any thread, including from a delivery.
 class DeliveryThread {
 public:
-  // Drops `delivery` once the thread was stopped.
+  // Drops `delivery` if the thread has been stopped.
   void Post(std::function<void()> delivery);
-  // Waits until everything posted before is carried out or dropped. On a delivery thread it returns at once, since two
-  // of them would wait for each other.
+  // Waits until everything posted so far has run or is dropped. Returns at once on any delivery thread, since two of
+  // them could wait for each other.
   void Flush();
-  // Drops what has not begun and waits for the end of what has, but not on the thread itself.
+  // Drops deliveries that have not begun. Waits for the current one to end, except on the thread itself.
   void Stop();
 
 private:
@@ -30,7 +30,7 @@ private:
   std::condition_variable carried_out_;
   std::deque<std::function<void()>> queue_;
   std::uint64_t posts_ = 0;
-  std::uint64_t ends_ = 0; // posts that are carried out or dropped
+  std::uint64_t ends_ = 0; // posts that have run or were dropped
   bool stopped_ = false;
   std::thread thread_;
 };

@@ -39,12 +39,12 @@ constexpr Level kLevels[] = {{2, 'V', LOG_DEBUG},   {3, 'D', LOG_DEBUG}, {4, 'I'
 
 const Level &LevelOf(int priority) {
   if (priority > 7) {
-    return kLevels[4]; // beyond the platform's scale: errors that show at any level
+    return kLevels[4]; // above the platform's scale: an error that is shown at any level
   }
   return kLevels[std::max(priority, 2) - 2];
 }
 
-// Keeps a log reader that went away from ending the program.
+// Keeps SIGPIPE from ending the program when the reader of the log is gone.
 class WithoutSigpipe {
 public:
   WithoutSigpipe() {
@@ -92,7 +92,7 @@ bool AppendFormatted(std::string *line, const char *format, va_list arguments) {
   const int length = vsnprintf(nullptr, 0, format, arguments);
   if (length >= 0) {
     const size_t start = line->size();
-    line->resize(start + static_cast<size_t>(length) + 1); // and the null that vsnprintf() adds
+    line->resize(start + static_cast<size_t>(length) + 1); // for the null that vsnprintf() appends
     vsnprintf(&(*line)[start], static_cast<size_t>(length) + 1, format, again);
     line->pop_back();
   }
@@ -116,13 +116,13 @@ private:
 
   bool configured_ = false;
   int lowest_ = INT_MIN;
-  int descriptor_ = STDERR_FILENO; // -1: nothing is written
+  int descriptor_ = STDERR_FILENO; // -1 for no output
   bool journal_ = false;
-  bool cut_ = false; // the last line could not be written to its end
-  std::string line_; // kept for its memory
+  bool cut_ = false; // the last line was written only in part
+  std::string line_; // a member, to reuse its memory
 };
 
-std::mutex g_mutex;      // lines are composed and written one at a time, so they stand in the order of their times
+std::mutex g_mutex;      // lines are composed and written one at a time, in the order of their times
 Log &g_log = *new Log(); // never destroyed: threads may log while the program ends
 
 [[maybe_unused]] const int g_fork_handlers =
@@ -173,7 +173,7 @@ void Log::OpenFile(const char *path) {
   descriptor_ = file;
 }
 
-// A number, or the letter that stands for it in the lines.
+// The level is a number, or the letter that a line shows for it.
 void Log::ReadLevel(const char *text) {
   char *end = nullptr;
   const long number = strtol(text, &end, 10);
@@ -197,7 +197,7 @@ void Log::Complain(const char *format, ...) {
   try {
     Print(kAlwaysShown, kOwnTag, format, arguments);
   } catch (const std::bad_alloc &) {
-    // The rest of the settings counts all the same.
+    // The remaining settings still take effect.
   }
   va_end(arguments);
 }
@@ -247,7 +247,7 @@ int Log::Write() {
 } // namespace
 
 extern "C" int __dlog_print(int, int priority, const char *tag, const char *format, ...) {
-  const int error = errno; // callers log between a failure and looking at its reason
+  const int error = errno; // callers may log before they read the errno of a failure
   va_list arguments;
   va_start(arguments, format);
   int written = -1;
@@ -256,7 +256,7 @@ extern "C" int __dlog_print(int, int priority, const char *tag, const char *form
     errno = error;
     written = g_log.Print(priority, tag, format, arguments);
   } catch (const std::bad_alloc &) {
-    // A line without memory is lost, and nothing else.
+    // Only this line is lost.
   }
   va_end(arguments);
   errno = error;

@@ -6,9 +6,9 @@
 
 namespace Kestrel {
 
-// The lock itself lives as long as the object, and the handle only says whether it may be taken. So Destroy() frees
-// nothing that a waiting thread could still touch, and a thread that gets through after it excludes those that come
-// through a later Create(): they all meet at the same lock.
+// The lock itself lives as long as the object; the handle only says whether it may be taken. Destroy() therefore frees
+// nothing that a waiting thread still uses. A thread that gets the lock after Destroy() excludes threads that come
+// after a later Create(), since all of them use the same lock.
 
 TCMutex::TCMutex() = default;
 TCMutex::~TCMutex() = default;
@@ -24,13 +24,12 @@ bool TCMutex::Lock() {
   if (!IsCreated()) {
     return false;
   }
-  // Only the thread itself ever writes its own id, so what it reads about itself is never out of date.
+  // Only the thread itself writes its own id, so its own id is never out of date.
   if (m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
-    std::fputs(
-        "Kestrel::TCMutex: this thread locked a mutex that it already holds. It is not recursive: on a television "
-        "the thread would wait for itself for ever. Unlock it first (end the scope of the CAutoLock, or call its "
-        "Unlock), and call nothing that takes it again while it is held.\n",
-        stderr);
+    std::fputs("Kestrel::TCMutex: this thread locked a mutex that it already holds. The mutex is not recursive: on a "
+               "television, the thread would wait for itself for ever. Unlock the mutex first (end the scope of the "
+               "CAutoLock, or call its Unlock), and call nothing that locks it again while it is held.\n",
+               stderr);
     std::abort();
   }
   m_lock.lock();
@@ -65,7 +64,7 @@ void CAutoLock::Lock() {
     if (!m_mutex->IsCreated()) {
       m_mutex->Create();
     }
-  } while (!m_mutex->Lock()); // refused when another thread destroyed the mutex in between
+  } while (!m_mutex->Lock()); // fails if another thread has destroyed the mutex since
   m_locked = true;
 }
 

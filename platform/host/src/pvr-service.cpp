@@ -131,8 +131,8 @@ private:
     int duration = 0; // seconds
   };
 
-  // The callback is looked up when its turn comes and called without the lock: whoever unregisters it may hold a lock
-  // of his own that the callback is waiting for.
+  // The callback is looked up at delivery and called without the lock, since a caller that unregisters may hold a lock
+  // of its own that the callback waits for.
   template <class Callback, class Value> void Post(const Registration<Callback> &registration, const Value &value) {
     thread_.Post([this, &registration, value] {
       std::unique_lock<std::mutex> lock(mutex_);
@@ -144,7 +144,7 @@ private:
     });
   }
 
-  // The following are called with the lock held, so that what is told is told in the order it happened.
+  // The caller of these holds the lock, so that notifications are posted in the order of the events.
 
   void TellResult(pvr_operation_e operation, int request, pvr_result_e result, const Recording &recording) {
     Tell({operation, request, result, recording.program, recording.duration, free_space_, 0});

@@ -24,7 +24,7 @@ std::string Variable(const char *name) {
   return value ? value : "";
 }
 
-// The user's directories have absolute names; others are to be ignored.
+// The base directories of the user must be absolute paths; relative ones are ignored.
 std::string BaseDirectory(const char *variable) {
   const std::string path = Variable(variable);
   return path[0] == '/' ? path : "";
@@ -45,7 +45,7 @@ std::string MemoryDirectory() {
   if (!all.empty()) {
     return all + "/memory";
   }
-  // Without a session manager: what ends with the machine's run.
+  // Without a session manager: memory that lasts until the machine is shut down.
   return runtime.empty() ? "/dev/shm/lumio-memory-" + std::to_string(geteuid()) : runtime + "/lumio/memory";
 }
 
@@ -58,14 +58,14 @@ std::string DbDirectory() {
 }
 
 struct Branch {
-  const char *prefix; // of its keys
+  const char *prefix; // of all its keys
   Database database;
 };
 
-// Made when the library is loaded, before there are threads that could fork, and never destroyed: threads may outlive
-// the end of main(). The seeds are the known keys that have a value before anybody sets one; db/FactoryApp/Aging is not
-// among them, since it is absent until the factory sets it.
+// Made when the library is loaded, before any thread can fork. The seeds are the known keys with an initial value.
+// db/FactoryApp/Aging is not among them: it is absent until the factory sets it.
 std::array<Branch, 2> &g_branches = *new std::array<Branch, 2>{{
+    // never destroyed: threads may outlive the end of main()
     {"db/", {DbDirectory, MDB_NOMETASYNC, true, {}}},
     {"memory/", {MemoryDirectory, MDB_NOSYNC, false, {{"memory/lumio/lumio_banner_state_1", 0}}}},
 }};
@@ -80,14 +80,14 @@ template <void (Database::*Step)()> void InEachDatabase() {
     pthread_atfork(InEachDatabase<&Database::BeforeFork>, InEachDatabase<&Database::AfterForkInParent>,
                    InEachDatabase<&Database::AfterForkInChild>);
 
-// A thread's places in the tables of readers, given back when it ends. Not a thread_local object: registering the
-// destructor of one aborts the program when memory is short.
+// A thread's slots in the reader tables, released when the thread ends. Not a thread_local object: registering its
+// destructor aborts the program when memory is short.
 struct Readers {
   std::array<Reader, 2> of{{Reader(g_branches[0].database), Reader(g_branches[1].database)}};
 };
 
 const pthread_key_t g_readers = [] {
-  pthread_key_t key = PTHREAD_KEYS_MAX; // which no function accepts
+  pthread_key_t key = PTHREAD_KEYS_MAX; // which no function accepts, should there be no key
   pthread_key_create(&key, [](void *readers) { delete static_cast<Readers *>(readers); });
   return key;
 }();
@@ -117,7 +117,7 @@ Branch *BranchOfPrefix(const char *prefix) {
   return nullptr;
 }
 
-// Null for a key that cannot be.
+// Returns null for an invalid key.
 Branch *BranchOf(const char *key) {
   Branch *branch = BranchOfPrefix(key);
   const bool fits = branch && key[strlen(branch->prefix)] != '\0' && strnlen(key, kMaxKey + 1) <= kMaxKey;
@@ -147,7 +147,7 @@ int GetInteger(MDB_txn *transaction, MDB_dbi dbi, MDB_val key, int *value) {
   return code == 0 ? Integer(data, value) : code;
 }
 
-// Goes on behind a value that is not an integer.
+// Skips values that are not integers.
 int ListIntegers(MDB_txn *transaction, MDB_dbi dbi, const std::string &prefix,
                  std::vector<std::pair<std::string, int>> *entries) {
   MDB_cursor *opened = nullptr;

@@ -1,7 +1,7 @@
-// The keys and values that vconf and its command-line tool share with all processes of the user.
+// The keys and values that vconf and lumio-vconf share with all processes of the user.
 //
-// All functions may be called on any thread. Those that return a code answer 0, one of the codes below, or one that
-// Explain() knows.
+// All functions may be called on any thread. Functions that return a code return 0, one of the codes below, or another
+// code that Explain() knows.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@ namespace lumio::store {
 
 enum : int {
   kAbsent = -1,     // no such key
-  kBadKey = -2,     // null, empty, too long, or neither below memory/ nor below db/
-  kNotInteger = -3, // somebody else has put there what is not an integer
+  kBadKey = -2,     // null, empty, too long, or neither in memory/ nor in db/
+  kNotInteger = -3, // another program has stored a value that is not an integer
 };
 
 int Get(const char *key, int *value);
@@ -22,19 +22,19 @@ int Unset(const char *key);
 
 constexpr const char *kPrefixes[] = {"db/", "memory/"}; // every key begins with one of these
 
-// Appends all keys that begin with `prefix`, which itself begins with one of kPrefixes; sorted.
-// Leaves out those whose value is not an integer, and tells so only by its code.
+// Appends all keys that begin with `prefix`, sorted. `prefix` must begin with one of kPrefixes. Omits keys whose value
+// is not an integer, and then returns kNotInteger.
 int List(const std::string &prefix, std::vector<std::pair<std::string, int>> *entries);
 
-// Every change of a key writes to this file, with a system call that inotify reports. A watcher that reads with
-// GetSettled() when it has begun to watch the file and after each report misses no change that lasts.
+// Sets `path` to the file that every change of the key writes, with a system call that inotify reports. A watcher that
+// calls GetSettled() after it begins to watch the file and after each report misses no lasting change.
 int FileToWatch(const char *key, std::string *path);
 int GetSettled(const char *key, int *value);
 
-// Where the key or the keys with that prefix are kept, and what the code means, for people.
+// Returns a message for people: where the key, or the keys with this prefix, are stored, and what the code means.
 std::string Explain(const char *key, int code);
 
-// Closes all files until the next use.
+// Closes all files until the next use of the store.
 void Close();
 
 } // namespace lumio::store

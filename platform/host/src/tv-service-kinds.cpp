@@ -1,4 +1,4 @@
-// The subscriber objects of the six kinds, and what is emitted to those who subscribed through them.
+// The subscriber objects of the six kinds, and the functions that emit to their subscriptions.
 #include "tv-service.h"
 
 #include <algorithm>

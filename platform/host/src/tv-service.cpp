@@ -10,7 +10,7 @@ namespace {
 constexpr int kCreated = 0;
 constexpr int kNotCreated = -1;
 
-// Hands out the object of a kind whose notifications go to the process's one callback.
+// Returns the object of a kind whose notifications go to the one callback of the process.
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, typename Subscriber::Callback callback, Interface **subscriber) {
   return Carry(operation, [&] {
@@ -23,7 +23,7 @@ int Create(Operation operation, Subscriber &object, typename Subscriber::Callbac
   });
 }
 
-// Hands out the object of a kind whose subscriptions bring a callback each.
+// Returns the object of a kind whose subscriptions each have a callback.
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, Interface **subscriber) {
   return Carry(operation, [&] {
@@ -107,7 +107,7 @@ int CreateProgramSubscriber(lumio::tv::ProgramService::Callback callback, IProgr
   return Create(Operation::CreateProgramSubscriber, Service::Get().program, callback, subscriber);
 }
 
-// There is one stream, whatever profile and group are asked for.
+// There is one stream for every profile and group.
 int CreateSectionSubscriber(lumio::tv::SectionService::Callback callback, EProfile, int,
                             ISectionSubscriber **subscriber) {
   return Create(Operation::CreateSectionSubscriber, Service::Get().section, callback, subscriber);

@@ -1,5 +1,4 @@
-// The parts of the host's TV service. Each kind of notification has its subscriber object, its subscriptions and its
-// thread.
+// The host's TV service. Each kind of notification has a subscriber object, a table of subscriptions and a thread.
 #pragma once
 
 #include <TVServiceAPI.h>
@@ -20,24 +19,24 @@
 
 namespace lumio::tv {
 
-// What the operations of the subscriber objects answer.
+// Results of the operations of the subscriber objects.
 constexpr int kDone = 1;
 constexpr int kFailed = 0;
 
-// Positive, never the same twice, whatever the kind.
+// Returns a new positive handle, unique across all kinds.
 int NextHandle();
 
-// One call of an operation, as planned for it.
+// Carries out one call of an operation as the test or demo has planned it.
 int Carry(Operation operation, const std::function<int()> &perform);
 
-// The subscriptions of one kind. `Details` is what a delivery needs to know of its subscription.
+// The subscriptions of one kind. `Details` is what a delivery needs of its subscription.
 template <class Key, class Details> class SubscriptionTable {
 public:
   using Deliver = std::function<void(const Details &)>;
 
   explicit SubscriptionTable(Kind kind) : kind_(kind) {}
 
-  // A key that is subscribed already goes on with the new details.
+  // A key that is already subscribed continues with the new details.
   void Add(const Key &key, int handle, const Details &details, void *user_data, const std::string &description) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = entries_.insert({key, {{kind_, handle, nullptr, "", 0}, details}}).first;
@@ -102,8 +101,8 @@ private:
     Details details;
   };
 
-  // Called with the lock held: what is emitted first is delivered first. The callback itself runs without it, since
-  // whoever subscribes or unsubscribes may hold a lock of his own that the callback is waiting for.
+  // The caller holds the lock, so that deliveries have the order of the emissions. The callback runs without the lock,
+  // since a caller that subscribes or unsubscribes may hold a lock of its own that the callback waits for.
   void Post(const Key &key, int handle, const Deliver &deliver) {
     thread.Post([this, key, handle, deliver] {
       std::unique_lock<std::mutex> lock(mutex_);
@@ -155,7 +154,7 @@ struct ProgramService final : IProgramSubscriber {
 private:
   int Add(Form form, const std::string &description, int &handle);
 
-  std::deque<TCProgramData> kept_; // used by the delivery thread only; its elements stay where they are
+  std::deque<TCProgramData> kept_; // used by the delivery thread only; a deque does not move its elements
 };
 
 struct SectionService final : ISectionSubscriber {
@@ -176,7 +175,7 @@ private:
   int Add(const Details &details, int &handle);
 };
 
-// PES packets and captions differ in what is told only.
+// PES packets and captions differ only in their data.
 template <class Interface, class Data, Kind kind, Operation subscribe, Operation unsubscribe>
 struct DataService final : Interface {
   using Callback = void (*)(Data &, void *);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Runs the operation and tells the caller, and of failures the log. That a key is absent is no failure of the store.
+// Runs the operation, logs a failure and returns what vconf returns. An absent key is not logged.
 template <class Operation> int Run(const char *verb, const char *key, const Operation &operation) {
   const char *name = key ? key : "(null)";
   try {

@@ -1,4 +1,4 @@
-// The store on the command line.
+// Reads, writes and watches the store on the command line.
 #include "store.h"
 
 #include <poll.h>
@@ -29,10 +29,10 @@ constexpr const char *kUsage = "usage: lumio-vconf get KEY\n"
                                "       lumio-vconf list [PREFIX]\n"
                                "       lumio-vconf watch KEY...\n"
                                "\n"
-                               "Reads and writes the integers that the applications of this user share.\n"
+                               "Reads, writes and watches the integers that the applications of this user share.\n"
                                "A KEY begins with memory/ (forgotten when the session ends) or db/ (kept).\n"
-                               "list prints a line \"KEY VALUE\" per key; watch prints such a line for each KEY,\n"
-                               "then one per change until it is stopped, with \"unset\" for a key without value.\n"
+                               "list prints a line \"KEY VALUE\" for each key; watch prints such a line for each\n"
+                               "KEY and then for each change, with \"unset\" for a key without a value.\n"
                                "\n"
                                "Exit status: 0 done; 1 the key is not set; 2 wrong usage; 3 the store or the\n"
                                "output failed.\n";
@@ -96,7 +96,7 @@ struct Watched {
   std::optional<int> value;
 };
 
-// Prints the key when it differs from what was printed last.
+// Prints the key if its value differs from what was printed last.
 int Look(Watched *watched) {
   int value = 0;
   const int code = store::GetSettled(watched->key, &value);
@@ -111,7 +111,7 @@ int Look(Watched *watched) {
   return 0;
 }
 
-// The first look at a key makes its file, so that there is one to watch.
+// The first read of a key creates the file to watch.
 int BeginToWatch(int notifications, const char *key) {
   int value = 0;
   std::string file;
@@ -125,7 +125,7 @@ int BeginToWatch(int notifications, const char *key) {
   return code;
 }
 
-// Ends also when nobody is left to read the output, which no write would tell before the next change.
+// Also ends when nobody reads the output any more, which a write would show only at the next change.
 int WaitForChange(int notifications) {
   pollfd waited[] = {{STDOUT_FILENO, 0, 0}, {notifications, POLLIN, 0}};
   while (poll(waited, std::size(waited), -1) < 0) {
@@ -137,7 +137,7 @@ int WaitForChange(int notifications) {
     raise(SIGPIPE);
     return Complain("standard output", strerror(EPIPE));
   }
-  // Which file it was does not matter, nor how many events one read takes: the look that follows comes after them.
+  // It does not matter which file has changed or how many events this reads: the caller looks at all keys afterwards.
   char events[4096];
   return read(notifications, events, sizeof events) < 0 ? Complain("inotify", strerror(errno)) : kDone;
 }
@@ -160,7 +160,7 @@ int WatchKeys(const Arguments &arguments) {
       }
     }
     if (fflush(stdout) != 0) {
-      return kDone; // main() tells why
+      return kDone; // main() reports why
     }
     const int status = WaitForChange(notifications);
     if (status != kDone) {

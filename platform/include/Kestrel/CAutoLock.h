@@ -7,7 +7,7 @@
 
 #include "Kestrel/TCMutex.h"
 
-/** Holds a `Kestrel::TCMutex` for the length of a scope. An object belongs to one thread. */
+/** Holds a `Kestrel::TCMutex` until the end of a scope. One thread at a time may use an object. */
 class CAutoLock {
 public:
   enum {
@@ -16,9 +16,9 @@ public:
   };
 
   /**
-   * Creates the mutex if it is not created, then locks it.
+   * Creates the mutex if necessary, then locks it.
    *
-   * @param mutex  not owned; outlives this object
+   * @param mutex  not owned; must outlive this object
    * @param mode   `KEEP` or `DESTROY_ON_RELEASE`
    */
   explicit CAutoLock(Kestrel::TCMutex &mutex, int mode = KEEP);
@@ -28,7 +28,7 @@ public:
   CAutoLock(const CAutoLock &) = delete;
   CAutoLock &operator=(const CAutoLock &) = delete;
 
-  /** Locks again after an early `Unlock`, creating the mutex if needed. */
+  /** Locks again after an early `Unlock`. Creates the mutex if necessary. */
   void Lock();
   /** Unlocks before the scope ends. */
   void Unlock();

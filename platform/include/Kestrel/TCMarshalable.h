@@ -1,11 +1,11 @@
 /**
  * @file TCMarshalable.h
- * The platform framework's base of records that travel between processes.
+ * The base class of records that the platform framework passes between processes.
  */
 #ifndef KESTREL_TCMARSHALABLE_H
 #define KESTREL_TCMARSHALABLE_H
 
-/** Base of the marshalable records; deleting one through this base releases the whole record. */
+/** Base class of marshalable records. Deleting a record through this class releases all of it. */
 class TCMarshalable {
 public:
   TCMarshalable() = default;

@@ -13,8 +13,8 @@
 namespace Kestrel {
 
 /**
- * A lock whose underlying object is made on demand. Constructed with handle 0 (not created), which costs nothing, so
- * that it can be a static object. Not copyable.
+ * A lock whose underlying object is created on demand. The constructor only sets the handle to 0 (not created), so a
+ * static object costs nothing. Not copyable.
  */
 class TCSemaphore {
 public:
@@ -23,28 +23,28 @@ public:
   TCSemaphore &operator=(const TCSemaphore &) = delete;
   virtual ~TCSemaphore() = default;
 
-  /** Makes the underlying lock unless it exists. @return true when the lock exists afterwards. Any thread. */
+  /** Creates the underlying lock unless it exists. @return whether the lock exists afterwards. Any thread. */
   virtual bool Create() = 0;
   /**
-   * Closes the underlying lock; `Create` makes a new one. A thread that holds the lock keeps it and gives it back with
-   * `Unlock` as ever; one that waits for it still gets it. Any thread.
+   * Closes the underlying lock; `Create` creates a new one. A thread that holds the lock keeps it until its `Unlock`,
+   * and a thread that waits for the lock still gets it. Any thread.
    */
   virtual void Destroy() = 0;
-  /** Waits for the lock and takes it. @return false when the lock is not created. Any thread. */
+  /** Waits for the lock and takes it. @return false if the lock is not created. Any thread. */
   virtual bool Lock() = 0;
-  /** Gives the lock back. @return false when the calling thread does not hold it. */
+  /** Releases the lock. @return false if the calling thread does not hold it. */
   virtual bool Unlock() = 0;
 
-  /** @return true when the underlying lock exists, that is, when the handle is not 0. Any thread. */
+  /** @return whether the underlying lock exists, that is, whether the handle is not 0. Any thread. */
   bool IsCreated() const { return m_handle.load(std::memory_order_acquire) != 0; }
 
 protected:
-  std::atomic<std::uintptr_t> m_handle{0}; ///< the underlying lock; 0 while there is none
+  std::atomic<std::uintptr_t> m_handle{0}; ///< the underlying lock; 0 if there is none
 };
 
 /**
- * Mutual exclusion between the threads of one process. Not recursive: a thread that locks a second time would wait for
- * itself for ever. On the desktop it is ended with a message that says so.
+ * Mutual exclusion between the threads of one process. Not recursive: a thread that locks a second time waits for
+ * itself for ever. On the desktop, the process aborts instead, with a message that explains the mistake.
  */
 class TCMutex : public TCSemaphore {
 public:
@@ -58,7 +58,7 @@ public:
 
 private:
   std::mutex m_lock;
-  std::atomic<std::thread::id> m_owner{std::thread::id()}; ///< none while nobody holds the lock
+  std::atomic<std::thread::id> m_owner{std::thread::id()}; ///< no thread while the lock is free
 };
 
 } // namespace Kestrel

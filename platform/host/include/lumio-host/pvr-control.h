@@ -1,26 +1,27 @@
 /**
  * @file pvr-control.h
- * Makes the desktop's PVR service do what a test or a demo wants to see.
+ * Controls the desktop's PVR service from a test or a demo.
  *
- * The functions of `pvr-service.h` reach a recorder that is played by this process: nothing is written to a disk, and
- * time passes only when `AdvanceRecording` says so. Everything that it tells goes to the callbacks that are registered
- * when their turn comes, on the service's one thread, in the order of the calls made here.
+ * On the desktop, the functions of `pvr-service.h` talk to a simulated recorder inside this process. It writes nothing
+ * to a disk, and its time passes only in `AdvanceRecording`. It reports results and states on the one thread of the
+ * service, in the order of the calls made here, to the callbacks that are registered at the time of delivery.
  *
- * What the recorder tells when it is asked for something:
+ * The recorder answers requests as follows:
  * - start: `PVR_RESULT_OK`, then `PVR_STATE_RECORDING`;
- * - start while it records: `PVR_RESULT_CONFLICT`, then `PVR_STATE_CONFLICT` and `PVR_STATE_RECORDING`, which goes on;
+ * - start during a recording: `PVR_RESULT_CONFLICT`, then `PVR_STATE_CONFLICT` and `PVR_STATE_RECORDING`, since the
+ * first recording continues;
  * - start with a full disk: `PVR_RESULT_DISK_FULL`, then `PVR_STATE_DISK_FULL`;
  * - stop: `PVR_RESULT_OK`, then `PVR_STATE_IDLE`;
- * - stop while it does not record: `PVR_RESULT_IDLE` and no state;
+ * - stop without a recording: `PVR_RESULT_IDLE` and no state.
  *
- * and when something happens to it:
- * - the disk fills up while it records: `PVR_RESULT_DISK_FULL` of a stop, then `PVR_STATE_DISK_FULL`;
+ * It reports these events on its own:
+ * - the disk fills up during a recording: `PVR_RESULT_DISK_FULL` for a stop, then `PVR_STATE_DISK_FULL`;
  * - space becomes free after that: `PVR_STATE_IDLE`.
  *
- * The service's thread starts with the first thing it has to tell. It is joined when the process exits; `Shutdown`
- * joins it earlier.
+ * The thread of the service starts with the first notification. The process joins it at exit; `Shutdown` joins it
+ * earlier.
  *
- * All functions may be called on any thread, also from a callback of the service.
+ * All functions may be called on any thread, including from a callback of the service.
  */
 #ifndef LUMIO_HOST_PVR_CONTROL_H
 #define LUMIO_HOST_PVR_CONTROL_H
@@ -32,14 +33,14 @@
 namespace lumio {
 namespace pvr {
 
-/** Mebibytes that are free on the recording device when the process starts. */
+/** Free space on the recording device when the process starts, in mebibytes. */
 constexpr int kInitialFreeSpace = 1024;
 
 /**
  * Asks the recorder to start.
  *
  * @param program  number of the programme to record
- * @return number of the request, which the result repeats; counted from 1
+ * @return number of the request, counted from 1; the result carries the same number
  */
 int StartRecording(int program);
 
@@ -47,23 +48,23 @@ int StartRecording(int program);
 int StopRecording();
 
 /**
- * Lets time pass for the recording that runs; without one it does nothing. Each second takes one mebibyte; the
- * recording ends when the disk is full, with the request number of its start.
+ * Lets time pass for the current recording; does nothing without one. Each second takes one mebibyte. When the disk is
+ * full, the recording ends, and the result carries the request number of its start.
  *
- * @param seconds  how long it records
+ * @param seconds  time that passes, in seconds
  */
 void AdvanceRecording(int seconds);
 
-/** Fills or frees the disk. @param mebibytes  space that is left from now on; 0 is a full disk */
+/** Sets the free space of the disk. @param mebibytes  free space, in mebibytes; 0 is a full disk */
 void SetFreeSpace(int mebibytes);
 
-/** @return what the recorder is doing now: idle, recording or stopped by a full disk */
+/** @return current state of the recorder: idle, recording, or stopped by a full disk */
 pvr_state_e State();
 
-/** Tells a result as it stands; the recorder knows nothing of it. @param result  copied */
+/** Reports `result` without a change to the recorder. @param result  copied */
 void EmitResult(const ps_result_thirdpart &result);
 
-/** Tells a state as it stands; the recorder knows nothing of it. */
+/** Reports `state` without a change to the recorder. */
 void EmitState(pvr_state_e state);
 
 /** The functions of `pvr-service.h`. */
@@ -76,34 +77,34 @@ enum class Call {
 };
 
 /**
- * The next call of a function, by whichever thread, changes nothing. Asked for several times, as many calls are
- * refused.
+ * Makes the next call of a function, on any thread, fail without any effect. Each further `RefuseNext` makes one more
+ * call fail.
  *
  * @param call    function to refuse
- * @param result  what the refused call answers
+ * @param result  result of the refused call
  */
 void RefuseNext(Call call, int result);
 
 /**
- * The next call of a function, by whichever thread, runs `action` on its own thread after it has taken effect (or was
- * refused) and before it answers. An action that waits makes the answer late; one that emits and then calls `Flush`
- * lets a notification arrive in the middle of the call. Asked for several times, each of the next calls runs one
- * action.
+ * Makes the next call of a function run `action` after the call has taken effect (or was refused) and before it
+ * returns. `action` runs on the thread of the caller, whichever that is. An action that waits delays the return; an
+ * action that emits and then calls `Flush` delivers a notification during the call. Each further `DuringNext` adds an
+ * action for one more call.
  *
- * @param call    function to delay
- * @param action  copied; called once, without a lock of the service
+ * @param call    function that runs the action
+ * @param action  copied; called once, while the service holds no lock
  */
 void DuringNext(Call call, std::function<void()> action);
 
 /**
- * Waits until everything emitted before has been delivered. In a callback it returns at once. The caller holds no lock
- * that a callback waits for.
+ * Waits until everything emitted so far has been delivered. Returns at once when called from a callback. The caller
+ * must not hold a lock that a callback waits for.
  */
 void Flush();
 
 /**
- * Delivers what was emitted before and joins the service's thread; what is emitted later is dropped. An application
- * whose callbacks reach the main loop calls it before `ecore_shutdown`.
+ * Delivers everything emitted so far and joins the thread of the service. Everything emitted later is dropped. An
+ * application whose callbacks reach the main loop must call this before `ecore_shutdown`.
  */
 void Shutdown();
 
