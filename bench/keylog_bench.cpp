@@ -1,4 +1,5 @@
-// How long lumio-keylog takes to sum up a log of 100 MB, beside grep, which does no more than count its lines.
+// Compares the time that lumio-keylog takes to summarise a log of 100 MB with that of grep, which only counts its
+// lines.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr size_t kSize = 100 << 20; // bytes
 
-// The lines of one press, as the desktop's log has them.
+// Returns the lines of one press in the format of the desktop's log.
 std::string Press(int number) {
   char clock[40];
   snprintf(clock, sizeof clock, "2026-11-21 %02d:%02d:%02d.%03d", number / 36000 % 24, number / 600 % 60,
@@ -29,7 +30,7 @@ std::string Press(int number) {
   return lines;
 }
 
-// The log, written once.
+// Returns the path of the log. Writes it at the first call.
 const std::string &Log() {
   static const lumio::TemporaryDirectory directory;
   static const std::string path = [] {
@@ -47,7 +48,8 @@ const std::string &Log() {
 }
 
 void Read(benchmark::State &state, const std::string &command) {
-  const std::string line = command + " " + Log() + " | cat >/dev/null"; // grep does not read on for /dev/null
+  // The pipe is for grep, which stops at the first match if its output is /dev/null.
+  const std::string line = command + " " + Log() + " | cat >/dev/null";
   while (state.KeepRunning()) {
     if (system(line.c_str()) != 0) {
       state.SkipWithError("the command failed");

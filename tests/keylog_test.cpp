@@ -402,7 +402,7 @@ TEST(Keylog, TellsWhenAndHowLong) {
   EXPECT_THAT(
       Explain(kStall).lines,
       ElementsAre(
-          "  line  clock             gap  key                  kind    device           took  what became of it",
+          "  line  clock             gap  key                  kind    device           took  outcome",
           "-- process 7", //
           "     1  18:00:01.000        -  Up                   press   remote control  1.200  taken by guide at "
           "priority 4",

@@ -1,5 +1,4 @@
-// lumio-keylog: reads a log that the library wrote to and says of each key who was asked, who took it, or why nobody
-// did.
+// lumio-keylog: reads a log of the library and prints for each key who was asked, who took it, or why nobody did.
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <getopt.h>
@@ -21,18 +20,18 @@
 namespace keylog {
 namespace {
 
-constexpr int kPause = 200;         // milliseconds between two looks at a file that is followed
-constexpr int kQuietPauses = 5;     // so many without a new line show what has no answer
-constexpr size_t kBeginning = 4096; // bytes of the log in which a null byte means that it is no text
+constexpr int kPause = 200;         // milliseconds between two reads of a file that is followed
+constexpr int kQuietPauses = 5;     // after this many without a new line, keys without an answer are shown
+constexpr size_t kBeginning = 4096; // bytes; a null byte among the first ones means that the log is not text
 
 constexpr char kHelp[] =
     "usage: lumio-keylog [OPTION]... [FILE]\n"
-    "Say of each key in a log of liblumio-kevent which module took it, or why none did.\n"
+    "Explain what happened to each key in a log of liblumio-kevent.\n"
     "Read standard input if there is no FILE, or if FILE is \"-\".\n"
     "\n"
     "  -f, --follow      wait for more lines at the end of FILE, also after it was rotated\n"
     "      --since=TIME  show the keys from TIME on: HH:MM[:SS[.mmm]] of any day, or 'YYYY-MM-DD HH:MM:SS'\n"
-    "      --key=NAME    show the keys of this name; *, ? and [...] stand for characters as in a shell\n"
+    "      --key=NAME    show the keys with this name; *, ? and [...] stand for characters as in a shell\n"
     "      --dropped     show the keys that the library did not pass to any module\n"
     "      --json        print one JSON object per key\n"
     "      --summary     print totals, the slowest keys and the longest silence only\n"
@@ -64,7 +63,7 @@ bool ReadSince(const std::string &text, Options *options) {
   return options->since >= 0;
 }
 
-// Whether a key that began before --since is left out. A time without a date holds for each day.
+// Returns whether the key began before --since. A time without a date applies to each day.
 bool IsTooEarly(const Options &options, const Key &key) {
   if (options.since < 0) {
     return false;
@@ -77,7 +76,7 @@ bool IsWanted(const Options &options, const Key &key) {
          (options.key.empty() || fnmatch(options.key.c_str(), key.name.c_str(), 0) == 0);
 }
 
-// Reads a whole log, which may hold the lines of several processes.
+// Reads a whole log, which may contain the lines of several processes.
 class Tool {
 public:
   explicit Tool(const Options &options) : options_(options), report_(options.Form(), std::cout) {}
@@ -118,7 +117,7 @@ bool Tool::Complain(const std::string &what) const {
   return false;
 }
 
-// What begins with one of these is a compressed log, and which program reads it.
+// How a compressed log begins, and which program reads it.
 struct Compression {
   std::string_view magic;
   const char *program;
@@ -150,7 +149,7 @@ bool Tool::Open() {
   return true;
 }
 
-// Called with the beginning of the log.
+// Call it with the beginning of the log.
 bool Tool::LooksLikeText(std::string_view beginning) const {
   for (const Compression &compression : kCompressions) {
     if (beginning.substr(0, compression.magic.size()) == compression.magic) {
@@ -176,7 +175,7 @@ KeyLog &Tool::LogOf(int process) {
   return *last_log_;
 }
 
-// Nobody can say whose line it was.
+// Handles a damaged line, which may belong to any process.
 void Tool::Damaged() {
   ++damaged_;
   for (auto &[process, log] : logs_) {
@@ -304,7 +303,7 @@ constexpr option kLongOptions[] = {
     {"help", no_argument, nullptr, kHelpOption}, {nullptr, 0, nullptr, 0},
 };
 
-// Returns the exit status when there is nothing else to do.
+// Returns the exit status if the program must end.
 std::optional<int> ReadOption(int option, Options *options) {
   switch (option) {
   case 'f':

@@ -1,4 +1,4 @@
-// A key as a log tells of it.
+// A key, as a log describes it.
 #pragma once
 
 #include <algorithm>
@@ -9,22 +9,22 @@
 
 namespace keylog {
 
-// What became of a key. The log leaves some of it open; then the outcome is not known.
+// What happened to a key. If the log does not say, the outcome is not known.
 enum class Outcome {
   kTaken,
   kDeclined,    // every handler that was asked passed the key on
   kNobodyAsked, // no module had a handler for it
   kDropped,     // Key::reason says why
-  kWaiting,     // a handler has been asked, and has not answered so far
+  kWaiting,     // a handler has not answered yet
   kNotKnown,    // Key::reason says why
 };
 
 constexpr char kUnknownDevice[] = "unknown device";
 
 struct Key {
-  long line = 0;                    // of the log, where the key begins
-  std::string clock;                // of that line, as the log has it; empty if it has none
-  std::string date;                 // likewise
+  long line = 0;                    // line of the log where the key begins
+  std::string clock;                // time of that line as the log prints it; empty if there is none
+  std::string date;                 // the same for its date
   double time = LogLine::kUnknown;  // the same in seconds
   double gap = LogLine::kUnknown;   // seconds since the key before
   double ended = LogLine::kUnknown; // when the dispatch ended, in seconds
@@ -34,14 +34,14 @@ struct Key {
   std::string device = kUnknownDevice;
   std::vector<std::string> asked;     // domains, in order
   std::string taken_by;               // domain
-  int priority = 0;                   // at which it was taken
+  int priority = 0;                   // of the handler that took it
   std::string reason;                 // of kDropped and kNotKnown
   double silence = LogLine::kUnknown; // seconds for which the main loop logged nothing before it dropped the key
   std::string last_asked;             // the domain that was asked before the silence; may be empty
   Outcome outcome = Outcome::kNotKnown;
 
   bool timed = false;   // the staleness filter has examined it
-  bool open = true;     // more of it may follow
+  bool open = true;     // more lines of it may follow
   bool over = false;    // its dispatch has ended
   bool damaged = false; // lines may be missing since it began
   bool shown = false;   // it has been printed, as kWaiting

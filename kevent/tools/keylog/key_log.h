@@ -1,4 +1,4 @@
-// Puts the keys of one process together from its lines.
+// Assembles the keys of one process from its log lines.
 #pragma once
 
 #include <deque>
@@ -12,28 +12,28 @@
 
 namespace keylog {
 
-// The library logs what it does, not keys: a key has to be put together from its lines. Lines of further keys may stand
-// between them, if a handler turned the main loop before it answered. So a key without an answer stays open until its
-// end is known, or until more keys have begun after it than a handler is likely to wait for.
+// The library logs what it does, so this class assembles each key from several lines. If a handler turns the main loop
+// before it answers, lines of other keys come between them. A key without an answer therefore stays open until its end
+// is known, or until more keys have begun after it than a handler is likely to wait for.
 class KeyLog {
 public:
   using Sink = std::function<void(const Key &)>;
 
-  // `sink` gets each key, in the order in which the keys begin, once its outcome is known.
+  // Passes each key to `sink` when its outcome is known, in the order in which the keys begin.
   explicit KeyLog(Sink sink) : sink_(std::move(sink)) {}
 
   void Read(long number, const LogLine &line);
 
-  // Lines may be missing here.
+  // Notes that lines may be missing here.
   void Damaged();
 
-  // Nothing more has come for a while: shows what the log says so far.
+  // Passes the waiting keys to `sink`. Call it if no line has come for a while.
   void Quiet();
 
-  // The log ends here. What became of a key without an answer is not known.
+  // Ends the log. The outcome of keys without an answer is not known.
   void End();
 
-  // Whether the log has lines of low priority, without which nobody can say who was asked.
+  // Returns whether the log has lines of low priority, which say who was asked.
   bool HasTraces() const { return has_traces_; }
 
 private:
@@ -68,7 +68,7 @@ private:
   std::string device_ = kUnknownDevice;
   std::string last_asked_;
   MainLoop main_loop_;
-  std::deque<Key> keys_; // in the order of their beginning, from the first that has not been handed over
+  std::deque<Key> keys_; // in the order in which they begin, starting with the first that has not been passed on
 };
 
 } // namespace keylog

@@ -11,12 +11,12 @@ class LineReader {
 public:
   enum Result {
     kLine,    // *line holds a line, without its line break
-    kTooLong, // *line holds the beginning of a line that does not fit into the buffer; the rest has been skipped
+    kTooLong, // *line holds the beginning of a line that does not fit into the buffer; Next() skips the rest
     kCut,     // *line holds the last line of the log, which has no line break
     kNothing, // there is nothing more to read for now
   };
 
-  // Reads `descriptor`, which stays the caller's.
+  // Reads `descriptor`. Does not close it.
   explicit LineReader(int descriptor) : descriptor_(descriptor), buffer_(kSize) {}
 
   // *line stays valid until the next call. After kNothing the caller may try again: a file may have grown.
@@ -25,7 +25,7 @@ public:
   // Returns the line that has begun but has no end yet. Call it when nothing more is to come.
   Result Rest(std::string_view *line);
 
-  // What read() said when it failed, or 0.
+  // Returns the errno of read() after a failure, otherwise 0.
   int Error() const { return error_; }
 
 private:

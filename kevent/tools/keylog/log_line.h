@@ -6,16 +6,16 @@
 
 namespace keylog {
 
-// What stands before the library's text is the business of whoever wrote the log. Known are the desktop's log and the
-// formats of a television's log viewer; what another one leaves out is unknown.
+// The program that wrote the log decides what precedes the library's text. The parser knows the format of the desktop's
+// log and those of a television's log viewer. What it does not find is unknown.
 struct LogLine {
   static constexpr double kUnknown = -1;
 
   double time = kUnknown;    // seconds since some midnight
-  std::string_view date;     // as the line has it, may be empty
-  std::string_view clock;    // as the line has it, may be empty
+  std::string_view date;     // as in the line; may be empty
+  std::string_view clock;    // as in the line; may be empty
   int process = -1;          // the id, -1 if the line has none
-  std::string_view function; // of the library, that wrote the line
+  std::string_view function; // the library's function that wrote the line
   std::string_view message;
 };
 
@@ -23,7 +23,7 @@ class LogLineParser {
 public:
   enum Result {
     kForeign, // not of the library's key events
-    kDamaged, // one that was, before something cut or overwrote it
+    kDamaged, // was one, but something has cut or overwritten it
     kParsed,
   };
 
@@ -37,14 +37,14 @@ private:
   double last_midnight_ = 0;
 };
 
-// Seconds since midnight of "HH:MM", "HH:MM:SS" or "HH:MM:SS.fff"; LogLine::kUnknown for anything else.
+// Returns the seconds since midnight of "HH:MM", "HH:MM:SS" or "HH:MM:SS.fff"; LogLine::kUnknown for anything else.
 double ClockSeconds(std::string_view clock);
 
-// Seconds from 1970, or from January of any year, to the midnight of "YYYY-MM-DD" or "MM-DD"; LogLine::kUnknown for
-// anything else.
+// Returns the seconds from 1970, or from January of any year, to the midnight of "YYYY-MM-DD" or "MM-DD";
+// LogLine::kUnknown for anything else.
 double DateSeconds(std::string_view date);
 
-// Whether the text names the library in any way.
+// Returns whether the text names the library.
 bool NamesTheLibrary(std::string_view text);
 
 } // namespace keylog

@@ -8,9 +8,9 @@
 
 namespace keylog {
 
-// The library logs on the main loop, so a span without a line is one in which the main loop was idle or held up. Which
-// of the two it was, the times of the keys tell: a press carries the time at which the X server sent it, so that how
-// late it came is known. Only the part of a silence in which a key was waiting is the main loop's fault.
+// The library logs on the main loop, so during a span without a line the main loop was idle or held up. The times of
+// the keys tell which: a press carries the time at which the X server sent it, which shows how late it came. Only the
+// part of a silence during which a key waited is the main loop's fault.
 class MainLoop {
 public:
   struct Silence {
@@ -18,17 +18,17 @@ public:
     std::string last_asked; // the domain that was asked before it; may be empty
   };
 
-  // A line was logged at `time`, after `domain` was asked last.
+  // Notes a line logged at `time`. `domain` is the last one that was asked before it.
   void Logged(double time, const std::string &last_asked);
 
-  // The log tells when the X server sent a press, on its clock, and when the press was examined, on the viewer's.
+  // Notes when the X server sent a press, on its clock, and when the library examined it, on the viewer's.
   void Sent(double server_seconds) { server_seconds_ = server_seconds; }
   void Examined(double viewer_seconds);
 
-  // A press was let through to the handlers, at `time`.
+  // Notes that a press reached the handlers at `time`.
   void LetThrough(double time);
 
-  // The longest silence while keys waited, for a press that was dropped at `time` as stale, or in a burst.
+  // Returns the longest silence while keys waited, for a press that was dropped at `time` as stale, or in a burst.
   Silence BeforeStale(double time) const;
   Silence BeforeBurst(double time) const;
 

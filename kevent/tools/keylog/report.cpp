@@ -212,7 +212,7 @@ void Report::Count(const Key &key) {
 
 void Report::PrintText(const Key &key) {
   if (!has_printed_) {
-    out_ << "  line  clock             gap  key                  kind    device           took  what became of it\n";
+    out_ << "  line  clock             gap  key                  kind    device           took  outcome\n";
   }
   if (key.process != process_ && key.process >= 0) {
     out_ << "-- process " << key.process << "\n";

@@ -11,7 +11,7 @@
 
 namespace keylog {
 
-// Prints keys, one after the other, and at the end what they add up to.
+// Prints keys one after another, and the totals at the end.
 class Report {
 public:
   enum Form { kText, kJson, kSummary, kJsonSummary };
@@ -20,7 +20,7 @@ public:
 
   void Print(const Key &key);
 
-  // Prints the totals, and `notes`, each of which says what the log does not tell.
+  // Prints the totals and `notes`, which say what the log does not show.
   void Finish(const std::vector<std::string> &notes);
 
 private:
@@ -38,7 +38,7 @@ private:
   Form form_;
   std::ostream &out_;
   bool has_printed_ = false;
-  int process_ = -1; // whose keys are being printed
+  int process_ = -1; // the process whose keys are being printed
   long total_ = 0;
   std::map<std::string, long> outcomes_;
   std::map<std::string, long> takers_;
@@ -46,7 +46,7 @@ private:
   Key silent_;                // the key that waited for the main loop longest
 };
 
-// `text` as it may be shown on a terminal: control characters and invalid UTF-8 stand as \xNN.
+// Returns `text` in a form that is safe for a terminal: control characters and invalid UTF-8 become \xNN.
 std::string Escaped(std::string_view text);
 
 } // namespace keylog
