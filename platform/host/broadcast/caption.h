@@ -1,0 +1,22 @@
+// A caption as it is displayed.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace lumio::broadcast {
+
+enum class CaptionKind { kTeletext, kCea608 };
+
+struct Caption {
+  std::uint16_t pid;
+  CaptionKind kind;
+  int language;      // three letters, the last one lowest
+  std::uint64_t pts; // as the stream has it; kNoTime where it has none
+  std::string text;  // UTF-8, its rows trimmed and joined by '\n'; empty when the captions vanish
+};
+
+using TellCaption = std::function<void(const Caption &)>;
+
+} // namespace lumio::broadcast

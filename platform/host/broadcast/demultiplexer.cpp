@@ -1,0 +1,126 @@
+#include "demultiplexer.h"
+
+namespace lumio::broadcast {
+
+Demultiplexer::~Demultiplexer() = default;
+
+Demultiplexer::Pid &Demultiplexer::Of(std::uint16_t pid) {
+  std::unique_ptr<Pid> &entry = pids_[pid];
+  if (!entry) {
+    entry = std::make_unique<Pid>();
+  }
+  return *entry;
+}
+
+void Demultiplexer::Push(const Packet &packet) {
+  ++counts_.packets;
+  if (packet.IsErroneous()) { // even its PID may be wrong
+    ++counts_.transport_errors;
+    return;
+  }
+  const std::uint16_t number = packet.Pid();
+  if (number == kNullPid) {
+    return;
+  }
+  Pid &pid = Of(number);
+  scrambled_[number].last = packet.IsScrambled();
+  scrambled_[number].any |= packet.IsScrambled();
+  switch (pid.continuity.Check(packet)) {
+  case Continuity::kRepeats:
+    return;
+  case Continuity::kBroken:
+    ++counts_.continuity_errors;
+    DropBegun(pid);
+    break;
+  case Continuity::kJumps:
+    DropBegun(pid);
+    break;
+  case Continuity::kFollows:
+    break;
+  }
+  if (packet.IsScrambled()) {
+    DropBegun(pid);
+  } else if (packet.HasPayload()) {
+    PushPayload(number, pid, packet);
+  }
+}
+
+void Demultiplexer::PushPayload(std::uint16_t number, Pid &pid, const Packet &packet) {
+  if (pid.wants_sections) {
+    if (!pid.sections) {
+      pid.sections = std::make_unique<SectionAssembler>(budget_);
+    }
+    pid.sections->Push(packet.Payload(), packet.IsUnitStart(),
+                       [&](const Section &section) { listener_.OnSection(number, section); });
+  } else if (pid.wants_pes) {
+    if (!pid.pes) {
+      pid.pes = std::make_unique<PesAssembler>(number, budget_);
+    }
+    pid.pes->Push(packet.Payload(), packet.IsUnitStart(), [&](const PesPacket &pes) { listener_.OnPes(pes); });
+  }
+  retired_sections_.clear();
+  retired_pes_.clear();
+}
+
+void Demultiplexer::End() {
+  for (std::size_t i = 0; i < pids_.size(); ++i) {
+    if (pids_[i] && pids_[i]->pes) {
+      pids_[i]->pes->End([&](const PesPacket &pes) { listener_.OnPes(pes); });
+    }
+  }
+  retired_sections_.clear();
+  retired_pes_.clear();
+}
+
+void Demultiplexer::Interrupt() {
+  for (const std::unique_ptr<Pid> &pid : pids_) {
+    if (pid) {
+      pid->continuity.Forget();
+      DropBegun(*pid);
+    }
+  }
+}
+
+void Demultiplexer::DropBegun(Pid &pid) {
+  if (pid.sections) {
+    pid.sections->Drop();
+  }
+  if (pid.pes) {
+    pid.pes->Lose();
+  }
+}
+
+// A new beginning for a PID that carries something else from now on.
+void Demultiplexer::Retire(Pid &pid) {
+  if (pid.sections) {
+    retired_sections_.push_back(std::move(pid.sections));
+  }
+  if (pid.pes) {
+    dropped_pes_ += pid.pes->Dropped();
+    retired_pes_.push_back(std::move(pid.pes));
+  }
+}
+
+void Demultiplexer::WantSections(std::uint16_t pid, bool wanted) {
+  if (pid < kNullPid && Of(pid).wants_sections != wanted) {
+    Retire(Of(pid));
+    Of(pid).wants_sections = wanted;
+  }
+}
+
+void Demultiplexer::WantPes(std::uint16_t pid, bool wanted) {
+  if (pid < kNullPid && Of(pid).wants_pes != wanted) {
+    Retire(Of(pid));
+    Of(pid).wants_pes = wanted;
+  }
+}
+
+std::uint64_t Demultiplexer::DroppedPes() const {
+  std::uint64_t dropped = dropped_pes_;
+  for (const std::unique_ptr<Pid> &pid : pids_) {
+    dropped += pid && pid->pes ? pid->pes->Dropped() : 0;
+  }
+  return dropped;
+}
+
+} // namespace lumio::broadcast

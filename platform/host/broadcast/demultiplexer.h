@@ -1,0 +1,86 @@
+// Takes a stream apart by PID: counts its errors and puts together the sections and PES packets that are wanted.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "continuity.h"
+#include "packet.h"
+#include "pes_assembler.h"
+#include "section_assembler.h"
+
+namespace lumio::broadcast {
+
+// Who is told what the packets carry. Bytes are valid during the call, which may change what is wanted.
+class DemultiplexerListener {
+public:
+  virtual ~DemultiplexerListener() = default;
+  virtual void OnSection(std::uint16_t pid, const Section &section) = 0;
+  virtual void OnPes(const PesPacket &packet) = 0;
+};
+
+struct PacketCounts {
+  std::uint64_t packets = 0;
+  std::uint64_t transport_errors = 0;
+  std::uint64_t continuity_errors = 0;
+};
+
+class Demultiplexer {
+public:
+  explicit Demultiplexer(DemultiplexerListener &listener) : listener_(listener) {}
+  ~Demultiplexer();
+  Demultiplexer(const Demultiplexer &) = delete;
+  Demultiplexer &operator=(const Demultiplexer &) = delete;
+
+  void Push(const Packet &packet);
+  // The stream ends: what does not tell its length is complete.
+  void End();
+  // Another stream follows, or the same from another place: counters and what has begun are forgotten.
+  void Interrupt();
+
+  // What a PID carries; nothing at first. Wanted sections go before wanted PES packets.
+  void WantSections(std::uint16_t pid, bool wanted);
+  void WantPes(std::uint16_t pid, bool wanted);
+
+  const PacketCounts &Counts() const { return counts_; }
+  std::uint64_t DroppedPes() const;
+
+  // Whether a packet of the PID was scrambled: any so far, and the last one.
+  bool WasScrambled(std::uint16_t pid) const { return scrambled_[pid].any; }
+  bool IsScrambled(std::uint16_t pid) const { return scrambled_[pid].last; }
+  // Whether a packet of the PID was seen.
+  bool WasSeen(std::uint16_t pid) const { return pids_[pid] != nullptr; }
+
+private:
+  struct Pid {
+    ContinuityCounter continuity;
+    bool wants_sections = false;
+    bool wants_pes = false;
+    std::unique_ptr<SectionAssembler> sections; // made with the first packet
+    std::unique_ptr<PesAssembler> pes;          // the same
+  };
+  struct Scrambled {
+    bool any = false;
+    bool last = false;
+  };
+
+  Pid &Of(std::uint16_t pid);
+  void PushPayload(std::uint16_t number, Pid &pid, const Packet &packet);
+  void DropBegun(Pid &pid);
+  void Retire(Pid &pid);
+
+  DemultiplexerListener &listener_;
+  Budget budget_{kAssemblyBudget};
+  PacketCounts counts_;
+  std::uint64_t dropped_pes_ = 0; // of assemblers that are no more
+  std::array<std::unique_ptr<Pid>, kPids> pids_;
+  std::array<Scrambled, kPids> scrambled_{};
+  std::vector<std::unique_ptr<SectionAssembler>> retired_sections_; // a listener may retire what is telling it
+  std::vector<std::unique_ptr<PesAssembler>> retired_pes_;
+
+  static constexpr std::size_t kAssemblyBudget = std::size_t{8} << 20; // for all that has begun
+};
+
+} // namespace lumio::broadcast

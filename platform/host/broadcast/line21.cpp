@@ -1,0 +1,299 @@
+#include "line21.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "descriptors.h"
+
+namespace lumio::broadcast {
+
+namespace {
+
+constexpr std::uint8_t kMpeg1Video = 0x01;
+constexpr std::uint8_t kMpeg2Video = 0x02;
+constexpr std::uint8_t kH264Video = 0x1b;
+
+// What stands before the caption bytes in the user data of a picture. Neither can be part of the picture itself.
+constexpr std::string_view kMpeg2Mark("\0\0\1\xb2GA94\3", 9);
+constexpr std::string_view kH264Mark("\xb5\0\x31GA94\3", 8);
+constexpr std::string_view kPictureStart("\0\0\1\0", 4);
+constexpr std::string_view kSequenceStart("\0\0\1\xb3", 4);
+
+constexpr std::size_t kMostWaiting = 64;
+constexpr std::size_t kReorderDepth = 16; // pictures, where the stream does not tell times of decoding
+constexpr std::int64_t kPtsCycle = std::int64_t{1} << 33;
+
+// Duration of a frame by the sequence header's frame_rate_code, in units of 90 kHz.
+constexpr unsigned kFrameDurations[] = {0, 3754, 3750, 3600, 3003, 3000, 1800, 1502, 1500};
+
+std::size_t Find(Bytes in, std::string_view mark) {
+  const void *found = in.empty() ? nullptr : memmem(in.data(), in.size(), mark.data(), mark.size());
+  return found ? static_cast<std::size_t>(static_cast<const std::uint8_t *>(found) - in.data()) : in.size();
+}
+
+// The bytes behind a mark, without those that keep H.264 from seeing a start code in them.
+std::vector<std::uint8_t> WithoutEmulation(Bytes bytes) {
+  std::vector<std::uint8_t> result;
+  int zeros = 0;
+  for (const std::uint8_t byte : bytes) {
+    if (zeros >= 2 && byte == 3) {
+      zeros = 0;
+      continue;
+    }
+    zeros = byte == 0 ? zeros + 1 : 0;
+    result.push_back(byte);
+  }
+  return result;
+}
+
+// The pairs of a cc_data structure from its flags on.
+std::vector<Line21Pictures::Pair> ParsePairs(Bytes data) {
+  std::vector<Line21Pictures::Pair> pairs;
+  if (data.size() < 2 || (data[0] & 0x40) == 0) {
+    return pairs;
+  }
+  const int count = data[0] & 0x1f;
+  data = data.From(2);
+  for (int i = 0; i < count && data.size() >= 3; ++i, data = data.From(3)) {
+    const bool valid = (data[0] & 4) != 0;
+    const int type = data[0] & 3;
+    if (valid && type <= 1) { // else a digital caption
+      pairs.push_back({type == 1, {data[1], data[2]}});
+    }
+  }
+  return pairs;
+}
+
+} // namespace
+
+bool Line21Pictures::Understands(std::uint8_t stream_type) {
+  return stream_type == kMpeg1Video || stream_type == kMpeg2Video || stream_type == kH264Video;
+}
+
+std::int64_t Line21Pictures::Unwrap(std::uint64_t time) {
+  std::int64_t difference = (static_cast<std::int64_t>(time) - last_) % kPtsCycle;
+  if (difference < -kPtsCycle / 2) {
+    difference += kPtsCycle;
+  } else if (difference >= kPtsCycle / 2) {
+    difference -= kPtsCycle;
+  }
+  return last_ + difference;
+}
+
+// By how much later than the packet's first picture the last one of `before` is displayed.
+std::int64_t Line21Pictures::OffsetOf(Bytes before) {
+  const std::size_t sequence = Find(before, kSequenceStart);
+  if (sequence + 8 <= before.size()) {
+    const unsigned code = before[sequence + 7] & 0xf;
+    frame_duration_ = code < 9 && code > 0 ? kFrameDurations[code] : frame_duration_;
+  }
+  int first = -1;
+  int last = -1;
+  for (std::size_t i = Find(before, kPictureStart); i + 6 <= before.size();) {
+    last = static_cast<int>(before.Get16(i + 4) >> 6);
+    first = first < 0 ? last : first;
+    const Bytes rest = before.From(i + 4);
+    i += 4 + Find(rest, kPictureStart);
+  }
+  return std::int64_t{last - first} * frame_duration_;
+}
+
+void Line21Pictures::Add(const PesPacket &packet) {
+  if (packet.pts != kNoTime) {
+    has_dts_ = has_dts_ || packet.dts != packet.pts;
+    decoded_ = last_ = Unwrap(packet.dts);
+  }
+  const std::int64_t display = packet.pts == kNoTime ? last_ : Unwrap(packet.pts);
+  const std::string_view mark = is_h264_ ? kH264Mark : kMpeg2Mark;
+  std::size_t start = 0;
+  for (;;) {
+    const Bytes rest = packet.payload.From(start);
+    const std::size_t found = Find(rest, mark);
+    if (found == rest.size()) {
+      return;
+    }
+    start += found + mark.size();
+    const std::size_t longest = 2 + 31 * 3; // and as many again that keep start codes away
+    const Bytes data = packet.payload.From(start).First(2 * longest);
+    std::vector<Pair> pairs = is_h264_ ? ParsePairs(WithoutEmulation(data)) : ParsePairs(data);
+    const std::int64_t offset = is_h264_ ? 0 : OffsetOf(packet.payload.First(start));
+    const std::int64_t order = display + offset;
+    const std::uint64_t pts =
+        packet.pts == kNoTime ? kNoTime : (packet.pts + static_cast<std::uint64_t>(offset)) & (kPtsCycle - 1);
+    const auto place = std::upper_bound(waiting_.begin(), waiting_.end(), order,
+                                        [](std::int64_t time, const Picture &picture) { return time < picture.order; });
+    waiting_.insert(place, {order, pts, std::move(pairs)});
+  }
+}
+
+// Whether no picture can still come that is displayed before the waiting one: none is displayed before it is decoded.
+bool Line21Pictures::IsReady(std::size_t index) const {
+  const std::size_t waiting = waiting_.size() - index;
+  return is_ending_ || waiting > kMostWaiting ||
+         (has_dts_ ? waiting_[index].order <= decoded_ : waiting > kReorderDepth);
+}
+
+Line21Decoder::Line21Decoder(std::uint16_t pid, bool is_h264, const int (&languages)[2], TellCaption tell)
+    : pid_(pid), languages_{languages[0], languages[1]}, tell_(std::move(tell)), pictures_(is_h264) {}
+
+void Line21Decoder::Push(const PesPacket &packet) {
+  pictures_.Push(packet, [this](const Line21Pictures::Picture &picture) { PushPicture(picture); });
+}
+
+void Line21Decoder::End() {
+  pictures_.End([this](const Line21Pictures::Picture &picture) { PushPicture(picture); });
+}
+
+void Line21Decoder::PushPicture(const Line21Pictures::Picture &picture) {
+  for (const Line21Pictures::Pair &pair : picture.pairs) {
+    PushPair(pair, picture.pts);
+  }
+}
+
+void Line21Decoder::PushPair(const Line21Pictures::Pair &pair, std::uint64_t pts) {
+  Field &field = fields_[pair.second_field ? 1 : 0];
+  const int first = vbi_unpar8(pair.bytes[0]);
+  const int second = vbi_unpar8(pair.bytes[1]);
+  if (first >= 0x10 && first < 0x20) {
+    const bool repeats = pair.bytes == field.last_control;
+    field.last_control = repeats ? std::array<std::uint8_t, 2>{} : pair.bytes;
+    field.in_other_data = false;
+    if (!repeats && second >= 0) {
+      PushControl(pair, pts);
+    }
+    return;
+  }
+  field.last_control = {};
+  if (first > 0 && first < 0x10) {
+    field.in_other_data = pair.second_field; // until a control code of the captions
+    return;
+  }
+  if (!field.in_other_data && (first >= 0x20 || second >= 0x20)) {
+    CurrentChannel(pair.second_field).has_new_text = true;
+    Decode(pair);
+  }
+}
+
+void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t pts) {
+  enum Command {
+    kResumeCaption = 0x20,
+    kRollUp2 = 0x25,
+    kRollUp4 = 0x27,
+    kResumeDirect = 0x29,
+    kText = 0x2a,
+    kResumeText = 0x2b,
+    kEraseDisplayed = 0x2c,
+    kCarriageReturn = 0x2d,
+    kFlip = 0x2f
+  };
+  const int first = pair.bytes[0] & 0x7f;
+  const int command = pair.bytes[1] & 0x7f;
+  fields_[pair.second_field ? 1 : 0].channel = (first & 8) != 0 ? 1 : 0;
+  Channel &channel = CurrentChannel(pair.second_field);
+  const int index = static_cast<int>(ChannelIndex(pair.second_field));
+  const bool is_command = ((first & 0xf7) == 0x14 || (first & 0xf7) == 0x15) && command >= 0x20 && command < 0x30;
+  if (!is_command) {
+    // A special character, or where and how the next ones are written.
+    channel.has_new_text =
+        channel.has_new_text || ((first & 0xf7) >= 0x11 && (first & 0xf7) <= 0x13 && command >= 0x20 &&
+                                 command < 0x40 && ((first & 0xf7) != 0x11 || command >= 0x30));
+    Decode(pair);
+    return;
+  }
+  const bool was_painting = channel.mode == Mode::kPaintOn && channel.has_new_text;
+  if (was_painting && command != kCarriageReturn && command != 0x21 && command != 0x24 && command < 0x30) {
+    TellDisplayed(index, pts); // what is painted is complete
+  }
+  Decode(pair);
+  switch (command) {
+  case kResumeCaption:
+    channel.mode = Mode::kPopOn;
+    break;
+  case kRollUp2:
+  case kRollUp2 + 1:
+  case kRollUp4:
+    if (channel.mode != Mode::kRollUp) {
+      channel.has_new_text = false;
+    }
+    channel.mode = Mode::kRollUp;
+    break;
+  case kResumeDirect:
+    channel.mode = Mode::kPaintOn;
+    channel.has_new_text = false;
+    break;
+  case kText:
+  case kResumeText:
+    channel.mode = Mode::kText;
+    break;
+  case kEraseDisplayed:
+    if (!channel.is_empty) {
+      Tell(index, pts, "");
+    }
+    channel.has_new_text = channel.mode == Mode::kPopOn && channel.has_new_text;
+    break;
+  case kCarriageReturn:
+    if (channel.mode == Mode::kRollUp && channel.has_new_text) {
+      TellFinishedRow(index, pts);
+    }
+    break;
+  case kFlip:
+    channel.mode = Mode::kPopOn;
+    TellDisplayed(index, pts);
+    break;
+  default:
+    break;
+  }
+}
+
+void Line21Decoder::Decode(const Line21Pictures::Pair &pair) {
+  if (!decoder_) {
+    decoder_.reset(vbi_decoder_new());
+    if (!decoder_) {
+      return;
+    }
+    // Without somebody who listens, nothing is decoded.
+    vbi_event_handler_register(
+        decoder_.get(), VBI_EVENT_CAPTION, [](vbi_event *, void *) {}, nullptr);
+  }
+  vbi_sliced sliced{};
+  sliced.id = pair.second_field ? VBI_SLICED_CAPTION_525_F2 : VBI_SLICED_CAPTION_525_F1;
+  sliced.line = pair.second_field ? 284 : 21;
+  std::copy(pair.bytes.begin(), pair.bytes.end(), sliced.data);
+  vbi_decode(decoder_.get(), &sliced, 1, 0.0); // without times the decoder sees no gaps
+}
+
+vbi_page Line21Decoder::Displayed(int channel) {
+  vbi_page page{};
+  if (decoder_) {
+    vbi_fetch_cc_page(decoder_.get(), &page, channel + 1, /*reset=*/1);
+  }
+  return page;
+}
+
+void Line21Decoder::TellDisplayed(int channel, std::uint64_t pts) {
+  const vbi_page page = Displayed(channel);
+  Tell(channel, pts, TextOfRows(page, 0, page.rows - 1));
+}
+
+// The row that was finished is the last one that is not empty.
+void Line21Decoder::TellFinishedRow(int channel, std::uint64_t pts) {
+  const vbi_page page = Displayed(channel);
+  for (int row = page.rows - 1; row >= 0; --row) {
+    const std::string text = TextOfRow(page, row);
+    if (!text.empty()) {
+      Tell(channel, pts, text);
+      return;
+    }
+  }
+}
+
+void Line21Decoder::Tell(int channel, std::uint64_t pts, const std::string &text) {
+  constexpr int kUndetermined = 'u' << 16 | 'n' << 8 | 'd';
+  channels_[static_cast<std::size_t>(channel)].has_new_text = false;
+  channels_[static_cast<std::size_t>(channel)].is_empty = text.empty();
+  const int language = languages_[channel < 2 ? 0 : 1];
+  tell_({pid_, CaptionKind::kCea608, language == 0 ? kUndetermined : language, pts, text});
+}
+
+} // namespace lumio::broadcast

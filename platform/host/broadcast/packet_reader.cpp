@@ -1,0 +1,157 @@
+#include "packet_reader.h"
+
+#include <cstring>
+
+namespace lumio::broadcast {
+
+namespace {
+
+constexpr std::size_t kBufferSize = std::size_t{1} << 20;
+constexpr std::size_t kStrides[] = {188, 192, 204};
+constexpr std::size_t kLongestStride = 204;
+constexpr int kSure = 5; // sync bytes in a row that tell the packet size
+constexpr std::size_t kShort = kSure * kLongestStride;
+constexpr int kLikely = 2;    // the same ahead of a place that is sure
+constexpr int kConfident = 3; // sync bytes in a row that tell the place once the size is known
+
+} // namespace
+
+PacketReader::PacketReader(ByteSource &source) : source_(source), buffer_(kBufferSize) {}
+
+// Whether `count` bytes are there from the position on.
+bool PacketReader::Have(std::size_t count) {
+  if (position_ + count <= end_) {
+    return true;
+  }
+  if (source_ended_) {
+    return false;
+  }
+  const std::size_t kept = position_ < end_ ? end_ - position_ : 0;
+  const std::size_t beyond = position_ - (end_ - kept);
+  std::memmove(buffer_.data(), buffer_.data() + end_ - kept, kept);
+  end_ = kept;
+  position_ = kept > 0 ? 0 : beyond;
+  while (end_ < buffer_.size() && !source_ended_) {
+    const std::size_t read = source_.Read(&buffer_[end_], buffer_.size() - end_);
+    source_ended_ = read == 0;
+    end_ += read;
+  }
+  return position_ + count <= end_;
+}
+
+// Whether sync bytes stand at the position and, as far as the stream goes, at the strides after it.
+bool PacketReader::IsInStep(std::size_t position, std::size_t stride, int packets) const {
+  if (position + kPacketSize > end_) {
+    return false;
+  }
+  for (int i = 0; i < packets; ++i, position += stride) {
+    if (position + kPacketSize > end_) {
+      return source_ended_;
+    }
+    if (buffer_[position] != kSyncByte) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Learns the distance of the packets from the first place where only one distance explains the sync bytes.
+bool PacketReader::FindStride() {
+  while (Have(kShort)) {
+    for (const std::size_t stride : kStrides) {
+      if (IsInStep(position_, stride, kSure)) {
+        stride_ = stride;
+        return true;
+      }
+    }
+    ++position_;
+  }
+  return false;
+}
+
+// For what is too short to be sure: the distance that explains most sync bytes up to the end.
+bool PacketReader::FindLongest() {
+  std::size_t most = 0;
+  const std::size_t first = end_ > kShort ? end_ - kShort : 0; // what is longer has been searched already
+  for (std::size_t start = first; start + kPacketSize <= end_; ++start) {
+    for (const std::size_t stride : kStrides) {
+      std::size_t count = 0;
+      for (std::size_t i = start; i + kPacketSize <= end_ && buffer_[i] == kSyncByte; i += stride) {
+        ++count;
+      }
+      if (count > most) {
+        most = count;
+        stride_ = stride;
+        position_ = start;
+      }
+    }
+  }
+  return most > 0;
+}
+
+// Moves the position to the next packet.
+bool PacketReader::FindPacket() {
+  while (Have(kConfident * stride_) || position_ + kPacketSize <= end_) {
+    const void *sync = std::memchr(&buffer_[position_], kSyncByte, end_ - position_);
+    if (!sync) {
+      position_ = end_;
+      continue;
+    }
+    position_ = static_cast<std::size_t>(static_cast<const std::uint8_t *>(sync) - buffer_.data());
+    if (!Have(kConfident * stride_) && position_ + kPacketSize > end_) {
+      break;
+    }
+    if (IsInStep(position_, stride_, kConfident)) {
+      return true;
+    }
+    ++position_;
+  }
+  position_ = end_;
+  return false;
+}
+
+// Finds the first packet. What stands before the place that told the distance may be packets too, if some are damaged.
+bool PacketReader::FindFirst() {
+  Have(kBufferSize);
+  if (!FindStride() && !FindLongest()) {
+    return false;
+  }
+  for (std::size_t start = position_ % stride_; start < position_; start += stride_) {
+    if (IsInStep(start, stride_, kLikely)) {
+      position_ = start; // and the loop ends
+    }
+  }
+  return true;
+}
+
+const std::uint8_t *PacketReader::NextSlowly() {
+  if (stride_ == 0) {
+    if (!FindFirst()) {
+      return nullptr;
+    }
+  } else if (!Have(kPacketSize)) {
+    // A packet that is cut off at the end is no loss of synchronisation.
+    if (position_ < end_ && buffer_[position_] != kSyncByte) {
+      ++sync_losses_;
+    }
+    position_ = std::max(position_, end_);
+    return nullptr;
+  } else if (buffer_[position_] != kSyncByte) {
+    ++sync_losses_;
+    if (!FindPacket()) {
+      return nullptr;
+    }
+  }
+  const std::uint8_t *packet = &buffer_[position_];
+  position_ += stride_;
+  return packet;
+}
+
+bool PacketReader::Rewind() {
+  position_ = end_ = 0;
+  source_ended_ = false;
+  stride_ = 0;
+  return source_.Rewind();
+}
+
+} // namespace lumio::broadcast

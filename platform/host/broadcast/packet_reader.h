@@ -1,0 +1,55 @@
+// Finds the packets in a stream's bytes.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "byte_source.h"
+
+namespace lumio::broadcast {
+
+constexpr std::size_t kPacketSize = 188; // of a packet as such, whatever stands before or after it
+constexpr std::uint8_t kSyncByte = 0x47;
+
+class PacketReader {
+public:
+  explicit PacketReader(ByteSource &source);
+
+  // The 188 bytes of the next packet, which stay there until the next call; null at the end.
+  const std::uint8_t *Next() {
+    if (stride_ != 0 && position_ + kPacketSize <= end_ && buffer_[position_] == kSyncByte) {
+      const std::uint8_t *packet = &buffer_[position_];
+      position_ += stride_;
+      return packet;
+    }
+    return NextSlowly();
+  }
+
+  // Starts again with the source's first byte; false when the source cannot.
+  bool Rewind();
+
+  // Bytes from one packet to the next: 188, 192 (a time stamp before each) or 204 (a checksum after each); 0 until a
+  // packet was found.
+  unsigned Stride() const { return static_cast<unsigned>(stride_); }
+  // Runs of bytes that had to be skipped after the first packet.
+  std::uint64_t SyncLosses() const { return sync_losses_; }
+
+private:
+  const std::uint8_t *NextSlowly();
+  bool FindFirst();
+  bool FindStride();
+  bool FindLongest();
+  bool FindPacket();
+  bool Have(std::size_t count);
+  bool IsInStep(std::size_t position, std::size_t stride, int packets) const;
+
+  ByteSource &source_;
+  std::vector<std::uint8_t> buffer_;
+  std::size_t position_ = 0; // may lie beyond the end by less than a stride
+  std::size_t end_ = 0;
+  bool source_ended_ = false;
+  std::size_t stride_ = 0;
+  std::uint64_t sync_losses_ = 0;
+};
+
+} // namespace lumio::broadcast

@@ -1,0 +1,87 @@
+// Puts the PES packets of one PID together.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "budget.h"
+#include "bytes.h"
+
+namespace lumio::broadcast {
+
+constexpr std::size_t kLongestPes = std::size_t{2} << 20;
+constexpr std::uint64_t kNoTime = ~std::uint64_t{0};
+
+struct PesPacket {
+  std::uint16_t pid;
+  std::uint8_t stream_id;
+  std::uint64_t pts; // 33 bits in units of 90 kHz; kNoTime where there is none
+  std::uint64_t dts; // the same; where there is only a PTS, it is that
+  Bytes payload;     // what follows the header
+};
+
+class PesAssembler {
+public:
+  PesAssembler(std::uint16_t pid, Budget &budget) : pid_(pid), budget_(budget) {}
+  ~PesAssembler() { Drop(); }
+  PesAssembler(const PesAssembler &) = delete;
+  PesAssembler &operator=(const PesAssembler &) = delete;
+
+  // Takes the payload of the next packet; tell(const PesPacket &) for each PES packet that is complete with it. One
+  // that does not tell its length is complete when the next one starts.
+  template <class Tell> void Push(Bytes payload, bool unit_start, Tell &&tell) {
+    if (unit_start) {
+      End(tell);
+      state_ = State::kBegun;
+    }
+    if (state_ != State::kBegun) {
+      return;
+    }
+    Keep(payload);
+    if (state_ == State::kBegun && size_ != 0 && begun_.size() >= size_) {
+      TellBegun(tell);
+    }
+  }
+
+  // The stream ends.
+  template <class Tell> void End(Tell &&tell) {
+    if (state_ == State::kBegun && size_ == 0) {
+      TellBegun(tell);
+    } else {
+      Lose();
+    }
+  }
+
+  // Its continuation is missing.
+  void Lose();
+
+  // Packets that were begun but not told: too long, broken off or not what they should be.
+  std::uint64_t Dropped() const { return dropped_; }
+
+private:
+  enum class State { kIdle, kBegun };
+
+  void Keep(Bytes payload);
+  void Drop();
+  bool Parse(PesPacket &packet) const;
+
+  template <class Tell> void TellBegun(Tell &&tell) {
+    PesPacket packet{};
+    if (Parse(packet)) {
+      tell(packet);
+    } else {
+      ++dropped_;
+    }
+    Drop();
+  }
+
+  const std::uint16_t pid_;
+  Budget &budget_;
+  State state_ = State::kIdle;
+  std::vector<std::uint8_t> begun_;
+  std::size_t size_ = 0;  // of the whole packet; 0 when it does not tell or not yet
+  std::size_t taken_ = 0; // from the budget
+  std::uint64_t dropped_ = 0;
+};
+
+} // namespace lumio::broadcast

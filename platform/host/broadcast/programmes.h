@@ -1,0 +1,85 @@
+// What is known of the programmes of all services, as the EIT tells.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <unordered_set>
+#include <vector>
+
+#include "tables.h"
+
+namespace lumio::broadcast {
+
+// Keeps each of several equal programmes once. What it keeps stays where it is until the pool is destroyed.
+class ProgrammePool {
+public:
+  // Null when that would take more than the pool may have.
+  const Programme *Keep(Programme &&programme);
+  std::size_t Size() const { return size_; }
+
+  static constexpr std::size_t kLargest = std::size_t{16} << 20;
+
+private:
+  struct Hash {
+    std::size_t operator()(const Programme &programme) const;
+  };
+
+  std::unordered_set<Programme, Hash> programmes_;
+  std::size_t size_ = 0; // bytes, about
+};
+
+// The programmes of one service.
+class ServiceProgrammes {
+public:
+  const Programme *Present() const { return present_; }
+  const Programme *Following() const { return following_; }
+  // All that is known, by start; each event once. Those without a start are left out.
+  std::vector<const Programme *> List() const;
+  const Programme *Find(std::uint16_t event_id) const;
+
+private:
+  friend class Programmes;
+
+  struct SectionContent {
+    std::uint32_t checksum = 0;
+    int version = -1;
+    std::vector<const Programme *> programmes;
+  };
+
+  static std::uint16_t KeyOf(const Section &section) {
+    return static_cast<std::uint16_t>(section.TableId() << 8 | section.Number());
+  }
+  bool Has(const Section &section) const { return sections_.count(KeyOf(section)) != 0; }
+  // Whether it changes anything.
+  bool Apply(const Section &section, std::vector<const Programme *> &&programmes);
+
+  const Programme *present_ = nullptr;
+  const Programme *following_ = nullptr;
+  std::map<std::uint16_t, SectionContent> sections_; // by table_id and number
+};
+
+class Programmes {
+public:
+  explicit Programmes(ProgrammePool &pool) : pool_(pool) {}
+
+  enum class Change { kNone, kChanged, kDropped };
+  // Takes a section of an EIT whose checksum is right. Of what it changes, `service` tells whose it is. A dropped
+  // section is one that there was no room for.
+  Change Push(const Section &section, std::uint64_t &service);
+
+  // Null when nothing is known of the service.
+  const ServiceProgrammes *Find(std::uint64_t service) const;
+  // Of this stream's own service, whatever its network is called.
+  const ServiceProgrammes *FindOwn(std::uint16_t service_id) const;
+
+private:
+  Change Apply(const Section &section, ServiceProgrammes &programmes, std::uint64_t service);
+
+  ProgrammePool &pool_;
+  std::map<std::uint64_t, ServiceProgrammes> services_;
+  std::map<std::uint16_t, std::uint64_t> own_; // by service_id, as the tables of the actual stream tell
+  std::size_t section_count_ = 0;
+  std::size_t reference_count_ = 0; // from sections to programmes
+};
+
+} // namespace lumio::broadcast

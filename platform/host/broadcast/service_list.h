@@ -1,0 +1,78 @@
+// The services of a stream, as its PAT, PMTs and SDT tell.
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tables.h"
+
+namespace lumio::broadcast {
+
+struct Service {
+  std::uint16_t id = 0;
+  std::uint16_t pmt_pid = 0;
+  bool has_pmt = false;
+  Pmt pmt;
+  bool is_named = false; // whether the SDT lists it
+  std::string name;      // UTF-8
+  std::string provider;  // UTF-8
+};
+
+class ServiceList {
+public:
+  // Takes a section whose checksum is right; whether it changed anything.
+  bool Push(std::uint16_t pid, const Section &section);
+
+  // By id.
+  const std::map<std::uint16_t, Service> &Services() const { return services_; }
+  const Service *Find(std::uint16_t id) const;
+  // Whether the PAT is known as well as every PMT and name that it promises.
+  bool IsComplete() const;
+  // 0 when the PAT does not tell.
+  std::uint16_t NetworkPid() const { return network_pid_; }
+  // 16 bits each; 0 until a table tells.
+  std::uint16_t StreamId() const { return stream_id_; }
+  std::uint16_t NetworkId() const { return network_id_; }
+  // How the platform names the service.
+  std::uint64_t IdOf(std::uint16_t service) const {
+    return std::uint64_t{network_id_} << 32 | std::uint64_t{stream_id_} << 16 | service;
+  }
+
+  // The stream starts anew; what is known stays until it is told otherwise.
+  void Restart();
+
+private:
+  // Which sections of a table's version have been seen.
+  struct Progress {
+    int version = -1;
+    std::uint32_t checksums[256] = {};
+    std::bitset<256> seen;
+    bool complete = false; // some version was complete
+
+    // Whether the section brings something new; `completes` tells whether nothing is missing with it.
+    bool Take(const Section &section, bool &completes);
+  };
+
+  bool PushPat(const Section &section);
+  bool PushPmt(std::uint16_t pid, const Section &section);
+  bool PushSdt(const Section &section);
+  void RemoveUnlisted();
+  void AddServices(const std::vector<PatEntry> &entries);
+  void Describe(Service &service);
+  bool HasRoomFor(const Pmt &pmt, const Service &service);
+
+  std::map<std::uint16_t, Service> services_;
+  std::uint16_t network_pid_ = 0;
+  std::uint16_t stream_id_ = 0;
+  std::uint16_t network_id_ = 0;
+  Progress pat_progress_;
+  Progress sdt_progress_;
+  std::vector<PatEntry> pat_;             // of the version that is being seen
+  std::map<std::uint16_t, SdtEntry> sdt_; // the same
+  std::size_t part_count_ = 0;
+};
+
+} // namespace lumio::broadcast

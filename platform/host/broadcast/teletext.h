@@ -1,0 +1,48 @@
+// Subtitles of a teletext stream.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "caption.h"
+#include "pes_assembler.h"
+#include "tables.h"
+#include "vbi_text.h"
+
+namespace lumio::broadcast {
+
+class TeletextDecoder {
+public:
+  TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell);
+  TeletextDecoder(const TeletextDecoder &) = delete;
+  TeletextDecoder &operator=(const TeletextDecoder &) = delete;
+
+  // Tells each page that is complete with this packet: when the next page begins, as a television does.
+  void Push(const PesPacket &packet);
+  // The stream ends: the last pages are complete.
+  void End();
+
+private:
+  static constexpr std::size_t kLineSize = 42; // bytes of a line behind its framing code
+  using Line = std::array<std::uint8_t, kLineSize>;
+
+  void MakeDecoder();
+  void PushLine(Line line, std::uint64_t pts);
+  void Decode(const Line &line);
+  static void OnEvent(vbi_event *event, void *data);
+  void OnPage(int page, int subpage);
+
+  const std::uint16_t pid_;
+  const TellCaption tell_;
+  std::map<int, int> languages_;               // by page
+  std::map<int, std::uint64_t> times_;         // when the page began last
+  std::array<bool, 8> is_wanted_{};            // whether a magazine's page of now is one of ours
+  std::set<std::pair<int, int>> stored_pages_; // what the decoder keeps
+  VbiDecoder decoder_;
+};
+
+} // namespace lumio::broadcast

@@ -1,0 +1,22 @@
+// Text of the pages that libzvbi decodes.
+#pragma once
+
+#include <libzvbi.h>
+
+#include <memory>
+#include <string>
+
+namespace lumio::broadcast {
+
+struct VbiDecoderDeleter {
+  void operator()(vbi_decoder *decoder) const { vbi_decoder_delete(decoder); }
+};
+using VbiDecoder = std::unique_ptr<vbi_decoder, VbiDecoderDeleter>;
+
+// A row in UTF-8 without the spaces around it. What is not shown, or is no letter, counts as space.
+std::string TextOfRow(const vbi_page &page, int row);
+
+// The rows from `first` to `last` that are not empty, joined by '\n'.
+std::string TextOfRows(const vbi_page &page, int first, int last);
+
+} // namespace lumio::broadcast
