@@ -1,4 +1,4 @@
-// Banner states in the platform's real store: shared by processes, and intact after a process is killed.
+// Banner states in the real store of the platform: processes share them, and they are intact after a process is killed.
 #include <lumio-banner-state.h>
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ int State(int banner_id) {
 // The order in which banners are shown.
 int Nth(int n) { return n * 7 % kBanners; }
 
-// Hides all banners and shows them one after the other, for ever. Sends the number of each acknowledged banner.
+// Hides all banners and shows them one by one, for ever. Sends the number of each acknowledged banner.
 void ShowAll(Pipe *acknowledged) {
   ASSERT_EQ(vconf_set_int("memory/lumio/lumio_banner_state_1", 0), 0);
   for (int n = 0;; n = (n + 1) % kBanners) {
@@ -81,7 +81,7 @@ TEST_F(BannerStore, AKilledProcessLeavesEveryAcknowledgedBannerShown) {
     ASSERT_GE(count, enough);
     EXPECT_TRUE(Fork([count] {
                   for (int i = 0; i < kBanners; ++i) {
-                    // The banner that was being shown may have either state.
+                    // The banner that was just being shown may have either state.
                     EXPECT_TRUE(i == count || State(Nth(i)) == (i < count ? 1 : 0)) << i << " of " << count;
                   }
                   EXPECT_EQ(lumio_set_banner_state(Nth(count), 1), 0);

@@ -1,5 +1,5 @@
-// The demo as a test: its director checks every line that the viewer prints, and lumio-keylog tells the same of its
-// log.
+// Runs the demo as a test: its director checks every line that the viewer prints, and lumio-keylog must report the same
+// from the viewer's log.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -37,8 +37,8 @@ int PriorityOf(const std::string &module) {
   return found == first.end() ? 4 : found->second;
 }
 
-// What lumio-keylog says of a key that reached no module, and that the director saw being passed on or dropped. The
-// log does not name these keys.
+// Matches what lumio-keylog prints for a key that reached no module, which the viewer has passed on or dropped. The log
+// does not name these keys.
 Matcher<std::string> ExpectedOfNobody(const std::string &outcome) {
   if (outcome == "dropped") {
     return HasSubstr(" dropped: burst");
@@ -47,7 +47,7 @@ Matcher<std::string> ExpectedOfNobody(const std::string &outcome) {
                HasSubstr(" dropped: release after an ignored press"));
 }
 
-// What lumio-keylog has to say of the key in a line of the director, for example
+// Matches what lumio-keylog prints for the key in a line of the director, for example
 //   ok      Up press: asked menu, channel, taken by channel
 Matcher<std::string> Expected(const std::string &line) {
   const std::string asked = ": asked ", taken = "taken by ";
@@ -72,10 +72,10 @@ Matcher<std::string> Expected(const std::string &line) {
                story, EndsWith(declined));
 }
 
-// Lines about keys begin with the number of a line of the log.
+// Lines about keys begin with a line number of the log.
 bool IsKey(const std::string &line) { return line.size() > 6 && line[5] >= '0' && line[5] <= '9'; }
 
-TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
+TEST(Demo, PlaysAsScriptedAndLogsTheSame) {
   const lumio::TemporaryDirectory directory;
   std::vector<Matcher<std::string>> expected;
   for (const std::string &line : LinesOf({LUMIO_DIRECTOR, "--keep", directory / ""})) {
@@ -91,7 +91,7 @@ TEST(Demo, GoesAsTheScriptExpectsAndLeavesALogThatTellsTheSame) {
   EXPECT_THAT(keys, ElementsAreArray(expected));
 }
 
-TEST(Demo, RefusesOptionsThatItDoesNotKnow) {
+TEST(Demo, RefusesUnknownOptions) {
   lumio::Program director({LUMIO_DIRECTOR, "--loud"}, {});
   EXPECT_EQ(EXIT_FAILURE, director.Wait(lumio::Clock::now() + std::chrono::minutes(1)));
 }

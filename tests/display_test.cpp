@@ -1,9 +1,9 @@
-// Keys of named input devices, through a real X server and Ecore, to the handlers of an application.
+// Keys of named input devices travel through a real X server and Ecore to the handlers of an application.
 #include <kevent.h>
 
 #include <gmock/gmock.h>
 
-// After GoogleTest, some of whose names Xlib has as macros.
+// After GoogleTest, since macros of Xlib have some of its names.
 #include <Ecore.h>
 #include <Ecore_Input.h>
 #include <Ecore_X.h>
@@ -67,17 +67,17 @@ public:
   Application(const Application &) = delete;
   Application &operator=(const Application &) = delete;
 
-  // What the module got so far, in order: "press Return from 4".
+  // Returns what the module has received so far, in order, for example "press Return from 4".
   const std::vector<std::string> &Keys() const { return keys_; }
   Ecore_X_Window Window() const { return window_; }
 
-  // Waits for the next key, and until the loop is idle again, so that keys are no burst, however slow the machine is.
+  // Waits for the next key and until the loop is idle, so that keys never form a burst, even on a slow machine.
   void AwaitKey() {
     const size_t count = keys_.size();
     TurnLoopUntil([&] { return keys_.size() > count && is_idle_; });
   }
 
-  // A press is as good as the first one, however long ago the last one was.
+  // Makes the library treat the next press like the first one, however old the last one is.
   static void ForgetKeyTimes() { lumio_kevent_fini(lumio_kevent_init("another module")); }
 
 private:
@@ -121,8 +121,8 @@ struct Television {
   Application application;
 };
 
-// The device that XIQueryDevice lists first when asked for all. A television's server lists the one that was just
-// plugged in there; Xorg always has its core pointer there, and cannot be told otherwise.
+// Chooses the device that XIQueryDevice lists first. A television's server first lists the device that was just plugged
+// in. Xorg always lists its core pointer first and cannot be configured otherwise.
 std::string g_listed_first;
 
 using Devices = std::vector<lumio::InputDevice>;
@@ -138,7 +138,7 @@ int LinesThatBegin(const std::string &beginning) {
 
 } // namespace
 
-// When Ecore exits because its server is gone, it does not shut EFL down, whose classes are lost then.
+// When Ecore exits because its server is gone, it does not shut EFL down, and EFL leaks its classes.
 extern "C" const char *__lsan_default_suppressions();
 extern "C" const char *__lsan_default_suppressions() { return "leak:libeo\nleak:ld-linux\n"; }
 
@@ -226,7 +226,7 @@ TEST(Keys, GoToTheModuleThatTakesThem) {
 
 struct Source {
   const char *what;
-  Devices devices; // beside some keyboard; the first one sends the key
+  Devices devices; // in addition to a keyboard; the first one sends the key
   int type;
 };
 
@@ -249,8 +249,9 @@ TEST_P(SourceType, IsKnownFromTheDevice) {
                           "release Return from " + source, "press Return from 4", "release Return from 4"));
 }
 
-// The remote control and the panel are learnt while their devices float and recognised behind "HWKeys". A television's
-// driver sends their keys through that keyboard; on Xorg a key class names its own device, which so has to be both.
+// The library learns the remote control and the panel while their devices float, and recognises them behind "HWKeys". A
+// television's driver sends their keys through that keyboard. On Xorg a key class names its own device, so one device
+// has to play both roles.
 const Source kSources[] = {
     {"Remote", {{"HWKeys qm27x410 rc device", Plug::kFloating}}, 0},
     {"Panel", {{"HWKeys qm27x410 panel key device", Plug::kFloating}}, 1},
@@ -314,8 +315,8 @@ TEST(Plugging, ReleasesTheKeysOfADeviceThatIsUnplugged) {
 
 // --- What the library asks of the server -----------------------------------------------------------------------------
 
-// A press that is looked at is logged with its time.
-TEST(DeviceEvents, SaveTheNextPressFromTheStalenessFilter) {
+// The library logs the time of a press whose age it checks.
+TEST(DeviceEvents, ExemptTheNextPressFromTheStalenessFilter) {
   Television television;
   const auto looked_at = [&](const char *device) {
     ClearLog();
@@ -331,7 +332,7 @@ TEST(DeviceEvents, SaveTheNextPressFromTheStalenessFilter) {
   EXPECT_TRUE(looked_at(kTouchRemote));
 }
 
-// Makes the device the only one of a further core keyboard.
+// Makes the device the only one of another core keyboard.
 void AttachToAnotherCoreKeyboard(int device_id) {
   char name[] = "another";
   XIAnyHierarchyChangeInfo change = {};
@@ -349,7 +350,7 @@ void AttachToAnotherCoreKeyboard(int device_id) {
   XSync(XDisplay(), 0);
 }
 
-TEST(DeviceEvents, OfAnotherCoreKeyboardDoNotTellTheSource) {
+TEST(DeviceEvents, OfAnotherCoreKeyboardDoNotChangeTheSource) {
   Television television;
   television.Tap(kHardwareKeys, "Return");
   AttachToAnotherCoreKeyboard(television.display.DeviceId(kTouchRemote));
@@ -378,7 +379,7 @@ TEST(DeviceEvents, AreSelectedOnTheRootWindow) {
 
 // --- The cursor ------------------------------------------------------------------------------------------------------
 
-// The values of the window's property, as Xlib reads them.
+// Returns the values of the window's property as Xlib reads them.
 std::vector<long> CursorProperty(Window window) {
   Atom type = 0;
   int format = 0;
@@ -418,7 +419,7 @@ TEST(Cursor, IsLeftAloneWhenNoWindowHasTheFocus) {
 
 // --- Several servers, and none ---------------------------------------------------------------------------------------
 
-// An application in a process of its own, which tells of each key that it gets.
+// An application in its own process, which prints each key that it receives.
 class ApplicationProcess {
 public:
   explicit ApplicationProcess(const PrivateDisplay &display) {
@@ -476,10 +477,10 @@ TEST(TwoServers, HaveTheirOwnKeys) {
   }
 }
 
-// Each in a process that begins anew, since Ecore cannot be brought down without its server.
+// Each test starts a new process, since Ecore cannot be shut down without its server.
 class ServerGone : public testing::Test {};
 
-// What every application of Ecore does that does not ask for more.
+// Does what every application of Ecore does by default.
 void OutliveTheServer() {
   Television television;
   television.Tap(kHardwareKeys, "Return");
@@ -489,7 +490,7 @@ void OutliveTheServer() {
 
 TEST_F(ServerGone, EndsTheApplication) { EXPECT_EXIT(OutliveTheServer(), testing::ExitedWithCode(255), ""); }
 
-// For applications that ask Xlib not to exit: nothing of the library touches the display any more.
+// Does what an application does that asks Xlib not to exit: the library must not use the display any more.
 void GoOnWithoutTheServer() {
   static bool gone;
   Television television;

@@ -1,4 +1,4 @@
-// What becomes of log messages.
+// Which log messages are written, where, and in which form.
 #include <dlog.h>
 
 #include "fake_io.h"
@@ -100,7 +100,7 @@ std::string LocalTime() {
   return text;
 }
 
-TEST_F(Dlog, TellsTheLocalTime) {
+TEST_F(Dlog, PrintsTheLocalTime) {
   setenv("TZ", "HERE-05:30", 1);
   tzset();
   const std::string before = LocalTime();
@@ -135,7 +135,7 @@ TEST_F(Dlog, WritesLongMessagesWhole) {
   }
 }
 
-TEST_F(Dlog, EndsNotForWantOfATagOrAFormat) {
+TEST_F(Dlog, ToleratesANullTagOrFormat) {
   EXPECT_THAT(StderrOf([] { __dlog_print(0, 16, nullptr, "text"); }), MatchesRegex(Line("E -: text")));
   int (*const unchecked)(int, int, const char *, const char *, ...) = __dlog_print;
   EXPECT_EQ(StderrOf([&] { EXPECT_LT(unchecked(0, 16, "tag", nullptr), 0); }), "");
@@ -157,7 +157,7 @@ TEST_F(Dlog, ShowsAllPrioritiesByDefault) { EXPECT_THAT(Logged("text", 0), EndsW
 
 class Level : public Dlog, public testing::WithParamInterface<const char *> {};
 
-TEST_P(Level, HidesWhatIsLower) {
+TEST_P(Level, HidesLowerPriorities) {
   Lowest(GetParam());
   EXPECT_EQ(StderrOf([] { EXPECT_EQ(Log("text", 4), 0); }), "");
   EXPECT_THAT(Logged("text", 5), MatchesRegex(Line("W tag: text")));
@@ -174,7 +174,7 @@ TEST_F(Dlog, ShowsFailuresAtEveryLevel) {
 
 class WrongLevel : public Dlog, public testing::WithParamInterface<const char *> {};
 
-TEST_P(WrongLevel, IsToldOnceAndHidesNothing) {
+TEST_P(WrongLevel, IsReportedOnceAndHidesNothing) {
   Lowest(GetParam());
   const std::string complaint = "E dlog: LUMIO_LOG_LEVEL is a number from 0 to 16 or one of V D I W E F, not \"" +
                                 std::string(GetParam()) + "\"; showing all\n";
@@ -186,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(, WrongLevel, testing::Values("17", "-1", "5x", "Warn",
 
 // Where they go.
 
-TEST_F(Dlog, AnEmptySettingIsNone) {
+TEST_F(Dlog, AnEmptySettingCountsAsUnset) {
   Target("");
   Lowest("");
   EXPECT_THAT(Logged("text", 2), MatchesRegex(Line("V tag: text")));
@@ -197,7 +197,7 @@ TEST_F(Dlog, TargetNoneWritesNothing) {
   EXPECT_EQ(StderrOf([] { EXPECT_EQ(Log("text"), 0); }), "");
 }
 
-// Targets other than stderr keep a file open; a process of its own has no use for it after the test.
+// Runs the body in a process of its own: targets other than stderr keep a file open until the process ends.
 void InChild(const std::function<void()> &body) {
   InProcesses(1, [&](int) { body(); });
 }
@@ -211,7 +211,7 @@ TEST_F(Dlog, AppendsToAFile) {
   EXPECT_THAT(ContentOf(file), MatchesRegex("before\n" + Line("E tag: one") + Line("E tag: two")));
 }
 
-TEST_F(Dlog, AFileThatCannotBeOpenedIsToldAndStandardErrorUsed) {
+TEST_F(Dlog, LogsToStandardErrorIfTheFileCannotBeOpened) {
   const std::string file = directory_ / "missing/log";
   Target(file);
   const std::string complaint = "E dlog: cannot open " + file + ": No such file or directory; logging to stderr\n";
@@ -221,7 +221,7 @@ TEST_F(Dlog, AFileThatCannotBeOpenedIsToldAndStandardErrorUsed) {
   EXPECT_THAT(Logged("two"), MatchesRegex(Line("E tag: two")));
 }
 
-TEST_F(Dlog, AFullDiskLosesTheLineAndNothingElse) {
+TEST_F(Dlog, AFullDiskLosesOnlyTheLine) {
   Target("/dev/full");
   InChild([] {
     EXPECT_LT(Log("one"), 0);
@@ -262,7 +262,7 @@ TEST_F(Dlog, TheJournalGetsThePriority) {
   close(ends[1]);
 }
 
-TEST_F(Dlog, WithoutAJournalStandardErrorIsUsed) {
+TEST_F(Dlog, LogsToStandardErrorWithoutAJournal) {
   Target("journal");
   const std::string output = Logged("text");
   EXPECT_THAT(output, HasSubstr("E dlog: cannot reach the journal: No such file or directory; logging to stderr\n"));
@@ -271,7 +271,7 @@ TEST_F(Dlog, WithoutAJournalStandardErrorIsUsed) {
 
 // Whole lines.
 
-// Every writer's lines, each long by its own measure and with its number at both ends.
+// Writes the lines of one writer, of different lengths, each with its number at both ends.
 std::string NumberedText(int writer, int number) {
   const std::string id = std::to_string(writer) + "/" + std::to_string(number);
   return id + std::string(1 + (writer * 7919 + number * 104729) % 9000, '-') + id;
@@ -291,7 +291,7 @@ void LogInThreads(int process, int threads, int lines) {
   }
 }
 
-// Each writer's lines are there, whole and in their order, and nothing else.
+// Expects all lines of each writer, whole and in order, and nothing else.
 void CheckNumberedLines(const std::string &log, int writers, int lines) {
   std::vector<int> next(static_cast<size_t>(writers));
   std::istringstream stream(log);
@@ -316,7 +316,7 @@ TEST_F(Dlog, LinesOfManyThreadsAndProcessesStayWhole) {
   CheckNumberedLines(ContentOf(file), kProcesses * kThreads, kLines);
 }
 
-// Runs the body in a process whose standard error output is a pipe, and returns all that came through it.
+// Runs the body in a process whose standard error stream is a pipe, and returns everything written to it.
 std::string ThroughPipe(const std::function<void()> &body) {
   int ends[2];
   EXPECT_EQ(pipe(ends), 0);
@@ -349,7 +349,7 @@ TEST_F(Dlog, WaitsForRoomInAPipeThatDoesNotBlock) {
               EndsWith(" E tag: " + text + "\n"));
 }
 
-TEST_F(Dlog, BeginsAgainWhenASignalInterrupts) {
+TEST_F(Dlog, ContinuesAfterASignal) {
   EXPECT_THAT(StderrOf([] {
                 FailIo(1, EINTR);
                 EXPECT_GT(Log("text"), 0);
@@ -358,7 +358,7 @@ TEST_F(Dlog, BeginsAgainWhenASignalInterrupts) {
               MatchesRegex(Line("E tag: text")));
 }
 
-TEST_F(Dlog, AReaderThatWentAwayEndsNothing) {
+TEST_F(Dlog, SurvivesTheEndOfItsReader) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   close(ends[0]);
@@ -371,7 +371,7 @@ TEST_F(Dlog, AReaderThatWentAwayEndsNothing) {
     EXPECT_LT(Log("one"), 0);
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
-    // One that the program has sent to itself is still to come.
+    // A SIGPIPE that the program has sent to itself is still pending.
     pthread_sigmask(SIG_BLOCK, &pipe_signal, nullptr);
     raise(SIGPIPE);
     EXPECT_LT(Log("two"), 0);
@@ -398,13 +398,13 @@ TEST_F(Dlog, CanForkWhileThreadsLog) {
   });
 }
 
-TEST_F(Dlog, WantOfMemoryLosesTheLineAndNothingElse) {
+TEST_F(Dlog, OutOfMemoryLosesOnlyTheLine) {
   const std::string text(10000, 'x');
   EXPECT_THAT(StderrOf([&] { FailEachAllocation([&] { Log(text); }, [&](int) { EXPECT_GT(Log("next"), 0); }); }),
               EndsWith(" tag: " + text + "\n"));
 }
 
-// Logs a first line in a new process, again and again with another allocation failing, and then what `rest` does.
+// Logs a first line in new processes, with a different allocation failing in each, and then runs `rest`.
 void WithoutMemoryAtFirst(const std::function<void()> &rest) {
   int failed = 1;
   for (int nth = 1; failed != 0; ++nth) {
@@ -424,7 +424,7 @@ void WithoutMemoryAtFirst(const std::function<void()> &rest) {
   }
 }
 
-TEST_F(Dlog, WantOfMemoryAtTheFirstLineLosesNoSetting) {
+TEST_F(Dlog, OutOfMemoryAtTheFirstLineLosesNoSetting) {
   const std::string file = directory_ / "log";
   Target(file);
   Lowest("W");
@@ -435,7 +435,7 @@ TEST_F(Dlog, WantOfMemoryAtTheFirstLineLosesNoSetting) {
   EXPECT_THAT(ContentOf(file), MatchesRegex("((" + Line("E tag: first") + ")?" + Line("W tag: second") + ")+"));
 }
 
-TEST_F(Dlog, WantOfMemoryForAComplaintLosesNoSetting) {
+TEST_F(Dlog, OutOfMemoryForAComplaintLosesNoSetting) {
   Target(directory_ / "missing/log");
   Lowest("W");
   ASSERT_NO_FATAL_FAILURE(WithoutMemoryAtFirst([] {
@@ -446,6 +446,6 @@ TEST_F(Dlog, WantOfMemoryForAComplaintLosesNoSetting) {
 
 } // namespace
 
-// Stands in for the journal's library.
+// Replaces the function of the journal's library.
 extern "C" int sd_journal_stream_fd(const char *, int, int);
 extern "C" int sd_journal_stream_fd(const char *, int, int) { return g_journal; }

@@ -36,7 +36,7 @@ TEST(Mutex, CannotBeTakenBeforeItIsCreated) {
   EXPECT_FALSE(mutex.IsCreated());
 }
 
-TEST(Mutex, IsTakenAndGivenBack) {
+TEST(Mutex, IsTakenAndReleased) {
   TCMutex mutex;
   EXPECT_TRUE(mutex.Create());
   EXPECT_TRUE(mutex.IsCreated());
@@ -57,13 +57,13 @@ TEST(Mutex, IsCreatedAgainAfterItWasDestroyed) {
   EXPECT_TRUE(mutex.Unlock());
 }
 
-TEST(Mutex, DestroyingWhatIsNotCreatedDoesNothing) {
+TEST(Mutex, DestroyDoesNothingBeforeCreate) {
   TCMutex mutex;
   mutex.Destroy();
   EXPECT_FALSE(mutex.IsCreated());
 }
 
-TEST(Mutex, IsGivenBackOnlyByTheThreadThatHoldsIt) {
+TEST(Mutex, IsReleasedOnlyByTheThreadThatHoldsIt) {
   TCMutex mutex;
   mutex.Create();
   EXPECT_FALSE(mutex.Unlock()) << "nobody holds it";
@@ -122,7 +122,7 @@ TEST(Mutex, StaysHeldWhenItIsDestroyed) {
     CAutoLock lock(mutex);
     got_it = true;
   });
-  // The other thread creates the mutex anew before it waits: from then on only the lock itself keeps it out.
+  // The other thread creates the mutex again before it waits; from then on only the lock keeps it out.
   while (!mutex.IsCreated()) {
     std::this_thread::yield();
   }
@@ -133,7 +133,7 @@ TEST(Mutex, StaysHeldWhenItIsDestroyed) {
   EXPECT_TRUE(got_it);
 }
 
-// Every thread's lock is destroyed under it, under those who wait and under those who are about to.
+// Threads destroy the mutex while others hold it, wait for it and are about to wait for it.
 TEST(Mutex, ExcludesOtherThreadsWhileItIsDestroyedAndCreated) {
   TCMutex mutex;
   int count = 0;
@@ -176,7 +176,7 @@ TEST(AutoLock, DestroysTheMutexOnRequest) {
   EXPECT_TRUE(mutex.IsCreated());
 }
 
-TEST(AutoLock, GivesBackEarlyAndTakesAgain) {
+TEST(AutoLock, UnlocksEarlyAndLocksAgain) {
   TCMutex mutex;
   {
     CAutoLock lock(mutex);
@@ -193,7 +193,7 @@ TEST(AutoLock, GivesBackEarlyAndTakesAgain) {
   EXPECT_TRUE(mutex.IsCreated());
 }
 
-TEST(AutoLock, DestroysTheMutexAlsoAfterAnEarlyRelease) {
+TEST(AutoLock, DestroysTheMutexEvenAfterAnEarlyUnlock) {
   TCMutex mutex;
   {
     CAutoLock lock(mutex, CAutoLock::DESTROY_ON_RELEASE);
@@ -203,7 +203,7 @@ TEST(AutoLock, DestroysTheMutexAlsoAfterAnEarlyRelease) {
   EXPECT_FALSE(mutex.IsCreated());
 }
 
-TEST(AutoLock, GivesBackWhenAnExceptionPasses) {
+TEST(AutoLock, UnlocksWhenAnExceptionIsThrown) {
   TCMutex mutex;
   EXPECT_THROW(
       {
@@ -214,7 +214,7 @@ TEST(AutoLock, GivesBackWhenAnExceptionPasses) {
   EXPECT_FALSE(mutex.Unlock()) << "it was given back";
 }
 
-// A mutex that another thread destroys between its creation and the first attempt to lock it.
+// A mutex that another thread seems to destroy between its creation and the first attempt to lock it.
 class DestroyedOnce : public TCMutex {
 public:
   bool Lock() override {

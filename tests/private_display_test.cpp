@@ -1,4 +1,4 @@
-// The X server of the other tests and of the demonstration.
+// The private X server that other tests and the demo use.
 
 #include <gmock/gmock.h>
 
@@ -24,12 +24,12 @@ using testing::ThrowsMessage;
 
 namespace {
 
-// Tells when everyone who inherited it has ended, the server of a display for example.
+// A pipe that shows when every process that has inherited it has ended, such as the server of a display.
 class Heirloom {
 public:
   Heirloom() { EXPECT_EQ(pipe(ends_), 0); }
   ~Heirloom() { close(ends_[0]); }
-  // To be called once all heirs are there. Waits.
+  // Waits for the end of all heirs. Call it when they have started.
   void AwaitEnd() {
     char nothing;
     close(ends_[1]);
@@ -40,7 +40,7 @@ private:
   int ends_[2];
 };
 
-// Files of the displays are created in a directory of the test's own.
+// The displays create their files in a directory of the test.
 class PrivateDisplayTest : public testing::Test {
 protected:
   void SetUp() override { setenv("TMPDIR", directory_.Path().c_str(), 1); }
@@ -70,7 +70,7 @@ TEST_F(PrivateDisplayTest, EndsWhenToldTo) {
   display.Stop();
   heirloom.AwaitEnd();
   display.Stop();
-  const PrivateDisplay successor; // has the same number, unless a third one was faster
+  const PrivateDisplay successor; // has the same number, unless a third server was faster
   EXPECT_THROW(display.Press(kHardwareKeys, "Return"), std::runtime_error);
   EXPECT_THROW(display.SetPlug(kHardwareKeys, Plug::kUnplugged), std::runtime_error);
 }
@@ -81,7 +81,7 @@ TEST_F(PrivateDisplayTest, EndsWhenItIsDestroyed) {
   heirloom.AwaitEnd();
 }
 
-TEST_F(PrivateDisplayTest, TellsThatThereIsNoServer) {
+TEST_F(PrivateDisplayTest, ReportsAMissingServer) {
   EXPECT_THAT(
       [] {
         PrivateDisplay({{}, "/nowhere/Xorg"});
@@ -95,7 +95,7 @@ TEST_F(PrivateDisplayTest, LooksForAServerWithoutAPathInPath) {
   EXPECT_FALSE(PrivateDisplay({lumio::TelevisionDevices(), "Xorg"}).Name().empty());
 }
 
-TEST_F(PrivateDisplayTest, TellsWhatTheServerSaysWhenItDoesNotStart) {
+TEST_F(PrivateDisplayTest, ReportsWhyTheServerDoesNotStart) {
   EXPECT_THAT([] { PrivateDisplay({{{"no \"valid\" name"}}}); },
               ThrowsMessage<std::runtime_error>(
                   AllOf(HasSubstr("does not start:"), HasSubstr("Error parsing the config file"))));
@@ -106,7 +106,7 @@ TEST_F(PrivateDisplayTest, TellsWhatTheServerSaysWhenItDoesNotStart) {
       ThrowsMessage<std::runtime_error>(HasSubstr("/bin/cat: invalid option")));
 }
 
-TEST_F(PrivateDisplayTest, TellsThatADirectoryCannotBeWritten) {
+TEST_F(PrivateDisplayTest, ReportsAnUnwritableDirectory) {
   setenv("TMPDIR", "/proc", 1);
   EXPECT_THAT([] { PrivateDisplay(); }, ThrowsMessage<std::runtime_error>(HasSubstr("Cannot create /proc/lumio-")));
 }

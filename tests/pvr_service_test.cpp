@@ -34,7 +34,7 @@ bool OnState(pvr_state_e state, void *user_data) {
   return true;
 }
 
-// Runs a function that a test wants to run on the service's thread.
+// Runs a function of a test on the service's thread.
 bool OnStateRun(pvr_state_e, void *user_data) {
   (*static_cast<std::function<void()> *>(user_data))();
   return true;
@@ -42,7 +42,7 @@ bool OnStateRun(pvr_state_e, void *user_data) {
 
 class PvrService : public testing::Test {
 protected:
-  // Both kinds of notification go to `told`.
+  // Collects both kinds of notification in `told`.
   void Register() {
     ASSERT_EQ(svc_pvr_service_init(), 1);
     ASSERT_EQ(svc_pvr_register_to_other_apps_cb(OnResult, &told), 0);
@@ -55,7 +55,7 @@ protected:
     ASSERT_EQ(svc_pvr_register_get_pvr_state_cb(OnStateRun, &run), 0);
   }
 
-  // Everything that was told once what was emitted before is delivered.
+  // Returns everything that has been told once all that was emitted is delivered.
   std::vector<std::string> Everything() {
     lumio::pvr::Flush();
     return told.All();
@@ -106,7 +106,7 @@ TEST_F(PvrService, KeepsOneCallbackOfEachKind) {
   EXPECT_EQ(later.All().size(), 2U);
 }
 
-TEST_F(PvrService, TellsNobodyWhenNobodyIsRegistered) {
+TEST_F(PvrService, CallsNobodyWithoutARegistration) {
   lumio::pvr::EmitState(PVR_STATE_CONFLICT);
   lumio::pvr::StartRecording(1);
   lumio::pvr::Flush();
@@ -191,14 +191,14 @@ TEST_F(PvrService, EndsARecordingWhenOthersFillTheDisk) {
                           "operation 2 request 1 result -2 program 7 duration 0 free 0 reserved 0", "disk full"));
 }
 
-TEST_F(PvrService, AFullDiskIsNotTroubleUntilARecordingStarts) {
+TEST_F(PvrService, AFullDiskMattersOnlyToARecording) {
   Register();
   lumio::pvr::SetFreeSpace(0);
   EXPECT_EQ(lumio::pvr::State(), PVR_STATE_IDLE);
   EXPECT_THAT(Everything(), IsEmpty());
 }
 
-TEST_F(PvrService, TellsWhatItIsGivenInOrder) {
+TEST_F(PvrService, EmitsInOrder) {
   Register();
   const ps_result_thirdpart result = {1, 2, 3, 4, 5, 6, 7};
   lumio::pvr::EmitState(PVR_STATE_CONFLICT);
@@ -209,7 +209,7 @@ TEST_F(PvrService, TellsWhatItIsGivenInOrder) {
   EXPECT_EQ(lumio::pvr::State(), PVR_STATE_IDLE);
 }
 
-TEST_F(PvrService, TellsOnOneThreadOfItsOwn) {
+TEST_F(PvrService, CallsBackOnOneThread) {
   std::set<std::thread::id> threads;
   RegisterToRun([&] { threads.insert(std::this_thread::get_id()); });
   lumio::pvr::EmitState(PVR_STATE_IDLE);
@@ -227,7 +227,7 @@ struct Refusal {
 
 class PvrServiceCall : public PvrService, public testing::WithParamInterface<Refusal> {};
 
-TEST_P(PvrServiceCall, IsRefusedAsOftenAsAskedFor) {
+TEST_P(PvrServiceCall, IsRefusedAsOftenAsPlanned) {
   Register();
   svc_pvr_unregister_to_other_apps_cb(OnResult);
   svc_pvr_unregister_get_pvr_state_cb(OnState);
@@ -238,7 +238,7 @@ TEST_P(PvrServiceCall, IsRefusedAsOftenAsAskedFor) {
   EXPECT_NE(GetParam().make(), -43);
 }
 
-TEST_P(PvrServiceCall, AnswersOnlyAfterWhatIsToHappenMeanwhile) {
+TEST_P(PvrServiceCall, ReturnsAfterThePlannedAction) {
   std::promise<void> begun, released;
   bool ended = false;
   lumio::pvr::DuringNext(GetParam().call, [&] {
@@ -253,7 +253,7 @@ TEST_P(PvrServiceCall, AnswersOnlyAfterWhatIsToHappenMeanwhile) {
   begun.get_future().wait();
   released.set_value();
   EXPECT_TRUE(answer.get());
-  GetParam().make(); // would set the promises a second time, which they do not stand, if it were not the next call only
+  GetParam().make(); // would set the promises twice, and throw, if the action were not for one call only
 }
 
 INSTANTIATE_TEST_SUITE_P(All, PvrServiceCall,
@@ -297,7 +297,7 @@ TEST_F(PvrService, ANotificationMayArriveInTheMiddleOfARegistration) {
   EXPECT_THAT(meanwhile, ElementsAre("recording"));
 }
 
-// Callers unregister under a lock of their own that their callback takes as well.
+// Callers unregister while they hold a lock that their callback takes, too.
 TEST_F(PvrService, UnregisteringDoesNotWaitForTheCallback) {
   std::mutex callers;
   std::promise<void> begun;
@@ -358,7 +358,7 @@ TEST_F(PvrService, ShutdownDeliversAndJoins) {
   EXPECT_EQ(svc_pvr_unregister_get_pvr_state_cb(OnStateRun), 0) << "calls are still answered";
 }
 
-// Nobody can wait for the end of such a thread: what it touches is there to the end of the process.
+// Nobody can wait for the end of such a thread, so what it uses must exist until the process ends.
 TEST_F(PvrService, ShutdownInACallbackDropsTheRest) {
   static std::atomic<bool> emitted{false};
   static std::atomic<int> count{0};
@@ -380,7 +380,7 @@ TEST_F(PvrService, ShutdownInACallbackDropsTheRest) {
   EXPECT_EQ(count, 1);
 }
 
-// The callback that runs when the process exits is waited for, and what has not begun is dropped.
+// The process waits at exit for the callback that is running, and drops what has not begun.
 void ExitWhileACallbackRuns() {
   static std::promise<void> begun;
   static std::atomic<bool> exiting{false};
@@ -398,7 +398,7 @@ void ExitWhileACallbackRuns() {
   lumio::pvr::EmitState(PVR_STATE_IDLE);
   begun.get_future().wait();
   lumio::pvr::EmitState(PVR_STATE_IDLE);
-  // Runs before whatever was there when the service was first used goes.
+  // Runs before anything that existed at the first use of the service is destroyed.
   std::atexit([] { exiting = true; });
   std::exit(0);
 }

@@ -1,4 +1,4 @@
-// What vconf keeps, among several processes and whatever becomes of them.
+// What vconf keeps, among several processes and after any of them is killed.
 #include <vconf.h>
 
 #include "fake_io.h"
@@ -54,7 +54,7 @@ protected:
   const lumio::TemporaryDirectory directory_;
 };
 
-// With the database of the keys below "db/" or "memory/".
+// Runs with the keys in "db/" and with those in "memory/".
 class EachStore : public Store, public testing::WithParamInterface<const char *> {
 protected:
   std::string Key(const std::string &name) const { return std::string(GetParam()) + "/" + name; }
@@ -88,7 +88,7 @@ TEST_F(Store, AnAbsentKeyLeavesTheValueAndTheLogAlone) {
   EXPECT_EQ(value, 17);
 }
 
-TEST_F(Store, GivesKnownKeysTheirFirstValue) {
+TEST_F(Store, GivesKnownKeysTheirInitialValue) {
   EXPECT_EQ(Value(kBanners), 0);
   EXPECT_EQ(Value(kAging), std::nullopt);
 }
@@ -107,7 +107,7 @@ TEST_F(Store, AKnownKeyThatWasUnsetStaysAbsentUntilTheStoreIsOpenedAgain) {
   EXPECT_EQ(Value(kBanners), 0);
 }
 
-TEST_F(Store, RefusesKeysThatCannotBe) {
+TEST_F(Store, RefusesInvalidKeys) {
   const std::string longest = "db/" + std::string(508, 'x');
   EXPECT_EQ(vconf_set_int(longest.c_str(), 3), 0);
   EXPECT_EQ(Value(longest), 3);
@@ -123,12 +123,12 @@ TEST_F(Store, RefusesKeysThatCannotBe) {
   }
 }
 
-TEST_F(Store, RefusesToReadIntoNothing) {
+TEST_F(Store, RefusesANullValuePointer) {
   EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(kBanners, nullptr), 0); }),
               HasSubstr("E vconf: cannot get memory/lumio/lumio_banner_state_1: "));
 }
 
-TEST_F(Store, ListsWhatBeginsWithAPrefixInOrder) {
+TEST_F(Store, ListsKeysWithAPrefixInOrder) {
   using Entries = std::vector<std::pair<std::string, int>>;
   for (const char *key : {"db/b", "db/a/2", "db/a/1", "db/c"}) {
     EXPECT_EQ(vconf_set_int(key, key[3]), 0);
@@ -145,7 +145,7 @@ TEST_F(Store, ListsWhatBeginsWithAPrefixInOrder) {
 
 // Where the files are.
 
-TEST_F(Store, MakesItsDirectoriesForTheUserAlone) {
+TEST_F(Store, MakesPrivateDirectories) {
   EXPECT_EQ(vconf_set_int("db/a", 1), 0);
   for (const char *name : {"store", "store/db", "store/db/data.mdb", "store/db/lock.mdb"}) {
     struct stat status;
@@ -168,7 +168,7 @@ TEST_F(Store, KeepsItsFilesInTheUsersDirectories) {
   EXPECT_EQ(FileOf("db/a"), "/data/me/lumio/db/data.mdb");
 }
 
-TEST_F(Store, DoesWithoutTheUsersDirectories) {
+TEST_F(Store, FallsBackWithoutTheUsersDirectories) {
   setenv("LUMIO_VCONF_DIR", "", 1);
   setenv("XDG_RUNTIME_DIR", "relative", 1);
   setenv("XDG_DATA_HOME", "", 1);
@@ -180,7 +180,7 @@ TEST_F(Store, DoesWithoutTheUsersDirectories) {
   EXPECT_EQ(FileOf("db/a"), (user ? std::string(user->pw_dir) : "") + "/.local/share/lumio/db/data.mdb");
 }
 
-TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
+TEST_P(EachStore, ReportsAnUnusableDirectoryAndTriesAgain) {
   std::ofstream(directory_ / "store") << "not a directory";
   int value = 17;
   EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(Key("a").c_str(), 1), 0); }),
@@ -193,7 +193,7 @@ TEST_P(EachStore, AnUnusableDirectoryIsToldAndTriedAgain) {
   EXPECT_EQ(Value(Key("a")), 1);
 }
 
-// For the rest of the process, which leaves the directory to that user.
+// Lasts for the rest of the process, which leaves the directory to that user.
 void BecomeAnOrdinaryUser(const std::string &directory) {
   constexpr uid_t kNobody = 65534;
   if (geteuid() == 0) {
@@ -203,7 +203,7 @@ void BecomeAnOrdinaryUser(const std::string &directory) {
   }
 }
 
-TEST_P(EachStore, AnUnwritableDirectoryIsToldAndLosesNothing) {
+TEST_P(EachStore, ReportsAnUnwritableDirectoryAndLosesNothing) {
   Fork child([&] {
     const std::string directory = directory_ / "", data = Files() + "/data.mdb";
     const auto expect_told = [&] {
@@ -230,7 +230,7 @@ TEST_P(EachStore, AnUnwritableDirectoryIsToldAndLosesNothing) {
   EXPECT_TRUE(child.Succeeds());
 }
 
-TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
+TEST_P(EachStore, RefusesADirectoryOfAnotherUser) {
   std::filesystem::create_directories(directory_ / "store");
   if (geteuid() == 0) {
     std::filesystem::create_directory(Files());
@@ -242,7 +242,7 @@ TEST_P(EachStore, RefusesADirectoryOfSomebodyElse) {
               HasSubstr("cannot set " + Key("a") + ": " + Files() + ": it belongs to another user\n"));
 }
 
-// Or what the program prints would land there.
+// Otherwise the program would print into the files.
 TEST_P(EachStore, ItsFilesNeverTakeThePlaceOfStandardStreams) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   Fork child([&] {
@@ -275,7 +275,7 @@ TEST_P(EachStore, RefusesAFileThatIsNotAStore) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
 }
 
-TEST_P(EachStore, BeginsAgainWhereACreatorWasKilled) {
+TEST_P(EachStore, OpensAStoreWhoseCreatorWasKilled) {
   std::filesystem::create_directories(Files());
   std::ofstream(Files() + "/data.mdb.new") << std::string(4096, 'x');
   std::ofstream(Files() + "/lock.mdb.new") << "half";
@@ -284,7 +284,7 @@ TEST_P(EachStore, BeginsAgainWhereACreatorWasKilled) {
   EXPECT_FALSE(std::filesystem::exists(Files() + "/lock.mdb.new"));
 }
 
-// The power may go after each acknowledged write.
+// Each acknowledged write survives a power cut that follows it.
 TEST_F(Store, AcknowledgesAWriteToDbWhenItIsOnTheDisk) {
   const auto expect_synced = [&] {
     for (const char *name : {"", "store", "store/db", "store/db/data.mdb"}) {
@@ -302,14 +302,14 @@ TEST_F(Store, AcknowledgesAWriteToDbWhenItIsOnTheDisk) {
   expect_synced();
 }
 
-TEST_F(Store, DoesNotWaitForTheDiskWithWhatEndsWithTheSession) {
+TEST_F(Store, DoesNotSyncKeysThatEndWithTheSession) {
   EXPECT_EQ(vconf_set_int("memory/a", 1), 0);
   EXPECT_FALSE(IsSynced(directory_ / "store/memory/data.mdb"));
 }
 
 // A full store.
 
-// Sets keys of the greatest length until one is refused, and returns how many were taken.
+// Sets keys of the maximum length until one is refused, and returns how many were accepted.
 int Fill(const std::string &prefix, std::string *log) {
   int count = 0;
   const auto next = [&] {
@@ -382,7 +382,7 @@ TEST_P(EachStore, AFullDiskRefusesANewStore) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
 }
 
-// What a test knows about one key: the last acknowledged value, and those tried since.
+// What a test knows about one key: the last acknowledged value, and the values tried since then.
 class Expected {
 public:
   void Tried(int value, bool acknowledged) {
@@ -397,8 +397,7 @@ private:
   std::vector<std::optional<int>> possible_ = {std::nullopt};
 };
 
-// Opens a new store, uses it, and opens it once more. Every result must be what it would be without failures, or a
-// failure.
+// Opens a new store, uses it, and opens it again. Each result must be the one expected without failures, or a failure.
 void UseThrough(const std::string &key, Expected *expected) {
   for (int value = 1; value <= 6; ++value) {
     if (value == 4) {
@@ -438,7 +437,7 @@ INSTANTIATE_TEST_SUITE_P(, EachFailure, testing::Values("db", "memory"), [](cons
 TEST_P(EachFailure, OfOneCallLosesNothingAcknowledged) { FailEachCall(EIO, false); }
 TEST_P(EachFailure, OfAllCallsFromOneOnLosesNothingAcknowledged) { FailEachCall(ENOSPC, true); }
 
-// Each round on a thread of its own, which has no place among the readers yet.
+// Each round runs on a new thread, which has no slot in the reader table yet.
 TEST_P(EachFailure, OfAnAllocationLosesNothingAcknowledged) {
   bool failed = true;
   for (int nth = 1; failed; ++nth) {
@@ -467,7 +466,7 @@ TEST_P(EachFailure, OfAnAllocationLosesNothingAcknowledged) {
 
 constexpr int kThreadFactor = 1000;
 
-// Two threads each write a key of their own and one that all share.
+// Two threads each write a key of their own and a key that all share.
 void WriteInThreads(int process, int rounds, const std::string &prefix) {
   const auto write = [&](int writer) {
     const std::string own = prefix + std::to_string(writer), shared = prefix + "shared";
@@ -488,11 +487,11 @@ TEST_P(EachStore, KeepsWhatManyWritersWrote) {
   for (int writer = 0; writer < 2 * kProcesses; ++writer) {
     EXPECT_EQ(Value(Key(std::to_string(writer))), kRounds);
   }
-  // The last of all writes to the shared key was the last one of its writer.
+  // The last write to the shared key is the last one of its writer.
   EXPECT_EQ(Value(Key("shared")).value_or(0) % kThreadFactor, kRounds);
 }
 
-// LMDB by itself fails, or prepares its lock file twice, when processes open and close at the same moment.
+// LMDB alone fails, or prepares its lock file twice, if processes open and close it at the same time.
 TEST_P(EachStore, CanBeOpenedAndClosedByManyAtOnce) {
   for (int round = 0; round < 5; ++round) {
     StartAfresh();
@@ -507,7 +506,7 @@ TEST_P(EachStore, CanBeOpenedAndClosedByManyAtOnce) {
   }
 }
 
-TEST_F(Store, TheFirstValueOfAKnownKeyNeverComesAfterAnotherOne) {
+TEST_F(Store, TheInitialValueNeverReplacesAnotherOne) {
   for (int round = 0; round < 20; ++round) {
     StartAfresh();
     Fork opener([] { EXPECT_THAT(Value(kBanners).value_or(-1), testing::AnyOf(0, 7)); });
@@ -518,7 +517,7 @@ TEST_F(Store, TheFirstValueOfAKnownKeyNeverComesAfterAnotherOne) {
   }
 }
 
-TEST_P(EachStore, AReaderSeesEachProcessesValuesInTheirOrder) {
+TEST_P(EachStore, AReaderSeesTheValuesOfEachProcessInOrder) {
   constexpr int kLast = 200;
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 0), 0);
   Fork writer([&] {
@@ -565,7 +564,7 @@ TEST_P(EachStore, AKilledWriterLosesNothingAcknowledged) {
 
 class AtEachCall : public EachStore {
 protected:
-  // Kills a writer at its first, second, ... system call until one gets through.
+  // Kills a writer at its first, second, ... system call until a writer finishes.
   void KillAWriter(bool is_open) {
     bool killed = true;
     for (int nth = 1; killed; ++nth) {
@@ -597,7 +596,7 @@ INSTANTIATE_TEST_SUITE_P(, AtEachCall, testing::Values("db", "memory"), [](const
 TEST_P(AtEachCall, AKilledCreatorLosesNothingAcknowledged) { KillAWriter(false); }
 TEST_P(AtEachCall, AKilledWriterLosesNothingAcknowledged) { KillAWriter(true); }
 
-// A process that uses the same files through LMDB alone, and so can stop where this store never does.
+// A process that uses the same files through LMDB directly, and so can stop where the store never stops.
 class Intruder {
 public:
   explicit Intruder(const std::string &files) {
@@ -636,7 +635,7 @@ private:
   MDB_env *env_ = nullptr;
 };
 
-// Stays in the middle of what `act` has begun until it is killed.
+// Stays in the middle of what `act` has begun until the process is killed.
 class StuckIntruder {
 public:
   StuckIntruder(const std::string &files, const std::function<void(Intruder &)> &act)
@@ -657,7 +656,7 @@ private:
   Fork child_;
 };
 
-TEST_P(EachStore, AWriterKilledInItsTransactionLocksNobodyOut) {
+TEST_P(EachStore, AWriterKilledInATransactionBlocksNobody) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   StuckIntruder writer(Files(), [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(0), 0); });
   EXPECT_EQ(Value(Key("a")), 1);
@@ -666,7 +665,7 @@ TEST_P(EachStore, AWriterKilledInItsTransactionLocksNobodyOut) {
   EXPECT_EQ(Value(Key("a")), 2);
 }
 
-TEST_P(EachStore, PlacesOfKilledReadersAreTakenBack) {
+TEST_P(EachStore, ReusesTheSlotsOfKilledReaders) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   StuckIntruder reader(Files(), [](Intruder &intruder) { intruder.TakeAllReaders(); });
   EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Value(Key("a")), std::nullopt); }),
@@ -676,11 +675,11 @@ TEST_P(EachStore, PlacesOfKilledReadersAreTakenBack) {
   EXPECT_EQ(Value(Key("a")), 2);
 }
 
-TEST_F(Store, PagesOfAKilledReaderAreTakenBack) {
+TEST_F(Store, ReusesThePagesOfAKilledReader) {
   EXPECT_EQ(vconf_set_int("memory/a", 0), 0);
   StuckIntruder reader(directory_ / "store/memory",
                        [](Intruder &intruder) { EXPECT_EQ(intruder.Begin(MDB_RDONLY), 0); });
-  // A reader that lives keeps the pages it sees from being used again, until there are no more.
+  // A living reader keeps the pages that it sees from being reused, until no page is left.
   int value = 0;
   EXPECT_THAT(StderrOf([&] {
                 while (vconf_set_int("memory/a", value + 1) == 0) {
@@ -696,7 +695,7 @@ TEST_F(Store, PagesOfAKilledReaderAreTakenBack) {
   EXPECT_EQ(Value("memory/a"), value + 100);
 }
 
-// Takes as many of the acknowledgements as asked for and returns the last one.
+// Receives `count` acknowledgements and returns the last one.
 int ReceiveSome(Pipe *acknowledged, unsigned count) {
   int last = 0;
   for (; count > 0; --count) {
@@ -737,7 +736,7 @@ TEST_P(EachStore, WritersAndReadersKilledAmongOthersLoseNothingAcknowledged) {
   }
 }
 
-TEST_P(EachStore, ToleratesWhatIsNoInteger) {
+TEST_P(EachStore, ToleratesValuesThatAreNotIntegers) {
   EXPECT_EQ(vconf_set_int(Key("b").c_str(), 1), 0);
   Fork child([&] { Intruder(Files()).Put(Key("a"), "text"); });
   EXPECT_TRUE(child.Succeeds());
@@ -755,7 +754,7 @@ TEST_P(EachStore, ToleratesWhatIsNoInteger) {
 
 // Threads and forks.
 
-TEST_P(EachStore, ThreadsThatEndGiveTheirPlacesBack) {
+TEST_P(EachStore, ThreadsThatEndReleaseTheirSlots) {
   EXPECT_EQ(vconf_set_int(Key("a").c_str(), 1), 0);
   for (int i = 0; i < 1500; ++i) {
     std::thread([&] { EXPECT_EQ(Value(Key("a")), 1); }).join();
@@ -799,7 +798,7 @@ TEST_P(EachStore, AForkedChildHasAStoreOfItsOwn) {
   EXPECT_EQ(Value(Key("a")).has_value(), true);
   EXPECT_TRUE(child.Succeeds());
   EXPECT_EQ(Value(Key("a")), 3);
-  // Another process that looks for dead readers must find this one alive.
+  // Another process that checks for dead readers must find this one alive.
   Fork other([&] { EXPECT_EQ(vconf_set_int(Key("a").c_str(), 4), 0); });
   EXPECT_TRUE(other.Succeeds());
   EXPECT_EQ(Value(Key("a")), 4);

@@ -28,7 +28,7 @@ namespace {
 
 // Most callbacks of the service have no user data.
 Told g_told;
-std::function<void()> g_on_section; // what the next callback of a section is to run
+std::function<void()> g_on_section; // runs in the next section callback
 
 std::string Text(const std::vector<unsigned char> &bytes) { return {bytes.begin(), bytes.end()}; }
 
@@ -53,7 +53,7 @@ void OnProgram(EProgramChangeType change, TCProgramData *data, int position, int
 
 void OnSection(bool valid, unsigned short size, unsigned char *bytes, int key) {
   Tell("section", valid, Text({bytes, bytes + size}), key);
-  bytes[0] = '!'; // nobody else is to see this
+  bytes[0] = '!'; // no other callback must see this
   const std::function<void()> action = std::exchange(g_on_section, nullptr);
   if (action) {
     action();
@@ -62,7 +62,7 @@ void OnSection(bool valid, unsigned short size, unsigned char *bytes, int key) {
 
 template <class Data> void OnData(Data &data, void *user_data) {
   Tell("data", Text(data.payload), data.pts, "for", static_cast<const char *>(user_data));
-  data.payload.clear(); // nobody else is to see this
+  data.payload.clear(); // no other callback must see this
 }
 
 void OnDsm(TSDsmMessage &message) {
@@ -123,7 +123,7 @@ protected:
     return dsm->Attach(handle, Bytes("dsm://1"), DSM_DATA_SERVICE_DATA_CAROUSEL, DSM_ATTACH_CACHED, g_first, true);
   }
 
-  // One of each kind, all handles filled.
+  // Subscribes once to each kind and fills all handles.
   void SubscribeAll() {
     EXPECT_EQ(signal->Subscribe(SIGNAL_TYPE_LOCK, g_first, PROFILE_MAIN, 0), 1);
     EXPECT_EQ(program->SubscribeProgram({}, program_handle), 1);
@@ -134,7 +134,7 @@ protected:
     EXPECT_EQ(AttachDsm(session), 1);
   }
 
-  // Emits one notification to each subscription of SubscribeAll() and tells how many.
+  // Emits one notification to each subscription of SubscribeAll() and returns how many.
   int EmitAll() {
     return lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, kLocked) +
            lumio::tv::EmitProgram(program_handle, PROGRAM_CHANGE_PRESENT, Programme("news")) +
@@ -155,7 +155,7 @@ protected:
 
 // Factories
 
-TEST_F(TvService, FactoriesNeedACallbackAndAPlace) {
+TEST_F(TvService, FactoriesRefuseNullPointers) {
   EXPECT_EQ(TVServiceAPI::CreateSignalSubscriber(nullptr, &signal), -1);
   EXPECT_EQ(TVServiceAPI::CreateSignalSubscriber(OnSignal, nullptr), -1);
   EXPECT_EQ(TVServiceAPI::CreateProgramSubscriber(nullptr, &program), -1);
@@ -168,14 +168,14 @@ TEST_F(TvService, FactoriesNeedACallbackAndAPlace) {
   EXPECT_EQ(TVServiceAPI::CreateDsm(OnDsm, nullptr), -1);
 }
 
-TEST_F(TvService, FactoriesHandOutTheOneObjectOfTheirKind) {
+TEST_F(TvService, FactoriesReturnTheOneObjectOfTheirKind) {
   ISignalSubscriber *again = nullptr;
   EXPECT_EQ(TVServiceAPI::DestroySignalSubscriber(), 0);
   EXPECT_EQ(TVServiceAPI::CreateSignalSubscriber(OnSignal, &again), 0);
   EXPECT_EQ(again, signal);
 }
 
-TEST_F(TvService, TheCallbackGivenLastIsCalled) {
+TEST_F(TvService, CallsTheLastCallback) {
   SubscribeAll();
   TVServiceAPI::CreateSectionSubscriber([](bool, unsigned short, unsigned char *, int) { Tell("the other one"); },
                                         PROFILE_MAIN, 0, &section);
@@ -203,7 +203,7 @@ TEST_F(TvService, DestroyEndsTheSubscriptionsOfItsKind) {
   EXPECT_THAT(Everything(), IsEmpty());
 }
 
-TEST_F(TvService, AnOldPointerServesOnAfterDestroy) {
+TEST_F(TvService, AnOldPointerStillWorksAfterDestroy) {
   SubscribeAll();
   TVServiceAPI::DestroySignalSubscriber();
   TVServiceAPI::DestroyProgramSubscriber();
@@ -225,7 +225,7 @@ class TvServiceCall;
 struct Call {
   const char *name;
   Operation operation;
-  int success; // what the operation answers when it is not refused
+  int success; // result of the operation unless it is refused
   int (*make)(TvServiceCall &);
 };
 
@@ -239,7 +239,7 @@ protected:
 
   int Make() { return GetParam().make(*this); }
 
-  // Everything that a call could change.
+  // Returns everything that a call could change.
   auto State() {
     std::vector<std::string> subscriptions;
     for (const Subscription &one : lumio::tv::Subscriptions()) {
@@ -303,7 +303,7 @@ std::string NameOf(const testing::TestParamInfo<Call> &call) { return call.param
 
 INSTANTIATE_TEST_SUITE_P(All, TvServiceCall, testing::ValuesIn(TvServiceCall::All()), NameOf);
 
-TEST_P(TvServiceCall, IsRefusedAsOftenAsAskedForAndChangesNothing) {
+TEST_P(TvServiceCall, IsRefusedAsOftenAsPlannedAndChangesNothing) {
   const bool yes_or_no = GetParam().operation == Operation::GetMonitoringType;
   lumio::tv::RefuseNext(GetParam().operation, 42);
   lumio::tv::RefuseNext(GetParam().operation, 0);
@@ -314,12 +314,12 @@ TEST_P(TvServiceCall, IsRefusedAsOftenAsAskedForAndChangesNothing) {
   EXPECT_EQ(Make(), GetParam().success);
 }
 
-// A factory may even claim success and hand out nothing.
+// A refused factory may even claim success without an object.
 using TvServiceFactory = TvServiceCall;
 
 INSTANTIATE_TEST_SUITE_P(All, TvServiceFactory, testing::ValuesIn(TvServiceCall::Factories()), NameOf);
 
-TEST_P(TvServiceFactory, LeavesThePlaceEmptyWhenItIsRefused) {
+TEST_P(TvServiceFactory, ReturnsNoObjectWhenRefused) {
   signal = nullptr, program = nullptr, section = nullptr, pes = nullptr, caption = nullptr, dsm = nullptr;
   const auto before = State();
   lumio::tv::RefuseNext(GetParam().operation, 0);
@@ -329,7 +329,7 @@ TEST_P(TvServiceFactory, LeavesThePlaceEmptyWhenItIsRefused) {
   EXPECT_NE(State(), before);
 }
 
-TEST_P(TvServiceCall, AnswersAfterWhatIsToHappenMeanwhile) {
+TEST_P(TvServiceCall, ReturnsAfterThePlannedAction) {
   int times = 0;
   decltype(State()) meanwhile;
   lumio::tv::DuringNext(GetParam().operation, [&] {
@@ -380,7 +380,7 @@ TEST_F(TvService, HandlesArePositiveAndDifferBetweenAllKinds) {
     const int added[] = {program_handle, list_handle,    section_handle,
                          pes_handle,     caption_handle, static_cast<int>(session)};
     handles.insert(std::begin(added), std::end(added));
-    program->UnsubscribeProgram(program_handle); // what was given back is not given out again
+    program->UnsubscribeProgram(program_handle); // handles are not reused
   }
   EXPECT_THAT(handles, SizeIs(60));
   EXPECT_GT(*handles.begin(), 0);
@@ -388,7 +388,7 @@ TEST_F(TvService, HandlesArePositiveAndDifferBetweenAllKinds) {
 
 // Signals
 
-TEST_F(TvService, TellsASignalToItsSubscriptionOnly) {
+TEST_F(TvService, ReportsASignalOnlyToItsSubscription) {
   signal->Subscribe(SIGNAL_TYPE_STRENGTH, g_first, PROFILE_PIP, 3);
   signal->Subscribe(SIGNAL_TYPE_STRENGTH, g_second, PROFILE_PIP, 4);
   EXPECT_EQ(lumio::tv::EmitSignal(SIGNAL_TYPE_STRENGTH, PROFILE_PIP, 3, {70, 80}), 1);
@@ -411,7 +411,7 @@ TEST_F(TvService, SubscribingASignalAgainReplacesItsUserData) {
 
 // Programmes
 
-TEST_F(TvService, TellsAProgrammeToOneSubscription) {
+TEST_F(TvService, ReportsAProgrammeToOneSubscription) {
   int item = 0, list = 0, pf = 0;
   EXPECT_EQ(program->SubscribeProgram({}, item), 1);
   EXPECT_EQ(program->SubscribeProgramList(1, 2, 3, 4, SUBSCRIBE_TYPE_ONCE, list), 1);
@@ -436,7 +436,7 @@ TEST_F(TvService, ProgrammesAndListsHaveTheirOwnUnsubscribe) {
   EXPECT_EQ(lumio::tv::EmitProgram(program_handle, PROGRAM_CHANGE_PRESENT, {}), 0);
 }
 
-TEST_F(TvService, KeepsTheProgrammesItTold) {
+TEST_F(TvService, KeepsTheProgrammesItReported) {
   SubscribeAll();
   for (const int i : {0, 1, 2}) {
     lumio::tv::EmitProgram(program_handle, PROGRAM_CHANGE_PRESENT, Programme("programme " + std::to_string(i)));
@@ -449,7 +449,7 @@ TEST_F(TvService, KeepsTheProgrammesItTold) {
   }
 }
 
-TEST_F(TvService, TellsWhichProgrammesItWatches) {
+TEST_F(TvService, ReportsItsMonitoringType) {
   EProgramMonitoringType type = PROGRAM_MONITORING_NONE;
   EXPECT_TRUE(program->GetMonitoringType(type));
   EXPECT_EQ(type, PROGRAM_MONITORING_PRESENT_FOLLOWING);
@@ -460,7 +460,7 @@ TEST_F(TvService, TellsWhichProgrammesItWatches) {
 
 // Sections
 
-TEST_F(TvService, TellsASectionToThoseWhoseCriteriaItMeets) {
+TEST_F(TvService, DeliversASectionByCriteria) {
   int handle = 0;
   section->SubscribeByCriteria(-77, Criteria(0x12, 'N'), handle);
   section->SubscribeByCriteria(78, Criteria(0x13, 'N'), handle);
@@ -471,7 +471,7 @@ TEST_F(TvService, TellsASectionToThoseWhoseCriteriaItMeets) {
   EXPECT_THAT(Everything(), ElementsAre("section 1 NIT -77", "section 1 NIT 80"));
 }
 
-TEST_F(TvService, TellsASectionToThoseWhoseFilterItPasses) {
+TEST_F(TvService, DeliversASectionByFilter) {
   int handle = 0;
   section->SubscribeByFilter(1, Filter(0x12, "ab", {0xff, 0xff}), handle);
   section->SubscribeByFilter(2, Filter(0x12, "a?", {0xff, 0x00}), handle);
@@ -486,7 +486,7 @@ TEST_F(TvService, TellsASectionToThoseWhoseFilterItPasses) {
                                         "section 1 abc 6", "section 1 axcd 2", "section 1 axcd 5", "section 1 axcd 6"));
 }
 
-TEST_F(TvService, TellsASectionToOneSubscription) {
+TEST_F(TvService, DeliversASectionToOneSubscription) {
   SubscribeAll();
   EXPECT_EQ(lumio::tv::EmitSectionTo(section_handle, Bytes("whatever"), false), 1);
   EXPECT_EQ(lumio::tv::EmitSectionTo(section_handle + 100, Bytes("whatever")), 0);
@@ -497,7 +497,7 @@ TEST_F(TvService, TellsASectionToOneSubscription) {
   EXPECT_EQ(lumio::tv::EmitSectionTo(section_handle, Bytes("whatever")), 0);
 }
 
-TEST_F(TvService, TellsOnlySectionsOfAPossibleSize) {
+TEST_F(TvService, DeliversOnlySectionsOfAValidSize) {
   SubscribeAll();
   EXPECT_EQ(lumio::tv::EmitSectionTo(section_handle, {}), 0);
   EXPECT_EQ(lumio::tv::EmitSection(0x12, {}), 0);
@@ -542,7 +542,7 @@ protected:
 using DataKinds = testing::Types<Packets, Captions>;
 TYPED_TEST_SUITE(TvServiceData, DataKinds);
 
-TYPED_TEST(TvServiceData, AreToldToEverySubscription) {
+TYPED_TEST(TvServiceData, ReachEverySubscription) {
   const auto on_data = OnData<typename TestFixture::Data>;
   auto &subscriber = this->Subscriber();
   int first = 0, second = 0;
@@ -560,7 +560,7 @@ TYPED_TEST(TvServiceData, AreToldToEverySubscription) {
                           "data again 90000 for second", "data second 90000 for second"));
 }
 
-TYPED_TEST(TvServiceData, NeedACallbackAndAPlaceForTheHandle) {
+TYPED_TEST(TvServiceData, RefuseNullPointers) {
   int handle = 42;
   EXPECT_EQ(this->Subscriber().Subscribe(nullptr, g_first, &handle), 0);
   EXPECT_EQ(this->Subscriber().Subscribe(OnData<typename TestFixture::Data>, g_first, nullptr), 0);
@@ -570,7 +570,7 @@ TYPED_TEST(TvServiceData, NeedACallbackAndAPlaceForTheHandle) {
 
 // DSM sessions
 
-TEST_F(TvService, TellsAMessageToItsSession) {
+TEST_F(TvService, DeliversAMessageToItsSession) {
   unsigned int first = 0, second = 0;
   AttachDsm(first);
   AttachDsm(second);
@@ -638,7 +638,7 @@ TEST_F(TvService, EachKindHasAThreadOfItsOwn) {
   EXPECT_EQ(g_threads[1].count(std::this_thread::get_id()), 0U);
 }
 
-// Holds up the thread of the sections inside a callback.
+// Blocks the thread of the sections in a callback.
 class SectionThreadHeldUp {
 public:
   explicit SectionThreadHeldUp(ISectionSubscriber &section) {
@@ -663,18 +663,18 @@ private:
   std::promise<void> begun_, released_;
 };
 
-TEST_F(TvService, NothingIsToldToWhoUnsubscribedMeanwhile) {
+TEST_F(TvService, SkipsASubscriptionThatHasEnded) {
   SubscribeAll();
   SectionThreadHeldUp held_up(*section);
   EXPECT_EQ(lumio::tv::EmitSection(0x12, Bytes("N")), 1);
   EXPECT_EQ(section->Unsubscribe(section_handle), 1);
   EXPECT_EQ(section->Unsubscribe(held_up.Handle()), 1) << "nor does anyone wait for a callback that runs";
-  SubscribeAll(); // a later subscription to the same is another one
+  SubscribeAll(); // a later subscription to the same thing is a new one
   held_up.Release();
   EXPECT_THAT(Everything(), ElementsAre("section 1 H 0"));
 }
 
-TEST_F(TvService, NothingIsToldToWhoSubscribedLater) {
+TEST_F(TvService, SkipsALaterSubscription) {
   SectionThreadHeldUp held_up(*section);
   EXPECT_EQ(lumio::tv::EmitSection(0x12, Bytes("N")), 0);
   SubscribeAll();
@@ -684,8 +684,8 @@ TEST_F(TvService, NothingIsToldToWhoSubscribedLater) {
 
 std::promise<void> g_begun, g_released;
 
-TEST_F(TvService, ASignalSubscribedAnewIsNotToldWhatCameBefore) {
-  // The callback of the first signal holds up the thread of the signals.
+TEST_F(TvService, ANewSignalSubscriptionMissesEarlierSignals) {
+  // The callback of the first signal blocks the thread of the signals.
   TVServiceAPI::CreateSignalSubscriber(
       [](ESignalType type, EProfile, unsigned short, TSSignalData, void *user_data) {
         if (type == SIGNAL_TYPE_SCRAMBLED) {
@@ -707,7 +707,7 @@ TEST_F(TvService, ASignalSubscribedAnewIsNotToldWhatCameBefore) {
   EXPECT_THAT(Everything(), ElementsAre("4 first"));
 }
 
-// Callers unsubscribe under a lock of their own that their callback takes as well.
+// Callers unsubscribe while they hold a lock that their callback takes, too.
 TEST_F(TvService, NoOperationWaitsForACallback) {
   SubscribeAll();
   SectionThreadHeldUp held_up(*section);
@@ -767,7 +767,7 @@ TEST_F(TvService, ShutdownDeliversAndJoins) {
   EXPECT_EQ(TVServiceAPI::DestroyPESDataSubscriber(), 0);
 }
 
-// The callback that runs when the process exits is waited for, and what has not begun is dropped.
+// The process waits at exit for the callback that is running, and drops what has not begun.
 void ExitWhileACallbackRuns(IPESDataSubscriber &pes) {
   static std::atomic<bool> exiting{false};
   int handle = 0;
@@ -783,7 +783,7 @@ void ExitWhileACallbackRuns(IPESDataSubscriber &pes) {
   lumio::tv::EmitPes({});
   g_begun.get_future().wait();
   lumio::tv::EmitPes({});
-  // Runs before whatever was there when the service was first used goes.
+  // Runs before anything that existed at the first use of the service is destroyed.
   std::atexit([] { exiting = true; });
   std::exit(0);
 }
@@ -799,8 +799,7 @@ TEST_F(TvServiceDeathTest, IsJoinedWhenTheProcessExits) {
 constexpr int kThreads = 4;
 constexpr int kEach = 1000;
 
-// Numbers that arrived from each thread, in the order they must come in; used by one thread of the service until it
-// ends.
+// The next number expected from each thread, used by one thread of the service until it ends.
 struct Arrivals {
   int next[kThreads] = {};
   int disorder = 0;
@@ -857,7 +856,7 @@ TEST_F(TvService, LosesAndReordersNothingFromManyThreads) {
       }
     });
   }
-  // Others come and go meanwhile.
+  // Other subscriptions come and go meanwhile.
   for (int i = 0; i < kEach; ++i) {
     int handle = 0;
     signal->Subscribe(SIGNAL_TYPE_STRENGTH, nullptr, PROFILE_MAIN, 0);

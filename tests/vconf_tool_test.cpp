@@ -1,4 +1,4 @@
-// lumio-vconf as its users run it.
+// Runs lumio-vconf as its users do.
 #include <lumio-banner-state.h>
 #include <vconf.h>
 
@@ -33,7 +33,7 @@ enum Status { kDone = 0, kNotSet = 1, kWrongUsage = 2, kFailed = 3 };
 
 using Arguments = std::vector<std::string>;
 
-// The suite's own time limit comes first.
+// A deadline after the time limit of the suite.
 lumio::Clock::time_point Never() { return lumio::Clock::now() + std::chrono::hours(1); }
 
 Arguments Tool(const Arguments &arguments) {
@@ -42,7 +42,7 @@ Arguments Tool(const Arguments &arguments) {
   return command;
 }
 
-// A shell command in which "$@" is the tool with its arguments.
+// Returns a shell command in which "$@" is the tool with its arguments.
 Arguments Shell(const std::string &script, const Arguments &arguments) {
   Arguments command = {"/bin/sh", "-c", script, "sh"};
   for (const std::string &argument : Tool(arguments)) {
@@ -78,7 +78,7 @@ void ExpectDone(const Arguments &arguments, const std::string &output) {
   EXPECT_EQ(ran.status, kDone);
 }
 
-// The tool prints nothing but why it refuses.
+// Expects the tool to print only the reason why it refuses.
 void ExpectRefused(const Arguments &arguments, Status status, const std::string &why) {
   const Ran ran = RunTool(arguments);
   EXPECT_EQ(ran.output, "");
@@ -90,7 +90,7 @@ class VconfTool : public testing::Test {
 protected:
   VconfTool() {
     setenv("LUMIO_VCONF_DIR", Store().c_str(), 1);
-    signal(SIGPIPE, SIG_DFL); // whatever the test was started with
+    signal(SIGPIPE, SIG_DFL); // in case the test was started with another action
   }
 
   std::string Store() const { return directory_ / "store"; }
@@ -113,7 +113,7 @@ TEST_F(VconfTool, SetsGetsAndUnsetsAKey) {
   }
 }
 
-TEST_F(VconfTool, GetsTheFirstValueOfAKnownKey) { ExpectDone({"get", kBanners}, "0\n"); }
+TEST_F(VconfTool, GetsTheInitialValueOfAKnownKey) { ExpectDone({"get", kBanners}, "0\n"); }
 
 TEST_F(VconfTool, SetsEveryInteger) {
   const std::map<std::string, int> values = {
@@ -125,7 +125,7 @@ TEST_F(VconfTool, SetsEveryInteger) {
   }
 }
 
-TEST_F(VconfTool, RefusesWhatIsNoInteger) {
+TEST_F(VconfTool, RefusesValuesThatAreNotIntegers) {
   ExpectDone({"set", "db/a", "5"}, "");
   for (const std::string value : {"2147483648", "-2147483649", "9223372036854775808", "99999999999999999999999", "",
                                   " ", "-", "x", "5x", "5 ", "5.0", "0x10", "1e3"}) {
@@ -134,7 +134,7 @@ TEST_F(VconfTool, RefusesWhatIsNoInteger) {
   EXPECT_EQ(Value("db/a"), 5);
 }
 
-TEST_F(VconfTool, RefusesKeysThatCannotBe) {
+TEST_F(VconfTool, RefusesInvalidKeys) {
   const std::string too_long = "db/" + std::string(509, 'x');
   for (const std::string &key : {std::string(), std::string("a"), std::string("db"), std::string("db/"),
                                  std::string("memory/"), std::string("/db/a"), std::string("other/a"), too_long}) {
@@ -161,7 +161,7 @@ TEST_F(VconfTool, ListsAllKeysInOrder) {
   ExpectDone({"list", "memory/"}, memory);
 }
 
-TEST_F(VconfTool, ListsWhatBeginsWithAPrefix) {
+TEST_F(VconfTool, ListsKeysWithAPrefix) {
   for (const char *key : {"db/a", "db/a/1", "db/ab", "db/b"}) {
     EXPECT_EQ(vconf_set_int(key, 1), 0);
   }
@@ -171,7 +171,7 @@ TEST_F(VconfTool, ListsWhatBeginsWithAPrefix) {
   ExpectDone({"list", "db/c"}, "");
 }
 
-TEST_F(VconfTool, HelpsThoseWhoAsk) {
+TEST_F(VconfTool, PrintsItsUsageOnRequest) {
   const Ran help = RunTool({"--help"});
   EXPECT_THAT(help.output, StartsWith("usage: lumio-vconf get KEY\n"));
   EXPECT_EQ(help.error, "");
@@ -183,7 +183,7 @@ TEST_F(VconfTool, HelpsThoseWhoAsk) {
   }
 }
 
-TEST_F(VconfTool, TellsItsUsageToThoseWhoDoNotKnowIt) {
+TEST_F(VconfTool, PrintsItsUsageAfterAWrongCommand) {
   const std::string usage = RunTool({"--help"}).output;
   const std::vector<Arguments> wrong = {{},
                                         {""},
@@ -206,9 +206,9 @@ TEST_F(VconfTool, TellsItsUsageToThoseWhoDoNotKnowIt) {
   EXPECT_FALSE(std::filesystem::exists(Store()));
 }
 
-// What fails.
+// Failures.
 
-TEST_F(VconfTool, TellsWhenItsOutputIsFull) {
+TEST_F(VconfTool, ReportsAFullOutput) {
   EXPECT_EQ(vconf_set_int("db/a", 1), 0);
   const std::vector<Arguments> printing = {{"--help"}, {"get", "db/a"}, {"list"}, {"watch", "db/a"}};
   for (const Arguments &arguments : printing) {
@@ -220,7 +220,7 @@ TEST_F(VconfTool, TellsWhenItsOutputIsFull) {
   EXPECT_EQ(Value("db/a"), 2);
 }
 
-// The store's files must not take the place of the streams.
+// The store's files must not get the descriptors of closed standard streams.
 TEST_F(VconfTool, PrintsNothingIntoTheStore) {
   EXPECT_EQ(vconf_set_int("db/a", 1), 0);
   EXPECT_EQ(vconf_set_int("memory/a", 2), 0);
@@ -235,7 +235,7 @@ TEST_F(VconfTool, PrintsNothingIntoTheStore) {
   }
 }
 
-TEST_F(VconfTool, TellsWhyTheStoreCannotBeUsed) {
+TEST_F(VconfTool, ReportsWhyTheStoreCannotBeUsed) {
   std::ofstream(Store()) << "not a directory";
   const std::string why = "db/a: " + Store() + "/db: Not a directory\n";
   ExpectRefused({"get", "db/a"}, kFailed, why);
@@ -259,7 +259,7 @@ TEST_F(VconfTool, ListsTheKeysThatItCanRead) {
 
 // Watching.
 
-// What `lumio-vconf watch` prints, line by line.
+// Reads what `lumio-vconf watch` prints, line by line.
 class Watch {
 public:
   explicit Watch(const Arguments &keys) : process_(Command(keys), {}) {}
@@ -278,7 +278,7 @@ private:
   lumio::Program process_;
 };
 
-TEST_F(VconfTool, WatchTellsEachChange) {
+TEST_F(VconfTool, WatchPrintsEachChange) {
   for (const std::string key : {"db/a", "memory/a"}) {
     Watch watch({key});
     EXPECT_EQ(watch.Next(), key + " unset");
@@ -293,7 +293,7 @@ TEST_F(VconfTool, WatchTellsEachChange) {
   }
 }
 
-TEST_F(VconfTool, WatchTellsNothingOfOtherKeysAndOfTheSameValue) {
+TEST_F(VconfTool, WatchIgnoresOtherKeysAndTheSameValue) {
   EXPECT_EQ(vconf_set_int("db/a", 1), 0);
   Watch watch({"db/a"});
   EXPECT_EQ(watch.Next(), "db/a 1");
@@ -304,7 +304,7 @@ TEST_F(VconfTool, WatchTellsNothingOfOtherKeysAndOfTheSameValue) {
   EXPECT_EQ(watch.Next(), "db/a 4");
 }
 
-TEST_F(VconfTool, WatchTellsOfSeveralKeysInBothStores) {
+TEST_F(VconfTool, WatchPrintsSeveralKeysOfBothStores) {
   EXPECT_EQ(vconf_set_int("memory/b", 1), 0);
   Watch watch({"memory/b", "db/a", "db/b", "memory/a"});
   for (const char *line : {"memory/b 1", "db/a unset", "db/b unset", "memory/a unset"}) {
@@ -317,7 +317,7 @@ TEST_F(VconfTool, WatchTellsOfSeveralKeysInBothStores) {
   }
 }
 
-// Reads on until the last value of each key has come; the values of a key only grow.
+// Reads until the last value of each key has arrived. The values of a key only grow.
 void ExpectLastValues(Watch *watch, std::map<std::string, int> *seen, int last) {
   const auto complete = [&] {
     for (const auto &[key, value] : *seen) {
@@ -367,7 +367,7 @@ TEST_F(VconfTool, WatchNeverLosesTheLastValueOfABurst) {
   }
 }
 
-TEST_F(VconfTool, WatchTellsWhatChangedWhileItWasStopped) {
+TEST_F(VconfTool, WatchPrintsWhatChangedWhileItWasStopped) {
   Watch watch({"db/a", "memory/a"});
   EXPECT_EQ(watch.Next(), "db/a unset");
   EXPECT_EQ(watch.Next(), "memory/a unset");
@@ -385,7 +385,7 @@ TEST_F(VconfTool, WatchTellsWhatChangedWhileItWasStopped) {
   }
 }
 
-TEST_F(VconfTool, SeveralWatchesTellTheSame) {
+TEST_F(VconfTool, SeveralWatchesPrintTheSame) {
   Watch one({"memory/a"}), other({"memory/a"});
   for (Watch *watch : {&one, &other}) {
     EXPECT_EQ(watch->Next(), "memory/a unset");
@@ -418,8 +418,8 @@ TEST_F(VconfTool, WatchEndsWhenItIsStopped) {
   EXPECT_EQ(watch.Wait(), -SIGTERM);
 }
 
-// Without a change of the key.
-TEST_F(VconfTool, WatchEndsWhenNobodyReadsItAnyMore) {
+// The watch ends without a change of the key.
+TEST_F(VconfTool, WatchEndsWhenNobodyReadsItsOutput) {
   const std::string script = "exec 3>&1; { \"$@\" 3>&-; echo \"status $?\" >&3; } | head -n 1";
   const Ran ended = RunCommand(Shell(script, {"watch", "db/a"}));
   EXPECT_THAT(ended.output, AllOf(HasSubstr("db/a unset\n"), HasSubstr("status " + std::to_string(128 + SIGPIPE))));

@@ -1,4 +1,4 @@
-// The journal of what becomes of each key.
+// The journal of what happens to each key.
 #include <gmock/gmock.h>
 
 #include "key_screen.h"

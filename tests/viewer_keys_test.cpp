@@ -1,4 +1,4 @@
-// How the viewer's modules get their keys.
+// How the modules of the viewer receive keys.
 #include "key_domain.h"
 #include "key_watch.h"
 

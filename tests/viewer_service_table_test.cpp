@@ -1,4 +1,4 @@
-// The viewer's reading of the table of services, which a broadcaster or the air may have damaged.
+// How the viewer reads the table of services, which may be damaged.
 #include <gmock/gmock.h>
 
 #include "service_table.h"

@@ -1,4 +1,4 @@
-// The sample viewer as a process: on a display, without one, and how it ends.
+// Runs the sample viewer as a process, on a display and without one.
 #include <gmock/gmock.h>
 
 #include <csignal>
@@ -11,7 +11,7 @@
 #include "program.h"
 #include "temporary_directory.h"
 
-#include <X11/Xlib.h> // behind gmock, whose names its macros would change
+#include <X11/Xlib.h> // after gmock, whose names its macros would replace
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -49,14 +49,14 @@ TEST(ViewerWithoutDisplay, SaysWhichDisplayDoesNotAnswer) {
   EXPECT_THAT(viewer.output, HasSubstr("'/nowhere/display:0' (DISPLAY) does not answer"));
 }
 
-TEST(ViewerWithoutDisplay, ExplainsItself) {
+TEST(ViewerWithoutDisplay, PrintsItsUsage) {
   const Ended viewer = RunToEnd("--help", {});
   EXPECT_EQ(EXIT_SUCCESS, viewer.status);
   EXPECT_THAT(viewer.output, AllOf(HasSubstr("usage: lumio-viewer"), HasSubstr("--guide FILE"), HasSubstr("--studio"),
                                    HasSubstr("q ")));
 }
 
-TEST(ViewerWithoutDisplay, RefusesWhatItDoesNotUnderstand) {
+TEST(ViewerWithoutDisplay, RefusesInvalidArguments) {
   for (const char *options : {"--guide", "--loud"}) {
     const Ended viewer = RunToEnd(options, {});
     EXPECT_EQ(EXIT_FAILURE, viewer.status);
@@ -81,23 +81,23 @@ protected:
     ExpectLine("ready, all keys of this display come here");
   }
 
-  // The next line of the viewer that ends like this.
+  // Returns the next line of the viewer that ends with `end`.
   std::string ExpectLine(const std::string &end) {
     std::optional<std::string> line;
     do {
       line = viewer_->ReadLine(Deadline());
     } while (line && !testing::Matches(EndsWith(end))(*line));
-    EXPECT_TRUE(line) << "the viewer does not say: " << end;
+    EXPECT_TRUE(line) << "the viewer does not print: " << end;
     return line.value_or("");
   }
 
-  // The line about the next key event.
+  // Returns the line about the next key event.
   std::string KeyLine() {
     std::optional<std::string> line;
     do {
       line = viewer_->ReadLine(Deadline());
     } while (line && line->find("  key  ") == std::string::npos);
-    EXPECT_TRUE(line) << "the viewer tells of no key";
+    EXPECT_TRUE(line) << "the viewer prints no line about a key";
     return line.value_or("");
   }
 
@@ -143,7 +143,7 @@ TEST_F(Viewer, HasAWindowWithTitleAndFocus) {
   EXPECT_EQ("Live TV", Title(FocusedWindow()));
 }
 
-TEST_F(Viewer, TellsOfEachKey) {
+TEST_F(Viewer, PrintsEachKey) {
   StartAndTakeKeyboard();
   Tap("F5");
   EXPECT_THAT(KeyLine(), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  key     F5 +press    other "

@@ -1,5 +1,5 @@
-// Lets the coverage count what ends the process: counters are written when a process exits, which one that aborts does
-// not. A fork of it exits in its place.
+// Counts the coverage of code that aborts the process. Counters are written at exit, which an aborting process does not
+// reach, so a fork exits in its place.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned kPatience = 10; // seconds; a fork lacks the threads that an exit may wait for
+constexpr unsigned kPatience = 10; // seconds; an exit may wait for threads that the fork lacks
 
 void ExitInAFork(int) {
   signal(SIGABRT, SIG_DFL);

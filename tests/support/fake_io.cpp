@@ -23,7 +23,7 @@ namespace {
 
 struct Plan {
   int nth;
-  int error; // 0: die
+  int error; // 0 to die
   bool for_good;
 };
 
@@ -50,7 +50,7 @@ void Arm(const Plan &plan) {
   g_made = 0;
 }
 
-// The last files and directories that this thread has changed and not synced since.
+// The last files and directories that this thread has changed but not synced.
 struct Changed {
   dev_t device;
   ino_t inode;
@@ -114,7 +114,7 @@ int Syncing(int file, int result) {
 
 } // namespace
 
-// The next definition of the function: the C library's, or a sanitizer's.
+// Returns the next definition of a function: the C library's, or a sanitizer's.
 #define REAL(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
 
 void FailIo(int nth, int error, bool for_good) { Arm({nth, error, for_good}); }

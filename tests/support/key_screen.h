@@ -1,4 +1,4 @@
-// A presentation that keeps the keys it is shown.
+// A presentation that records the keys it is shown.
 #pragma once
 
 #include <string>

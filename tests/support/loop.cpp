@@ -7,8 +7,8 @@
 void TurnLoop() { ecore_main_loop_iterate(); }
 
 void TurnLoopUntil(const std::function<bool()> &done) {
-  // Wakes the loop now and then, for conditions that no event announces. A condition that never holds ends at the
-  // suite's time limit.
+  // The timer wakes the loop for conditions that no event announces. If `done` never holds, the time limit of the suite
+  // ends the test.
   Ecore_Timer *tick = ecore_timer_add(
       0.001, [](void *) -> Eina_Bool { return ECORE_CALLBACK_RENEW; }, nullptr);
   while (!done()) {
@@ -18,7 +18,7 @@ void TurnLoopUntil(const std::function<bool()> &done) {
 }
 
 void HandleAll() {
-  // An event of its own, which comes after all others.
+  // An event that comes after all others.
   static bool handled;
   static const int last = [] {
     const int type = ecore_event_type_new();

@@ -1,13 +1,13 @@
-// Turning the Ecore main loop from a test.
+// Turns the Ecore main loop from a test.
 #pragma once
 
 #include <functional>
 
-// Handles what is pending, idle enterers included, without waiting.
+// Handles pending events and idle enterers, without waiting.
 void TurnLoop();
 
-// Turns the loop until `done` holds; fails the test when that takes longer than the test may run.
+// Turns the loop until `done` holds. The time limit of the suite ends a test in which it never does.
 void TurnLoopUntil(const std::function<bool()> &done);
 
-// Turns the loop until everything that threads which have ended, and this one, have sent to it so far was handled.
+// Turns the loop until it has handled everything that this thread, and threads that have ended, have sent to it.
 void HandleAll();

@@ -15,8 +15,8 @@
 
 namespace {
 
-// EFL ends a program that has neither a directory of the session nor a home to make one in. That it is missing does not
-// matter. Before the fakes, one of which brings EFL up.
+// EFL ends a program that has neither XDG_RUNTIME_DIR nor a home directory. The directory need not exist. This runs
+// before the fakes, one of which brings EFL up.
 __attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/nonexistent", 0); }
 
 // Temporary files are kept in memory where possible, since the tests sync them often.
@@ -38,14 +38,13 @@ std::set<std::string> OpenDescriptors() {
 
 } // namespace
 
-// LeakSanitizer's hook. What the dynamic linker keeps of a library that EFL loads is recognised as its own, unless a
-// test stands in for malloc. Weak, so that a suite with more to tell gives its own.
+// LeakSanitizer's hook. The dynamic linker keeps memory for libraries that EFL loads; LeakSanitizer knows it as such
+// only if no test replaces malloc. Weak, so that a suite with more suppressions can define its own.
 extern "C" const char *__lsan_default_suppressions();
 extern "C" __attribute__((weak)) const char *__lsan_default_suppressions() { return "leak:ld-linux\n"; }
 
 int main(int argc, char **argv) {
-  // What is expected to end the process is run by a new one, in which no thread is missing. Where an emulator cannot
-  // start one, the variable says so.
+  // A death test runs in a new process, which has all its threads. An emulator that cannot start one sets the variable.
   if (!getenv("GTEST_DEATH_TEST_STYLE")) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
   }
@@ -57,9 +56,9 @@ int main(int argc, char **argv) {
   int result = RUN_ALL_TESTS();
   ecore_event_shutdown();
   ecore_shutdown();
-  lumio::store::Close(); // which the host platform keeps open for the life of a process
+  lumio::store::Close(); // the host platform keeps it open as long as the process lives
   if (OpenDescriptors() != before) {
-    fprintf(stderr, "The test left file descriptors open.\n");
+    fprintf(stderr, "The test has left file descriptors open.\n");
     result = 1;
   }
   return result;

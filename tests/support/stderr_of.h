@@ -1,4 +1,4 @@
-// What a call writes to the standard error output.
+// Returns what a call writes to the standard error stream.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What is in the store.
+// Reads the store.
 #pragma once
 
 #include <vconf.h>
