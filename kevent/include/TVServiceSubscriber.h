@@ -362,16 +362,14 @@ public:
   // --- What all modules share ---
 
   /**
-   * Ends every subscription at the service and in the library. A notification that is still on its way reaches only
-   * modules that subscribe again before the main loop delivers it.
+   * Ends all subscriptions in the library, and at the service all but those to PES packets and captions. A notification
+   * that is still on its way reaches only modules that subscribe again before the main loop delivers it.
    *
-   * When a callback calls this function, the notification being delivered ends there for a signal. A PES packet or a
-   * caption goes on to those of the remaining modules that have subscribed again by their turn; the log names the
-   * others.
+   * If a signal callback calls this function, no further module receives that signal. If a PES or caption callback
+   * does, each remaining module receives the data if it has subscribed again by its turn; otherwise the log names it.
    *
-   * Deliberate: afterwards the library uses the service's old signal, section, PES and caption subscribers, and it does
-   * not end the PES and caption subscriptions at the service. An object that has set its signal, programme or section
-   * callback must not set it again (docs/surprises.md).
+   * Deliberate: afterwards the library goes on using the service's old signal, section, PES and caption subscribers. An
+   * object that has set its signal, programme or section callback must not set it again (docs/surprises.md).
    */
   static void ReleaseAll();
   /**
