@@ -28,7 +28,7 @@ presses keys. Exits with status 0 if the viewer prints everything that is expect
 
 // Makes the directory if it is missing, and removes the files of an earlier evening from it. Returns its absolute path.
 std::string Prepare(const std::string &directory) {
-  const std::string path = std::filesystem::absolute(directory);
+  std::string path = std::filesystem::absolute(directory);
   for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
     std::filesystem::remove_all(path + old);
   }
