@@ -46,6 +46,11 @@ std::string MakePipe(const std::string &path) {
   return path;
 }
 
+std::vector<std::string> ViewerCommand(std::vector<std::string> command, const std::string &guide_file) {
+  command.insert(command.end(), {LUMIO_VIEWER, "--studio", "--guide", guide_file});
+  return command;
+}
+
 std::map<std::string, std::string> Environment(const lumio::PrivateDisplay &display, const std::string &directory) {
   std::map<std::string, std::string> environment = {{"LUMIO_LOG", directory + "/evening.log"},
                                                     {"LUMIO_VCONF_DIR", directory + "/evening.vconf"}};
@@ -57,10 +62,10 @@ std::map<std::string, std::string> Environment(const lumio::PrivateDisplay &disp
 
 } // namespace
 
-Evening::Evening(const std::string &directory)
+Evening::Evening(const std::string &directory, const std::vector<std::string> &under)
     : guide_file_(MakePipe(directory + "/evening.guide")), environment_(Environment(display_, directory)),
-      viewer_({LUMIO_VIEWER, "--studio", "--guide", guide_file_}, environment_),
-      watch_({LUMIO_VCONF, "watch", kBanners}, environment_) {}
+      viewer_(ViewerCommand(under, guide_file_), environment_), watch_({LUMIO_VCONF, "watch", kBanners}, environment_) {
+}
 
 void Evening::Heading(const std::string &text) {
   book_.push_back({text, {}});

@@ -16,7 +16,7 @@ using lumio::Clock;
 class Evening {
 public:
   // Starts the display, the viewer and a watch on its banners. Keeps store, log and programme guide in `directory`.
-  explicit Evening(const std::string &directory);
+  Evening(const std::string &directory, const std::vector<std::string> &under);
 
   // Begins a scene. Call it before the first expectation.
   void Heading(const std::string &text);

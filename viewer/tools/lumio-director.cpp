@@ -6,7 +6,10 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "evening.h"
 #include "temporary_directory.h"
@@ -19,11 +22,12 @@ constexpr char kNobody[] = "taken by nobody";
 constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
                                   "pes 1 (stream meter, teletext); caption 1 (captions, transcript)";
 
-constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR]
+constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR] [--under COMMAND]
 Plays an evening of television: starts an X server with the input devices of a television, runs the viewer on it and
 presses keys. Exits with status 0 if the viewer prints everything that is expected.
 
-  --keep DIR  keep the viewer's log (DIR/evening.log) and store in DIR; without it they are deleted at the end
+  --keep DIR       keep the viewer's log (DIR/evening.log) and store in DIR; without it they are deleted at the end
+  --under COMMAND  run the viewer under another program: COMMAND is its name and options, for example "lumio-trace --json"
 )";
 
 // Makes the directory if it is missing, and removes the files of an earlier evening from it. Returns its absolute path.
@@ -243,8 +247,8 @@ void PlayStaleKey(Evening &evening) {
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
 }
 
-bool Play(const std::string &directory) {
-  Evening evening(directory);
+bool Play(const std::string &directory, const std::vector<std::string> &under) {
+  Evening evening(directory, under);
   PlayBanners(evening);
   PlayBroadcast(evening);
   PlayDataService(evening);
@@ -261,21 +265,31 @@ bool Play(const std::string &directory) {
   return evening.Summarise();
 }
 
+std::vector<std::string> Words(const std::string &text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
   std::string kept;
-  if (argc == 3 && std::strcmp(argv[1], "--keep") == 0) {
-    kept = argv[2];
-  } else if (argc > 1) {
-    std::fputs(kUsage, stderr);
-    return EXIT_FAILURE;
+  std::string under;
+  for (int i = 1; i < argc; i += 2) {
+    if (i + 1 < argc && std::strcmp(argv[i], "--keep") == 0) {
+      kept = argv[i + 1];
+    } else if (i + 1 < argc && std::strcmp(argv[i], "--under") == 0) {
+      under = argv[i + 1];
+    } else {
+      std::fputs(kUsage, stderr);
+      return EXIT_FAILURE;
+    }
   }
   std::signal(SIGPIPE, SIG_IGN);            // a write to a viewer that has ended fails instead
   std::setvbuf(stdout, nullptr, _IOLBF, 0); // print each line at once, even into a pipe
   try {
     const lumio::TemporaryDirectory temporary;
-    return Play(kept.empty() ? temporary.Path() : Prepare(kept)) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return Play(kept.empty() ? temporary.Path() : Prepare(kept), Words(under)) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "lumio-director: %s\n", error.what());
     return EXIT_FAILURE;

@@ -1,0 +1,84 @@
+#include "devices.h"
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XInput2.h>
+#include <kevent.h>
+
+#include <map>
+
+#include "efl.h"
+#include "next.h"
+#include "record.h"
+
+namespace lumio::trace {
+
+namespace {
+
+// Ecore_X_Event_Generic, without its header, which brings the declarations of what the tracer stands before.
+struct Generic {
+  int extension;
+  int evtype;
+  unsigned cookie;
+  void *data;
+};
+
+Next<Display *()> g_display_get("ecore_x_display_get");
+Next<XIDeviceInfo *(Display *, int, int *)> g_query("XIQueryDevice");
+Next<void(XIDeviceInfo *)> g_free("XIFreeDeviceInfo");
+Next<int()> g_source_type("lumio_event_source_type_get");
+
+// Of the main-loop thread.
+std::map<int, std::string> &g_names = *new std::map<int, std::string>; // never destroyed: keys come until the end
+int g_source = 0;
+
+std::string QueryName(int device) {
+  int count = 0;
+  XIDeviceInfo *info = g_query.Get() ? g_query(g_display_get(), device, &count) : nullptr;
+  const std::string name = info && count > 0 ? info->name : "device " + std::to_string(device);
+  if (info) {
+    g_free(info);
+  }
+  return name;
+}
+
+const std::string &NameOf(int device) {
+  const auto [name, is_new] = g_names.try_emplace(device);
+  if (is_new) {
+    name->second = QueryName(device);
+  }
+  return name->second;
+}
+
+const char *NameOfSourceType() {
+  static constexpr const char *kNames[] = {"remote control", "panel keys", "touch remote", "function-osd",
+                                           "other device"};
+  const int type = g_source_type();
+  return type >= 0 && type < 5 ? kNames[type] : "?";
+}
+
+} // namespace
+
+void NoteGenericEvent(const void *event) {
+  const auto *generic = static_cast<const Generic *>(event);
+  if (!generic || !generic->data) {
+    return;
+  }
+  const auto *changed = static_cast<const XIDeviceChangedEvent *>(generic->data);
+  constexpr int kCoreKeyboard = 3; // fixed by the X server
+  if (generic->evtype == XI_HierarchyChanged) {
+    g_names.clear();
+    RecordDevices();
+  } else if (generic->evtype == XI_DeviceChanged && changed->deviceid == kCoreKeyboard) {
+    g_source = changed->sourceid;
+    RecordDevice(NameOf(g_source));
+  }
+}
+
+std::string CurrentDevice() {
+  if (!IsXUp()) {
+    return "-";
+  }
+  return g_source != 0 ? NameOf(g_source) : NameOfSourceType();
+}
+
+} // namespace lumio::trace

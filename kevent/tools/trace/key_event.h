@@ -1,0 +1,82 @@
+// One key on its way through the library: what is known of it, and how it is printed.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "clock.h"
+#include "log_listener.h"
+#include "text.h"
+
+namespace lumio::trace {
+
+enum class Outcome {
+  kNobodyAsked,
+  kDeclined,
+  kTaken,
+  kBurst,
+  kStale,
+  kStaleRelease,
+  kAging,
+  kNotInitialised,
+  kNoEvent,
+  kNoKey,
+};
+constexpr int kOutcomes = 10;
+
+// "burst"
+const char *NameOf(Outcome outcome);
+
+struct Asked {
+  std::string domain;
+  int priority;
+  std::string symbol;
+  Nanoseconds took;
+  bool took_it;
+};
+
+// From the moment the library gets the key to the moment it is done with it.
+class KeyEvent : public LogListener {
+public:
+  KeyEvent(const char *name, bool press, unsigned timestamp);
+
+  void Heard(const char *format, const char *message) override;
+  void BeginsToAsk() { asking_ = true; }
+  void Answered(const Asked &asked);
+  void WalkEnded() { walked_ = true; }
+  // Prints what has not been printed, and records the key.
+  void End();
+
+  bool WasWalked() const { return walked_; }
+  Outcome Result() const;
+  // When the X server sent it, on the monotonic clock; kNotKnown for keys that do not come from there.
+  Nanoseconds Posted() const { return posted_; }
+
+private:
+  bool IsWanted() const;
+  bool IsPrintedAsItHappens() const;
+  void AppendFacts(Text &text) const;
+  void AppendEnding(Text &text) const;
+  void PrintAsked(const Asked &asked);
+  void PrintText();
+  void PrintJson() const;
+  std::string Why() const;
+
+  std::string name_;
+  bool press_;
+  unsigned timestamp_;
+  std::string device_;
+  Nanoseconds wall_;
+  Nanoseconds begin_;
+  Nanoseconds since_; // the last key; kNotKnown for the first one
+  Nanoseconds posted_ = kNotKnown;
+  Nanoseconds took_ = 0;
+  const char *waited_for_ = nullptr;
+  std::vector<Asked> asked_;
+  Outcome filter_ = Outcome::kNobodyAsked; // what a filter of the library made of it
+  bool asking_ = false;
+  bool walked_ = false;
+  bool head_printed_ = false;
+};
+
+} // namespace lumio::trace

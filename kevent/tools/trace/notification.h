@@ -1,0 +1,59 @@
+// A notification on its way from a service, or from the module that caused it, to the modules' callbacks.
+#pragma once
+
+#include <string>
+
+#include "clock.h"
+#include "thunks.h"
+#include "work.h"
+
+namespace lumio::trace {
+
+// Exists while the callbacks of one notification are called. Those that go through thunks find it by its thread.
+class Notification {
+public:
+  static constexpr Nanoseconds kNoWait = -2; // it did not go through a queue
+
+  // `subject` is for people, `fields` for JSON: `"type":0,"screen":1`. Both outlive the object.
+  Notification(const char *kind, const char *subject, const char *fields, Nanoseconds waited = kNoWait);
+  ~Notification();
+  Notification(const Notification &) = delete;
+  Notification &operator=(const Notification &) = delete;
+
+  static Notification *Current();
+
+  // Somebody was told. Prints it.
+  void Told(const std::string &module, const std::string &symbol, Nanoseconds took);
+  // As one whole call: how many callbacks ran in it is what the library logged.
+  void ToldAsOne(const std::string &modules, int callbacks, Nanoseconds took);
+  int Count() const { return told_; }
+  // Prints that nobody was told.
+  void ToldNobody(const char *why);
+
+private:
+  bool IsWanted(const std::string &module) const;
+  void Print(const std::string &module, const std::string &symbol, Nanoseconds took, int callbacks, const char *why);
+
+  const char *kind_;
+  const char *subject_;
+  const char *fields_;
+  Nanoseconds waited_;
+  int told_ = 0;
+  Notification *outer_;
+};
+
+// Runs a callback and tells of it.
+class NotifiedCall {
+public:
+  explicit NotifiedCall(ThunkTarget &target)
+      : target_(target), work_(target.module.c_str(), target.symbol.name.c_str()) {}
+  ~NotifiedCall();
+  NotifiedCall(const NotifiedCall &) = delete;
+  NotifiedCall &operator=(const NotifiedCall &) = delete;
+
+private:
+  ThunkTarget &target_;
+  Work work_;
+};
+
+} // namespace lumio::trace

@@ -1,0 +1,159 @@
+#include "subscriptions.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "checks.h"
+#include "session.h"
+#include "symbols.h"
+
+namespace lumio::trace {
+
+namespace {
+
+struct Subscription {
+  TvKind kind;
+  std::string module;
+  std::string what;
+  int handle;
+};
+
+struct Filed {
+  const void *object;
+  const void *callback;
+};
+
+struct Subscriptions {
+  std::vector<Subscription> all;
+  std::map<std::pair<std::string, std::string>, Filed> callbacks; // by module and stream
+  bool refused[kTvKinds] = {};
+};
+
+Subscriptions &g_subscriptions = *new Subscriptions; // never destroyed: modules unsubscribe as late as at exit
+
+template <class Predicate> bool EndFirst(Predicate predicate) {
+  auto &all = g_subscriptions.all;
+  const auto found = std::find_if(all.begin(), all.end(), predicate);
+  if (found == all.end()) {
+    return false;
+  }
+  const TvKind kind = found->kind;
+  all.erase(found);
+  if (std::none_of(all.begin(), all.end(), [kind](const Subscription &one) { return one.kind == kind; })) {
+    g_subscriptions.refused[static_cast<int>(kind)] = false;
+  }
+  return true;
+}
+
+} // namespace
+
+const char *NameOf(TvKind kind) {
+  static constexpr const char *kNames[kTvKinds] = {"signal", "program", "section", "pes", "caption", "dsm"};
+  return kNames[static_cast<int>(kind)];
+}
+
+void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle) {
+  const Lock lock;
+  auto &all = g_subscriptions.all;
+  const bool is_one_for_all = kind == TvKind::kPes || kind == TvKind::kCaption;
+  const bool known = is_one_for_all && std::any_of(all.begin(), all.end(), [&](const Subscription &one) {
+                       return one.kind == kind && one.module == module;
+                     });
+  if (!known) {
+    all.push_back({kind, module, what, handle});
+  }
+}
+
+bool EndSubscription(TvKind kind, const std::string &module, const std::string &what) {
+  const Lock lock;
+  return EndFirst(
+      [&](const Subscription &one) { return one.kind == kind && one.module == module && one.what == what; });
+}
+
+bool EndIf(bool ended, TvKind kind, int handle) {
+  if (ended) {
+    const Lock lock;
+    EndFirst([&](const Subscription &one) { return one.kind == kind && one.handle == handle; });
+  }
+  return ended;
+}
+
+void EndAllSubscriptions() {
+  const Lock lock;
+  g_subscriptions.all.clear();
+  g_subscriptions.callbacks.clear();
+  std::fill(std::begin(g_subscriptions.refused), std::end(g_subscriptions.refused), false);
+}
+
+std::string OwnerOf(TvKind kind, int handle) {
+  const Lock lock;
+  for (const Subscription &one : g_subscriptions.all) {
+    if (one.kind == kind && one.handle == handle) {
+      return one.module;
+    }
+  }
+  return "";
+}
+
+void NoteRefusal(TvKind kind) {
+  const Lock lock;
+  g_subscriptions.refused[static_cast<int>(kind)] = true;
+}
+
+bool WasRefused(TvKind kind) {
+  const Lock lock;
+  return g_subscriptions.refused[static_cast<int>(kind)];
+}
+
+std::string OtherCallback(const std::string &module, const char *stream, const void *object, const void *callback) {
+  Filed filed;
+  {
+    const Lock lock;
+    const auto [entry, is_new] = g_subscriptions.callbacks.try_emplace({module, stream}, Filed{object, callback});
+    if (is_new || entry->second.callback == callback) {
+      return "";
+    }
+    filed = entry->second;
+  }
+  return Describe(SymbolOf(filed.callback)) + (filed.object == object ? "" : " of another object");
+}
+
+bool HasCallback(const std::string &module, const char *stream) {
+  const Lock lock;
+  return g_subscriptions.callbacks.count({module, stream}) != 0;
+}
+
+void CheckSubscriptionsEnded(const void *caller) {
+  std::vector<Subscription> left;
+  {
+    const Lock lock;
+    left = g_subscriptions.all;
+  }
+  for (const Subscription &one : left) {
+    Report({"ecore_shutdown", NameOf(one.kind), one.what.empty() ? "subscribed" : one.what, one.module,
+            "this is still subscribed, and what the service tells after this call crashes: unsubscribe, or call "
+            "CTVServiceSubscriber::ReleaseAll(), and end the service's threads before"},
+           caller);
+  }
+}
+
+void PrintSubscriptions(Text &text) {
+  for (const Subscription &one : g_subscriptions.all) {
+    if (TheOptions().json) {
+      text.Append("{\"event\":\"state\",\"subscription\":\"%s\",\"module\":", NameOf(one.kind));
+      text.AppendQuoted(one.module.c_str());
+      text.Append(",\"what\":");
+      text.AppendQuoted(one.what.c_str());
+      text.Append("}\n");
+    } else {
+      text.Append("%s%-9s ", kMore, NameOf(one.kind));
+      text.AppendColumn(one.module.c_str(), 18);
+      text.Append(" %s\n", one.what.c_str());
+    }
+    Put(text);
+  }
+}
+
+} // namespace lumio::trace

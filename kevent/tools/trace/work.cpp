@@ -1,0 +1,171 @@
+#include "work.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+#include "efl.h"
+#include "record.h"
+#include "session.h"
+
+namespace lumio::trace {
+
+namespace {
+
+constexpr int kDeepest = 32;                          // callbacks within callbacks that are remembered by name
+constexpr int kStalls = 16;                           // that are remembered
+constexpr Nanoseconds kNoticeable = 5 * kMillisecond; // wait; the X server counts milliseconds
+
+struct Running {
+  const char *module;
+  const char *symbol;
+  Nanoseconds begin;
+};
+
+struct Stall {
+  char who[160];
+  Nanoseconds begin;
+  Nanoseconds end;
+  int cost; // keys that waited for it
+};
+
+// All of this belongs to the main-loop thread; a signal handler may look at it there.
+Running g_running[kDeepest];
+int g_depth;
+Stall g_stalls[kStalls];
+int g_stall_count;
+Nanoseconds g_last_sign; // of life of the main loop
+char g_last_symbol[160]; // of the callback that ended last
+
+void PrintStall(const char *who, Nanoseconds duration, bool known) {
+  Text text;
+  if (TheOptions().json) {
+    AppendHead(text, WallClock(), known ? "stall" : "silence");
+    text.Append(",\"%s\":", known ? "by" : "after");
+    text.AppendQuoted(who);
+    text.Append(",\"took_ms\":");
+    text.AppendMilliseconds(duration);
+    text.Append("}\n");
+  } else {
+    AppendHead(text, WallClock(), "STALL");
+    if (known) {
+      text.AppendClean(who);
+      text.Append(" kept the main loop for ");
+      text.AppendDuration(duration);
+    } else {
+      text.Append("the main loop was silent for ");
+      text.AppendDuration(duration);
+      text.Append(*who ? ", last seen after " : ", and nothing was seen before");
+      text.AppendClean(who);
+    }
+    text.Append("\n");
+  }
+  Put(text);
+}
+
+void Remember(const char *who, Nanoseconds begin, Nanoseconds end) {
+  Stall &stall = g_stalls[g_stall_count++ % kStalls];
+  snprintf(stall.who, sizeof stall.who, "%s", who);
+  stall.begin = begin;
+  stall.end = end;
+  stall.cost = 0;
+  RecordStall(end - begin);
+}
+
+bool IsTooLong(Nanoseconds duration) { return TheOptions().stall > 0 && duration >= TheOptions().stall; }
+
+void NameCallback(char (&who)[160], const char *module, const char *symbol) {
+  if (*module) {
+    snprintf(who, sizeof who, "%s (%s)", symbol, module);
+  } else {
+    snprintf(who, sizeof who, "%s", symbol);
+  }
+}
+
+} // namespace
+
+Work::Work(const char *module, const char *symbol) : begin_(Now()), on_main_loop_(IsMainLoopThread()) {
+  if (!on_main_loop_) {
+    return;
+  }
+  if (g_depth < kDeepest) {
+    g_running[g_depth] = {module, symbol, begin_};
+  }
+  ++g_depth;
+  g_last_sign = begin_;
+}
+
+Work::~Work() {
+  if (!on_main_loop_) {
+    return;
+  }
+  const Nanoseconds end = Now();
+  --g_depth;
+  if (g_depth < kDeepest) {
+    NameCallback(g_last_symbol, g_running[g_depth].module, g_running[g_depth].symbol);
+    // What ran within it, or turned the loop, has kept the loop itself.
+    const Nanoseconds begin = std::max(begin_, g_last_sign);
+    if (IsTooLong(end - begin)) {
+      PrintStall(g_last_symbol, end - begin, true);
+      Remember(g_last_symbol, begin, end);
+    }
+  }
+  g_last_sign = end;
+}
+
+void NoteArrival(Nanoseconds posted) {
+  const Nanoseconds now = Now();
+  const Nanoseconds silent_since = std::max(posted, g_last_sign);
+  if (posted != kNotKnown && g_last_sign != 0 && IsTooLong(now - silent_since)) {
+    PrintStall(g_last_symbol, now - silent_since, false);
+    char who[160];
+    snprintf(who, sizeof who, "what the main loop did after %.100s", g_last_symbol);
+    Remember(who, silent_since, now);
+  }
+  g_last_sign = now;
+}
+
+void NoteIdle() { g_last_sign = Now(); }
+
+const char *WaitedFor(Nanoseconds posted) {
+  for (int i = g_stall_count - 1; i >= 0 && i >= g_stall_count - kStalls; --i) {
+    Stall &stall = g_stalls[i % kStalls];
+    if (posted != kNotKnown && stall.end - posted >= kNoticeable) {
+      ++stall.cost;
+      return stall.who;
+    }
+  }
+  return nullptr;
+}
+
+void AppendRunning(Text &text) {
+  if (g_depth == 0) {
+    text.Append("no callback is running on the main loop");
+  } else {
+    const Running &running = g_running[std::min(g_depth, kDeepest) - 1];
+    text.AppendClean(running.symbol);
+    text.Append(" (%s) runs for ", *running.module ? running.module : "application");
+    text.AppendDuration(Now() - running.begin);
+  }
+}
+
+void PrintStalls(Text &text) {
+  for (int i = std::max(0, g_stall_count - kStalls); i < g_stall_count; ++i) {
+    const Stall &stall = g_stalls[i % kStalls];
+    if (TheOptions().json) {
+      text.Append("{\"event\":\"state\",\"stall\":");
+      text.AppendQuoted(stall.who);
+      text.Append(",\"took_ms\":");
+      text.AppendMilliseconds(stall.end - stall.begin);
+      text.Append(",\"cost\":%d}\n", stall.cost);
+    } else {
+      text.Append("%s", kMore);
+      text.AppendDuration(stall.end - stall.begin);
+      text.Append(" that ");
+      text.AppendClean(stall.who);
+      text.Append(" kept the main loop, %d keys waited\n", stall.cost);
+    }
+  }
+}
+
+} // namespace lumio::trace

@@ -1,0 +1,209 @@
+// Stands before the functions of lumio-banner-state.h. A callback is known to the library by its address and goes on
+// being so: each has one thunk, whoever registers it.
+#include <lumio-banner-state.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "checks.h"
+#include "heap.h"
+#include "next.h"
+#include "notification.h"
+#include "rooms.h"
+#include "session.h"
+
+using namespace lumio::trace;
+
+namespace {
+
+constexpr char kAdd[] = "lumio_banner_state_cb_add";
+constexpr char kDel[] = "lumio_banner_state_cb_del";
+constexpr char kSet[] = "lumio_set_banner_state";
+constexpr char kGet[] = "lumio_get_banner_state";
+constexpr int kBanners = 32;
+
+struct Registration {
+  int banner;
+  lumio_banner_state_cb cb;
+  void *data;
+  Symbol symbol;
+};
+
+struct Banners {
+  std::vector<Registration> registrations;
+  unsigned shown = 0; // one bit each, of those that this process has set
+};
+
+Banners &g_banners = *new Banners; // never destroyed: modules delete their callbacks as late as at exit
+
+Next<void()> g_init("lumio_banner_init");
+Next<void(int, lumio_banner_state_cb, void *)> g_add(kAdd);
+Next<void(int, lumio_banner_state_cb)> g_del(kDel);
+Next<int(int, int)> g_set(kSet);
+Next<int(int, int *)> g_get(kGet);
+
+struct CallBanner {
+  static void Run(ThunkTarget &target, lumio_banner_state_cb function, int banner, void *data) {
+    const NotifiedCall call(target);
+    function(banner, data);
+  }
+};
+using BannerThunks = Thunks<CallBanner, lumio_banner_state_cb>;
+
+bool IsBanner(int banner) { return banner >= 0 && banner < kBanners; }
+
+// The module of a banner's callback is the object that holds it: registrations tell no name.
+lumio_banner_state_cb ThunkOf(lumio_banner_state_cb cb) {
+  const Lock lock;
+  return cb ? BannerThunks::For(SymbolOf(cb).object, cb) : nullptr;
+}
+
+void CheckBanner(const char *function, int banner, const void *caller) {
+  CheckEina(function, caller);
+  CheckMainLoop(function, "", caller);
+  if (!IsBanner(banner)) {
+    Report({function, "banner_id", std::to_string(banner), "", "there is no such banner: use 0 to 31"}, caller);
+  }
+}
+
+void CheckAdd(int banner, lumio_banner_state_cb cb, void *data, const void *caller) {
+  CheckBanner(kAdd, banner, caller);
+  if (!cb) {
+    Report({kAdd, "cb", "null", "", "a registration needs a callback; none was added"}, caller);
+  }
+  if (!data) {
+    Report({kAdd, "data", "null", "",
+            "a registration needs data, none was added: pass memory from malloc(), which the library frees"},
+           caller);
+  } else if (const char *kind = WhyNotFromHeap(data)) {
+    Report({kAdd, "data", Pointer(data), "",
+            std::string("this is ") + kind +
+                ", and the library frees it when the callback is deleted: pass memory from malloc()"},
+           caller);
+  }
+}
+
+void CheckDel(int banner, lumio_banner_state_cb cb, const void *caller) {
+  CheckBanner(kDel, banner, caller);
+  if (!cb) {
+    Report({kDel, "cb", "null", "", "there is no such callback: nothing was deleted"}, caller);
+  } else if (IsBanner(banner)) {
+    bool known = false;
+    {
+      const Lock lock;
+      known = std::any_of(g_banners.registrations.begin(), g_banners.registrations.end(),
+                          [&](const Registration &one) { return one.banner == banner && one.cb == cb; });
+    }
+    if (!known) {
+      Report({kDel, "cb", Describe(SymbolOf(cb)), "",
+              "this callback is not registered for banner " + std::to_string(banner) + ": nothing was deleted"},
+             caller);
+    }
+  }
+}
+
+bool IsRegisteredData(const void *data) {
+  return std::any_of(g_banners.registrations.begin(), g_banners.registrations.end(),
+                     [data](const Registration &one) { return one.data == data; });
+}
+
+void Forget(int banner, lumio_banner_state_cb cb) {
+  const Lock lock;
+  auto &all = g_banners.registrations;
+  const auto gone = std::stable_partition(
+      all.begin(), all.end(), [&](const Registration &one) { return one.banner != banner || one.cb != cb; });
+  std::vector<void *> data;
+  for (auto one = gone; one != all.end(); ++one) {
+    data.push_back(one->data);
+  }
+  all.erase(gone, all.end());
+  for (void *one : data) {
+    if (!IsRegisteredData(one)) {
+      LibraryFrees(one);
+    }
+  }
+}
+
+} // namespace
+
+extern "C" {
+
+void lumio_banner_init(void) { g_init(); }
+
+void lumio_banner_state_cb_add(int banner_id, lumio_banner_state_cb cb, void *data) {
+  CheckAdd(banner_id, cb, data, __builtin_return_address(0));
+  if (cb && data && IsBanner(banner_id)) {
+    const Lock lock;
+    g_banners.registrations.push_back({banner_id, cb, data, SymbolOf(cb)});
+    LibraryOwns(data);
+  }
+  g_add(banner_id, ThunkOf(cb), data);
+}
+
+void lumio_banner_state_cb_del(int banner_id, lumio_banner_state_cb cb) {
+  CheckDel(banner_id, cb, __builtin_return_address(0));
+  Forget(banner_id, cb);
+  g_del(banner_id, ThunkOf(cb));
+}
+
+int lumio_set_banner_state(int banner_id, int state) {
+  const void *caller = __builtin_return_address(0);
+  CheckBanner(kSet, banner_id, caller);
+  if (state != 0 && state != 1) {
+    Report({kSet, "state", std::to_string(state), "", "there is no such state, nothing was set: use 0 or 1"}, caller);
+  }
+  char subject[64];
+  char fields[64];
+  snprintf(subject, sizeof subject, "%d %s by %.40s", banner_id, state ? "shown" : "hidden",
+           SymbolOf(caller).object.c_str());
+  snprintf(fields, sizeof fields, "\"banner\":%d,\"state\":%d", banner_id, state);
+  Notification notification("banner", subject, fields);
+  const int result = g_set(banner_id, state);
+  if (result != 0) {
+    notification.ToldNobody("refused");
+  } else if (notification.Count() == 0) {
+    notification.ToldNobody(BannerThunks::IsExhausted() ? "told to callbacks that are not traced" : "nobody was told");
+  }
+  if (result == 0 && state == 1) {
+    const Lock lock;
+    g_banners.shown |= 1u << banner_id;
+  }
+  return result;
+}
+
+int lumio_get_banner_state(int banner_id, int *state) {
+  const void *caller = __builtin_return_address(0);
+  CheckBanner(kGet, banner_id, caller);
+  if (!state) {
+    Report({kGet, "state", "null", "", "there is no place for the state: pass the address of an int"}, caller);
+  }
+  return g_get(banner_id, state);
+}
+
+} // extern "C"
+
+namespace lumio::trace {
+
+void VisitBannerCallbacks(const CallbackVisitor &visit) {
+  for (const Registration &one : g_banners.registrations) {
+    visit("banner callback", "", one.symbol, reinterpret_cast<const void *>(one.cb));
+  }
+}
+
+void PrintBannerState(Text &text) {
+  const bool json = TheOptions().json;
+  text.Append("%s%s", json ? "" : kMore,
+              json ? "{\"event\":\"state\",\"banners\":[" : "banners that this program has shown:");
+  const char *separator = "";
+  for (int banner = 0; banner < kBanners; ++banner) {
+    if (g_banners.shown >> banner & 1) {
+      text.Append(json ? "%s%d" : "%s %d", separator, banner);
+      separator = json ? "," : "";
+    }
+  }
+  text.Append("%s", json ? "]}\n" : g_banners.shown ? "\n" : " none\n");
+  Put(text);
+}
+
+} // namespace lumio::trace

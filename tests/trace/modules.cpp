@@ -1,0 +1,387 @@
+// Modules for lumio-trace to look at: the argument says what they do, and most of it is wrong.
+#include <Ecore.h>
+#include <Ecore_Input.h>
+#include <LumioStateSubscriber.h>
+#include <PvrServiceSubscriber.h>
+#include <TVServiceSubscriber.h>
+#include <dlfcn.h>
+#include <kevent.h>
+#include <lumio-banner-state.h>
+#include <lumio-host/pvr-control.h>
+#include <lumio-host/tv-control.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+
+enum ELUMIO_STATE : int { kLive = 1 };
+
+namespace {
+
+const EProfile kMain = PROFILE_MAIN;
+
+int OnKey(lumio_kevent *, lumio_kevent_type, void *, void *) { return 1; }
+int OnLastKey(lumio_kevent *, lumio_kevent_type, void *, void *) {
+  ecore_main_loop_quit();
+  return 0;
+}
+int OnSlowKey(lumio_kevent *, lumio_kevent_type, void *, void *) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  return 1;
+}
+void OnBanner(int, void *) {}
+int OnSignal(ESignalType, TSSignalData, void *) { return 0; }
+int OnOtherSignal(ESignalType, TSSignalData, void *) { return 0; }
+int OnLastSignal(ESignalType, TSSignalData, void *) {
+  ecore_main_loop_quit();
+  return 0;
+}
+void OnProgram(EProgramChangeType, TCProgramData *, int, int) {}
+void OnSection(bool, unsigned short, unsigned char *, int) {}
+void OnPes(TSPESData &, void *) {}
+void OnDsm(TSDsmMessage &) {}
+void OnResult(ps_result_thirdpart, void *) {}
+bool OnPvrState(pvr_state_e, void *) { return true; }
+void OnState(ELUMIO_STATE, void *) {}
+
+void RegisterInside(ELUMIO_STATE, void *) {
+  CLumioStateSubscriber("inner").RegisterLumioStateChangeCb(OnState, nullptr);
+}
+void AnnounceInside(ELUMIO_STATE, void *) { CLumioStateSubscriber::HandleStateChanged(kLive); }
+void RegisterPvrInside(ps_result_thirdpart, void *) {
+  CPvrServiceSubscriber("inner").RegisterPvrStateCb(OnPvrState, nullptr);
+}
+
+void Press(const char *name) {
+  auto *key = static_cast<Ecore_Event_Key *>(calloc(1, sizeof(Ecore_Event_Key)));
+  key->keyname = name;
+  ecore_event_add(ECORE_EVENT_KEY_DOWN, key, nullptr, nullptr);
+}
+
+lumio_kevent *Domain() { return lumio_kevent_init("menu"); }
+
+lumio_kevent_handler *Handler(lumio_kevent *domain) {
+  return lumio_kevent_handler_add(domain, LUMIO_KEVENT_PRESS, 0, OnKey, nullptr);
+}
+
+void OnThread(const std::function<void()> &action) { std::thread(action).join(); }
+
+void SubscribeSignal(const std::string &name) {
+  CTVServiceSubscriber module(name);
+  module.SetSignalCallback(OnSignal);
+  module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+}
+
+// --- What is right ---------------------------------------------------------------------------------------------------
+
+void AskThree() {
+  lumio_kevent *volume = lumio_kevent_init("volume");
+  Handler(Domain());
+  lumio_kevent_handler_add(volume, LUMIO_KEVENT_PRESS, 3, OnSlowKey, nullptr);
+  lumio_kevent_handler_add(volume, LUMIO_KEVENT_PRESS, 4, OnLastKey, nullptr);
+  Press("Up");
+  ecore_main_loop_begin();
+}
+
+// The third press comes before the main loop is idle.
+void Burst() {
+  lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 0, OnKey, nullptr);
+  for (const char *name : {"1", "2", "3"}) {
+    Press(name);
+  }
+  ecore_main_loop_iterate();
+}
+
+void Tell() {
+  CTVServiceSubscriber tuner("tuner");
+  tuner.SetSignalCallback(OnLastSignal);
+  tuner.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+  lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, kMain, 0, {1, 2});
+  ecore_main_loop_begin();
+  printf("own callback kept: %d\n", tuner.m_signalCallback == OnLastSignal);
+  CTVServiceSubscriber::ReleaseAll();
+  lumio::tv::Shutdown();
+}
+
+void AnnounceToBoth() {
+  CLumioStateSubscriber light("light");
+  light.RegisterLumioStateChangeCb(OnState, nullptr);
+  CLumioStateSubscriber::HandleStateChanged(kLive);
+  lumio_banner_state_cb_add(3, OnBanner, malloc(1));
+  lumio_set_banner_state(3, 1);
+  lumio_banner_state_cb_del(3, OnBanner);
+  CPvrServiceSubscriber recorder("recorder");
+  recorder.RegisterPvrCb(OnResult, nullptr);
+  lumio::pvr::StartRecording(1);
+  lumio::pvr::Flush();
+  lumio::pvr::Shutdown();
+}
+
+void Storm(int count) {
+  CTVServiceSubscriber tuner("tuner");
+  tuner.SetSignalCallback(OnSignal);
+  tuner.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+  for (int i = 0; i < count; ++i) {
+    lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, kMain, 0, {i, 0});
+  }
+  lumio::tv::Flush();
+  ecore_main_loop_iterate();
+  CTVServiceSubscriber::ReleaseAll();
+  lumio::tv::Shutdown();
+}
+
+// Waits in a handler until somebody has asked for the state.
+int OnKeyThatHangs(lumio_kevent *, lumio_kevent_type, void *, void *) {
+  puts("hangs");
+  fflush(stdout);
+  char byte;
+  return static_cast<int>(read(0, &byte, 1));
+}
+
+void Hang() {
+  lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 2, OnKeyThatHangs, nullptr);
+  Press("Up");
+  ecore_main_loop_iterate();
+}
+
+// --- What is wrong ---------------------------------------------------------------------------------------------------
+
+void CloseTwice() {
+  lumio_kevent *domain = Domain();
+  lumio_kevent_fini(domain);
+  lumio_kevent_fini(domain);
+}
+
+void DeleteTwice() {
+  lumio_kevent_handler *handler = Handler(Domain());
+  lumio_kevent_handler_del(handler);
+  lumio_kevent_handler_del(handler);
+}
+
+void AddToClosed() {
+  lumio_kevent *domain = Domain();
+  lumio_kevent_fini(domain);
+  Handler(domain);
+}
+
+int g_static_data;
+
+void BannerOnStack() {
+  int data = 0;
+  lumio_banner_state_cb_add(3, OnBanner, &data);
+}
+
+void BannerInsideBlock() { lumio_banner_state_cb_add(3, OnBanner, static_cast<char *>(malloc(64)) + 8); }
+
+void BannerFreedAgain() {
+  void *data = malloc(64);
+  lumio_banner_state_cb_add(3, OnBanner, data);
+  lumio_banner_state_cb_del(3, OnBanner);
+  free(data);
+}
+
+void BannerFreedBefore() {
+  void *data = malloc(64);
+  lumio_banner_state_cb_add(3, OnBanner, data);
+  free(data);
+}
+
+void SignalSetTwice() {
+  CTVServiceSubscriber tuner("tuner");
+  tuner.SetSignalCallback(OnSignal);
+  tuner.SetSignalCallback(OnSignal);
+}
+
+void SignalRefused() {
+  lumio::tv::RefuseNext(lumio::tv::Operation::SubscribeSignal, 0);
+  SubscribeSignal("tuner");
+}
+
+void NameShared() {
+  SubscribeSignal("tuner");
+  CTVServiceSubscriber other("tuner");
+  other.SetSignalCallback(OnOtherSignal);
+  other.SubscribeSignal(SIGNAL_TYPE_STRENGTH, nullptr, kMain, 0);
+}
+
+void ProgramWithoutCallback() {
+  CTVServiceSubscriber guide("guide"), list("list");
+  int handle = 0;
+  guide.SetProgramCallback(OnProgram);
+  list.SubscribeProgram(TCProgramFilteringItem(), handle);
+}
+
+void ProgramUnknown() {
+  CTVServiceSubscriber guide("guide");
+  guide.SetProgramCallback(OnProgram);
+  guide.UnSubscribeProgram(77);
+}
+
+void SectionSetTwice() {
+  CTVServiceSubscriber list("list");
+  list.SetSectionCallback(OnSection);
+  list.SetSectionCallback(OnSection);
+}
+
+void SectionWithoutCallback() {
+  int handle = 0;
+  CTVServiceSubscriber("list").SubscribeSection(17, TCSectionCriteriaHelper(), handle);
+}
+
+void PesRefused() {
+  lumio::tv::RefuseNext(lumio::tv::Operation::SubscribePES, 0);
+  CTVServiceSubscriber("teletext").SubscribePES(OnPes, nullptr);
+  CTVServiceSubscriber("meter").SubscribePES(OnPes, nullptr);
+}
+
+void AttachTwice() {
+  CTVServiceSubscriber data("data");
+  unsigned session = 0;
+  data.AttachDsm(OnDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+  data.AttachDsm(OnDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+}
+
+void PvrTwice() {
+  CPvrServiceSubscriber("recorder").RegisterPvrCb(OnResult, nullptr);
+  CPvrServiceSubscriber("light").RegisterPvrCb(OnResult, nullptr);
+}
+
+void PvrInside() {
+  CPvrServiceSubscriber("recorder").RegisterPvrCb(RegisterPvrInside, nullptr);
+  lumio::pvr::StartRecording(1);
+  lumio::pvr::Flush();
+}
+
+void PvrKept() {
+  CPvrServiceSubscriber recorder("recorder");
+  recorder.RegisterPvrCb(OnResult, nullptr);
+  lumio::pvr::RefuseNext(lumio::pvr::Call::UnregisterResult, -1);
+  recorder.UnRegisterPvrCb(OnResult);
+}
+
+void Announce(CLumioStateSubscriber::StateChangedCallback callback) {
+  CLumioStateSubscriber("light").RegisterLumioStateChangeCb(callback, nullptr);
+  CLumioStateSubscriber::HandleStateChanged(kLive);
+}
+
+void Unload() {
+  void *module = dlopen(LUMIO_UNLOADED, RTLD_NOW | RTLD_LOCAL);
+  reinterpret_cast<void (*)(lumio_kevent *)>(dlsym(module, "module_start"))(Domain());
+  dlclose(module);
+}
+
+void DetachBeforeAttach() { CTVServiceSubscriber("data").DetachDsm(1); }
+
+// --- The program -----------------------------------------------------------------------------------------------------
+
+void WithEfl(const std::function<void()> &action) {
+  ecore_init();
+  ecore_event_init();
+  action();
+  ecore_event_shutdown();
+  ecore_shutdown();
+}
+
+const std::map<std::string, std::function<void()>> kWithEfl = {
+    {"ask-three", AskThree},
+    {"burst", Burst},
+    {"tell", Tell},
+    {"announce", AnnounceToBoth},
+    {"storm", [] { Storm(1000); }},
+    {"hang", Hang},
+    {"domain-null", [] { lumio_kevent_init(nullptr); }},
+    {"x-missing", [] { Domain(); }},
+    {"close-null", [] { lumio_kevent_fini(nullptr); }},
+    {"close-twice", CloseTwice},
+    {"add-to-closed", AddToClosed},
+    {"add-to-null", [] { Handler(nullptr); }},
+    {"add-null", [] { lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 0, nullptr, nullptr); }},
+    {"add-type", [] { lumio_kevent_handler_add(Domain(), 2, 0, OnKey, nullptr); }},
+    {"add-priority", [] { lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 7, OnKey, nullptr); }},
+    {"delete-null", [] { lumio_kevent_handler_del(nullptr); }},
+    {"delete-foreign", [] { lumio_kevent_handler_del(reinterpret_cast<lumio_kevent_handler *>(&g_static_data)); }},
+    {"delete-twice", DeleteTwice},
+    {"key-thread", [] { OnThread([domain = Domain()] { Handler(domain); }); }},
+    {"banner-range", [] { lumio_set_banner_state(32, 1); }},
+    {"banner-state", [] { lumio_set_banner_state(3, 2); }},
+    {"banner-null", [] { lumio_banner_state_cb_add(3, nullptr, malloc(1)); }},
+    {"banner-no-data", [] { lumio_banner_state_cb_add(3, OnBanner, nullptr); }},
+    {"banner-static", [] { lumio_banner_state_cb_add(3, OnBanner, &g_static_data); }},
+    {"banner-stack", BannerOnStack},
+    {"banner-inside", BannerInsideBlock},
+    {"banner-freed-again", BannerFreedAgain},
+    {"banner-freed-before", BannerFreedBefore},
+    {"banner-delete-foreign", [] { lumio_banner_state_cb_del(3, OnBanner); }},
+    {"banner-thread", [] { OnThread([] { lumio_set_banner_state(3, 1); }); }},
+    {"banner-no-place", [] { lumio_get_banner_state(3, nullptr); }},
+    {"signal-twice", SignalSetTwice},
+    {"signal-without-callback",
+     [] { CTVServiceSubscriber("tuner").SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0); }},
+    {"signal-refused", SignalRefused},
+    {"signal-foreign", [] { CTVServiceSubscriber("tuner").UnsubscribeSignal(SIGNAL_TYPE_LOCK, kMain, 0); }},
+    {"signal-thread", [] { OnThread([] { SubscribeSignal("tuner"); }); }},
+    {"name-shared", NameShared},
+    {"program-without-callback", ProgramWithoutCallback},
+    {"program-foreign", ProgramUnknown},
+    {"section-twice", SectionSetTwice},
+    {"section-without-callback", SectionWithoutCallback},
+    {"pes-refused", PesRefused},
+    {"pes-null", [] { CTVServiceSubscriber("teletext").SubscribePES(nullptr, nullptr); }},
+    {"pes-foreign", [] { CTVServiceSubscriber("teletext").UnsubscribePES(); }},
+    {"attach-twice", AttachTwice},
+    {"detach-before-attach", DetachBeforeAttach},
+    {"dsm-before-attach", [] { CTVServiceSubscriber::GetDsmInstance(); }},
+    {"pvr-null", [] { CPvrServiceSubscriber("recorder").RegisterPvrCb(nullptr, nullptr); }},
+    {"pvr-twice", PvrTwice},
+    {"pvr-foreign", [] { CPvrServiceSubscriber("recorder").UnRegisterPvrStateCb(OnPvrState); }},
+    {"pvr-inside", PvrInside},
+    {"pvr-kept", PvrKept},
+    {"state-null", [] { CLumioStateSubscriber("light").RegisterLumioStateChangeCb(nullptr, nullptr); }},
+    {"state-foreign", [] { CLumioStateSubscriber("light").UnregisterLumioStateChangeCb(OnState); }},
+    {"register-inside", [] { Announce(RegisterInside); }},
+    {"announce-inside", [] { Announce(AnnounceInside); }},
+    {"unload", Unload},
+    {"shutdown-subscribed", [] { SubscribeSignal("tuner"); }},
+};
+
+const std::map<std::string, std::function<void()>> kWithoutEfl = {
+    {"ecore-missing", [] { Domain(); }},
+    {"eina-missing", [] { lumio_banner_state_cb_add(3, OnBanner, malloc(1)); }},
+    {"events-missing",
+     [] {
+       ecore_init();
+       Domain();
+     }},
+    {"environment",
+     [] {
+       for (const char *name : {"LD_PRELOAD", "LUMIO_TRACE"}) {
+         const char *value = getenv(name);
+         printf("%s=%s\n", name, value ? value : "(not set)");
+       }
+       // The first descriptor that is free, and those of the tracer that a child would see.
+       printf("next descriptor %d\n", dup(0));
+     }},
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+  const std::string name = argc > 1 ? argv[1] : "";
+  ecore_app_no_system_modules();
+  if (name == "storm" && argc > 2) {
+    WithEfl([&] { Storm(atoi(argv[2])); });
+  } else if (kWithEfl.count(name)) {
+    WithEfl(kWithEfl.at(name));
+  } else if (kWithoutEfl.count(name)) {
+    kWithoutEfl.at(name)();
+  } else {
+    return 2;
+  }
+  return 0;
+}

@@ -1,0 +1,325 @@
+// lumio-trace on programs that use the library: what it tells of them, and that they do not notice.
+#include "program.h"
+#include "temporary_directory.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const std::string kPrograms = LUMIO_TRACE_PROGRAMS;
+
+// The suite's own time limit comes first.
+lumio::Clock::time_point Never() { return lumio::Clock::now() + std::chrono::hours(1); }
+
+std::string Contents(const std::string &file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
+struct Traced {
+  std::string output; // the program's own
+  std::string trace;
+  int status = 0;
+};
+
+std::map<std::string, std::string> Environment(const lumio::TemporaryDirectory &directory) {
+  return {{"LUMIO_LOG", directory / "log"},
+          {"LUMIO_VCONF_DIR", directory / "store"},
+          {"DISPLAY", ""},
+          {"XDG_RUNTIME_DIR", directory / ""},
+          {"ASAN_OPTIONS", "detect_leaks=0"}};
+}
+
+Traced RunTraced(const Words &options, const Words &command, const std::map<std::string, std::string> &more = {}) {
+  const lumio::TemporaryDirectory directory;
+  Words words = {LUMIO_TRACE, "-o", directory / "trace"};
+  words.insert(words.end(), options.begin(), options.end());
+  words.insert(words.end(), command.begin(), command.end());
+  auto environment = Environment(directory);
+  for (const auto &[name, value] : more) {
+    environment[name] = value;
+  }
+  lumio::Program program(words, environment);
+  Traced traced;
+  while (const auto line = program.ReadLine(Never())) {
+    traced.output += *line + "\n";
+  }
+  traced.status = *program.Wait(Never());
+  traced.trace = Contents(directory / "trace");
+  return traced;
+}
+
+Traced RunModules(const std::string &scenario, const Words &options = {}) {
+  return RunTraced(options, {kPrograms + "/trace-modules", scenario});
+}
+
+Words Lines(const std::string &text) {
+  Words lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+// --- What modules do -------------------------------------------------------------------------------------------------
+
+TEST(Trace, TellsOfAKeyWhoWasAskedAndWhoTookIt) {
+  const Words lines = Lines(RunModules("ask-three").trace);
+  ASSERT_EQ(lines.size(), 5u) << testing::PrintToString(lines);
+  EXPECT_THAT(lines[0], AllOf(HasSubstr(" press    Up   "), HasSubstr("  X 0.000")));
+  EXPECT_THAT(lines[1], AllOf(HasSubstr("| "), HasSubstr(" menu "), HasSubstr(" 0  passed on "), HasSubstr("OnKey")));
+  EXPECT_THAT(lines[2], AllOf(HasSubstr(" volume "), HasSubstr(" 3  passed on "), HasSubstr("OnSlowKey")));
+  EXPECT_THAT(lines[3], AllOf(HasSubstr(" volume "), HasSubstr(" 4  took it "), HasSubstr("OnLastKey")));
+  EXPECT_THAT(lines[4], AllOf(HasSubstr("= "), HasSubstr("taken by volume, ")));
+}
+
+TEST(Trace, NamesTheKeysOfABurstThatTheLibraryDrops) {
+  const Words lines = Lines(RunModules("burst", {"--dropped"}).trace);
+  ASSERT_EQ(lines.size(), 2u) << testing::PrintToString(lines);
+  EXPECT_THAT(lines[0], HasSubstr(" press    3 "));
+  EXPECT_THAT(lines[1], HasSubstr("dropped: burst"));
+}
+
+TEST(Trace, FollowsASignalFromTheServiceToTheModule) {
+  const Traced traced = RunModules("tell");
+  const Words lines = Lines(traced.trace);
+  ASSERT_EQ(lines.size(), 1u) << traced.trace;
+  EXPECT_THAT(lines[0], AllOf(HasSubstr(" signal   type 0, profile 1, screen 0: 1 2 "), HasSubstr(" tuner "),
+                              HasSubstr(" after "), HasSubstr("OnLastSignal")));
+  EXPECT_EQ(traced.output, "own callback kept: 1\n");
+}
+
+TEST(Trace, TellsOfStatesBannersAndRecordings) {
+  EXPECT_THAT(Lines(RunModules("announce").trace),
+              ElementsAre(AllOf(HasSubstr(" state    1 "), HasSubstr(" light ")),
+                          AllOf(HasSubstr(" banner   3 shown by trace-modules "), HasSubstr("OnBanner")),
+                          AllOf(HasSubstr(" pvr      result 0 "), HasSubstr(" recorder "))));
+}
+
+TEST(Trace, NamesWhatKeepsTheMainLoop) {
+  EXPECT_THAT(RunModules("ask-three", {"--stall=20ms"}).trace,
+              HasSubstr(" STALL    OnSlowKey (volume) kept the main loop for "));
+  EXPECT_THAT(RunModules("ask-three", {"--stall=0"}).trace, Not(HasSubstr("STALL")));
+}
+
+TEST(Trace, TellsOnlyWhatItIsAskedFor) {
+  EXPECT_THAT(RunModules("tell", {"--keys"}).trace, IsEmpty());
+  EXPECT_THAT(RunModules("ask-three", {"--tv"}).trace, IsEmpty());
+  EXPECT_THAT(RunModules("announce", {"--tv", "--keys"}).trace, IsEmpty());
+  EXPECT_THAT(RunModules("tell", {"--tv"}).trace, HasSubstr(" signal "));
+  EXPECT_THAT(RunModules("tell", {"--only=volume"}).trace, IsEmpty());
+  EXPECT_THAT(RunModules("ask-three", {"--only=volume"}).trace, HasSubstr("taken by volume"));
+  EXPECT_THAT(RunModules("ask-three", {"--only=guide"}).trace, IsEmpty());
+}
+
+TEST(Trace, WritesJson) {
+  EXPECT_THAT(Lines(RunModules("ask-three", {"--json"}).trace),
+              ElementsAre(AllOf(StartsWith("{\"event\":\"key\",\"time\":"),
+                                HasSubstr("\"key\":\"Up\",\"kind\":\"press\",\"device\":\"-\",\"x_ms\":0,"),
+                                HasSubstr("{\"domain\":\"menu\",\"priority\":0,\"symbol\":\"OnKey\",\"took_ms\":"),
+                                HasSubstr("\"outcome\":\"taken\",\"taker\":\"volume\""))));
+  EXPECT_THAT(RunModules("tell", {"--json"}).trace,
+              HasSubstr("\"type\":0,\"profile\":1,\"screen\":0,\"data\":[1,2],\"module\":\"tuner\","));
+  EXPECT_THAT(RunModules("add-priority", {"--json"}).trace,
+              AllOf(StartsWith("{\"event\":\"mistake\","), HasSubstr("\"argument\":\"priority\",\"value\":\"7\"")));
+}
+
+TEST(Trace, TellsTheStateAtTheEnd) {
+  EXPECT_THAT(RunModules("ask-three", {"--summary"}).trace,
+              AllOf(HasSubstr(" STATE "), HasSubstr("domain menu\n"), HasSubstr("domain volume\n"),
+                    HasSubstr("0 press    menu "), HasSubstr("     1 calls, longest "),
+                    HasSubstr("keys           1 taken\n")));
+  EXPECT_THAT(RunModules("storm", {"--summary", "--only=nobody"}).trace,
+              HasSubstr("0 on their way to the main loop, longest wait "));
+}
+
+// A handler that does not return is what one wants to know the state of.
+TEST(Trace, TellsTheStateOnASignalWhileAHandlerHangs) {
+  const lumio::TemporaryDirectory directory;
+  lumio::Program program({LUMIO_TRACE, "-o", "/dev/stdout", kPrograms + "/trace-modules", "hang"},
+                         Environment(directory));
+  EXPECT_EQ(program.ReadLine(Never()), "hangs");
+  program.Signal(SIGUSR1);
+  EXPECT_THAT(*program.ReadLine(Never()), HasSubstr(" STATE    OnKeyThatHangs (menu) runs for "));
+  EXPECT_THAT(*program.ReadLine(Never()), HasSubstr("domain menu"));
+  EXPECT_THAT(*program.ReadLine(Never()), HasSubstr("2 press    menu "));
+  program.WriteLine("go on");
+  while (program.ReadLine(Never())) {
+  }
+  EXPECT_EQ(program.Wait(Never()), 0);
+}
+
+// --- Programs do not notice ------------------------------------------------------------------------------------------
+
+TEST(Trace, LeavesTheProgramItsEnvironmentAndDescriptors) {
+  const lumio::TemporaryDirectory directory;
+  lumio::Program untraced({kPrograms + "/trace-modules", "environment"}, Environment(directory));
+  for (const std::string &line : Lines(RunModules("environment").output)) {
+    EXPECT_EQ(untraced.ReadLine(Never()), line);
+  }
+  EXPECT_EQ(untraced.ReadLine(Never()), std::nullopt);
+}
+
+TEST(Trace, KeepsTheResultsOfTheExamples) {
+  const Traced c = RunTraced({}, {kPrograms + "/trace-c"});
+  EXPECT_EQ(c.output, "the handler took the key\n");
+  EXPECT_THAT(c.trace, AllOf(HasSubstr(" press    Return "), HasSubstr("taken by example")));
+  const Traced cpp = RunTraced({}, {kPrograms + "/trace-cpp"});
+  EXPECT_EQ(cpp.output, "the module received the state\n");
+  EXPECT_THAT(cpp.trace, HasSubstr(" state    1 "));
+}
+
+TEST(Trace, SeesALibraryThatAModuleBringsWithLocalNames) {
+  const Traced traced =
+      RunTraced({}, {"/bin/sh", "-c", "cd " + kPrograms + " && exec " LUMIO_TRACE " -o /dev/stdout ./trace-dlopen"});
+  EXPECT_EQ(traced.status, 0);
+  EXPECT_THAT(traced.output, AllOf(HasSubstr(" banner   7 shown by module.so "), Not(HasSubstr("MISTAKE"))));
+}
+
+TEST(Trace, RunsProgramsThatKnowNothingOfTheLibrary) {
+  const Traced traced = RunTraced({}, {"/bin/sh", "-c", "echo here; exit 3"});
+  EXPECT_EQ(traced.output, "here\n");
+  EXPECT_EQ(traced.status, 3);
+  EXPECT_EQ(traced.trace, "");
+}
+
+TEST(Trace, SaysWhatItCannotDo) {
+  EXPECT_EQ(RunTraced({}, {"/nonexistent"}).status, 127);
+  EXPECT_EQ(RunTraced({}, {"/dev/null"}).status, 126);
+  EXPECT_EQ(RunTraced({"--stall=soon"}, {"true"}).status, 2);
+  EXPECT_EQ(RunTraced({}, {}).status, 2);
+  EXPECT_EQ(RunTraced({"-o", "/nonexistent/trace"}, {"true"}).status, 1);
+  EXPECT_THAT(RunTraced({"--help"}, {}).output, StartsWith("usage: lumio-trace "));
+}
+
+// --- What modules do wrong -------------------------------------------------------------------------------------------
+
+struct WrongUse {
+  const char *scenario;
+  const char *where; // the line that names function, argument, value and module
+  const char *advice;
+};
+
+void PrintTo(const WrongUse &use, std::ostream *out) { *out << use.scenario; }
+
+class TraceMistake : public testing::TestWithParam<WrongUse> {};
+
+TEST_P(TraceMistake, IsTold) {
+  const std::string trace =
+      RunTraced({}, {kPrograms + "/trace-modules", GetParam().scenario}, {{"DISPLAY", ":99999"}}).trace;
+  EXPECT_THAT(trace, AllOf(HasSubstr(std::string(" MISTAKE  ") + GetParam().where), HasSubstr(GetParam().advice)));
+  EXPECT_THAT(trace, HasSubstr("(trace-modules)\n"));
+}
+
+constexpr WrongUse kWrongUses[] = {
+    {"ecore-missing", "lumio_kevent_init, ", "Ecore is not initialised"},
+    {"eina-missing", "lumio_banner_state_cb_add, ", "EFL is not initialised"},
+    {"events-missing", "lumio_kevent_init, module menu, ", "Ecore's events are not initialised"},
+    {"x-missing", "lumio_kevent_init, module menu, ", "X is not initialised"},
+    {"domain-null", "lumio_kevent_init(domain = null), ", "a domain needs a name"},
+    {"close-null", "lumio_kevent_fini(kevent = null), ", "there is no domain"},
+    {"close-twice", "lumio_kevent_fini(kevent = 0x", "this is no open domain"},
+    {"add-to-closed", "lumio_kevent_handler_add(kevent = 0x", "this is no open domain"},
+    {"add-to-null", "lumio_kevent_handler_add(kevent = null), ", "there is no domain"},
+    {"add-null", "lumio_kevent_handler_add(cb = null), module menu, ", "needs a callback"},
+    {"add-type", "lumio_kevent_handler_add(type = 2), module menu, ", "LUMIO_KEVENT_PRESS"},
+    {"add-priority", "lumio_kevent_handler_add(priority = 7), module menu, ", "use 0 (asked first) to 6"},
+    {"delete-null", "lumio_kevent_handler_del(handler = null), ", "there is no handler"},
+    {"delete-foreign", "lumio_kevent_handler_del(handler = 0x", "this is no handler"},
+    {"delete-twice", "lumio_kevent_handler_del(handler = 0x", "was deleted before"},
+    {"key-thread", "lumio_kevent_handler_add, module menu, ", "called off the main-loop thread"},
+    {"banner-range", "lumio_set_banner_state(banner_id = 32), ", "use 0 to 31"},
+    {"banner-state", "lumio_set_banner_state(state = 2), ", "use 0 or 1"},
+    {"banner-null", "lumio_banner_state_cb_add(cb = null), ", "needs a callback"},
+    {"banner-no-data", "lumio_banner_state_cb_add(data = null), ", "pass memory from malloc()"},
+    {"banner-static", "lumio_banner_state_cb_add(data = 0x", "this is a static variable"},
+    {"banner-stack", "lumio_banner_state_cb_add(data = 0x", "this is on the stack"},
+    {"banner-inside", "lumio_banner_state_cb_add(data = 0x", "this is not what malloc() returned"},
+    {"banner-delete-foreign", "lumio_banner_state_cb_del(cb = OnBanner (trace-modules)), ",
+     "not registered for banner 3"},
+    {"banner-thread", "lumio_set_banner_state, ", "called off the main-loop thread"},
+    {"banner-no-place", "lumio_get_banner_state(state = null), ", "pass the address of an int"},
+    {"signal-twice", "CTVServiceSubscriber::SetSignalCallback(cb = OnSignal (trace-modules)), module tuner, ",
+     "set it once"},
+    {"signal-without-callback", "CTVServiceSubscriber::SubscribeSignal, module tuner, ",
+     "call SetSignalCallback() first"},
+    {"signal-refused", "CTVServiceSubscriber::SubscribeSignal(type = 0), module tuner, ", "the service refused type 0"},
+    {"signal-foreign", "CTVServiceSubscriber::UnsubscribeSignal(type = 0), module tuner, ", "has not subscribed"},
+    {"signal-thread", "CTVServiceSubscriber::SubscribeSignal, module tuner, ", "called off the main-loop thread"},
+    {"name-shared", "CTVServiceSubscriber::SubscribeSignal, module tuner, ",
+     "OnSignal (trace-modules) of another object, and OnOtherSignal (trace-modules) is never called"},
+    {"program-without-callback", "CTVServiceSubscriber::SubscribeProgram, module list, ",
+     "this object has no programme callback"},
+    {"program-foreign", "CTVServiceSubscriber::UnSubscribeProgram(handle = 77), module guide, ",
+     "no subscription has this handle"},
+    {"section-twice", "CTVServiceSubscriber::SetSectionCallback(cb = OnSection", "set it once"},
+    {"section-without-callback", "CTVServiceSubscriber::SubscribeSection, module list, ",
+     "call SetSectionCallback() first"},
+    {"pes-refused", "CTVServiceSubscriber::SubscribePES, module meter, ", "to an earlier module"},
+    {"pes-null", "CTVServiceSubscriber::SubscribePES(cb = null), module teletext, ", "without a callback"},
+    {"pes-foreign", "CTVServiceSubscriber::UnsubscribePES, module teletext, ", "has not subscribed"},
+    {"attach-twice", "CTVServiceSubscriber::AttachDsm, module data, ", "attaches once in its life"},
+    {"detach-before-attach", "CTVServiceSubscriber::DetachDsm, module data, ", "no module has attached"},
+    {"dsm-before-attach", "CTVServiceSubscriber::GetDsmInstance, ", "no module has attached"},
+    {"pvr-null", "CPvrServiceSubscriber::RegisterPvrCb(callback = null), module recorder, ", "needs a callback"},
+    {"pvr-twice", "CPvrServiceSubscriber::RegisterPvrCb(callback = OnResult (trace-modules)), module light, ",
+     "registered already, by module recorder"},
+    {"pvr-foreign", "CPvrServiceSubscriber::UnRegisterPvrStateCb(callback = OnPvrState", "is not registered"},
+    {"pvr-inside", "CPvrServiceSubscriber::RegisterPvrStateCb, module inner, called by RegisterPvrInside",
+     "holds pvrMutex"},
+    {"pvr-kept", "CPvrServiceSubscriber::UnRegisterPvrCb(callback = OnResult", "the service refused"},
+    {"state-null", "CLumioStateSubscriber::RegisterLumioStateChangeCb(callback = null), module light, ",
+     "needs a callback"},
+    {"state-foreign", "CLumioStateSubscriber::UnregisterLumioStateChangeCb(callback = OnState", "is not registered"},
+    {"register-inside", "CLumioStateSubscriber::RegisterLumioStateChangeCb, module inner, called by RegisterInside",
+     "holds viewerMutex"},
+    {"announce-inside", "CLumioStateSubscriber::HandleStateChanged, called by AnnounceInside", "holds viewerMutex"},
+    {"unload", "dlclose(handler = OnKey (libtrace-unloaded.so)), module menu, ", "delete it before"},
+    {"shutdown-subscribed", "ecore_shutdown(signal = type 0, profile 1, screen 0), module tuner, ", "ReleaseAll()"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, TraceMistake, testing::ValuesIn(kWrongUses), [](const auto &use) {
+  std::string name = use.param.scenario;
+  for (char &letter : name) {
+    letter = letter == '-' ? '_' : letter;
+  }
+  return name;
+});
+
+#ifndef __SANITIZE_ADDRESS__ // it replaces free() and tells of these itself
+TEST(TraceMistakes, AreFreeingWhatTheLibraryFrees) {
+  EXPECT_THAT(RunModules("banner-freed-again").trace,
+              AllOf(HasSubstr(" MISTAKE  free(data = 0x"), HasSubstr("called by BannerFreedAgain (trace-modules)\n"),
+                    HasSubstr("the library has freed it")));
+  EXPECT_THAT(RunModules("banner-freed-before").trace,
+              AllOf(HasSubstr(" MISTAKE  free(data = 0x"), HasSubstr("it belongs to the library")));
+}
+#endif
+
+TEST(TraceMistakes, EndTheProgramWhenThatIsAskedFor) {
+  EXPECT_EQ(RunModules("add-priority", {"--abort"}).status, -SIGABRT);
+  EXPECT_EQ(RunModules("add-priority").status, 0);
+  EXPECT_EQ(RunModules("ask-three", {"--abort"}).status, 0);
+}
+
+} // namespace
