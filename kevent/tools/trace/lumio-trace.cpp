@@ -123,9 +123,9 @@ std::string SanitizerOf(const std::string &program) {
   return "";
 }
 
-std::string Preload(const std::string &own, const std::string &before, const std::string &sanitizer) {
+std::string Preload(const std::string &own, const std::string &before, const std::string &program) {
   std::string preload;
-  for (const std::string &library : {sanitizer, before, own}) {
+  for (const std::string &library : {SanitizerOf(program), SanitizerOf(own), before, own}) {
     if (!library.empty() && preload.find(library) == std::string::npos) {
       preload += (preload.empty() ? "" : ":") + library;
     }
@@ -145,7 +145,7 @@ int Run(Options &options, char **command) {
   }
   const char *before = getenv("LD_PRELOAD");
   options.preload = before ? before : "";
-  setenv("LD_PRELOAD", Preload(library, options.preload, SanitizerOf(FindProgram(command[0]))).c_str(), 1);
+  setenv("LD_PRELOAD", Preload(library, options.preload, FindProgram(command[0])).c_str(), 1);
   setenv(lumio::trace::kVariable, Write(options).c_str(), 1);
   execvp(command[0], command);
   const int error = errno;
