@@ -1,5 +1,6 @@
 // Keys of named input devices travel through a real X server and Ecore to the handlers of an application.
 #include <kevent.h>
+#include <lumio-host/testing.h>
 
 #include <gmock/gmock.h>
 
@@ -25,7 +26,6 @@
 #include "display.h"
 #include "fake_dlog.h"
 #include "fake_vconf.h"
-#include "loop.h"
 
 using lumio::Plug;
 using lumio::PrivateDisplay;
@@ -34,6 +34,7 @@ using lumio::device::kHardwareKeys;
 using lumio::device::kPanelKeys;
 using lumio::device::kRemoteControl;
 using lumio::device::kTouchRemote;
+using lumio::testing::TurnLoopUntil;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

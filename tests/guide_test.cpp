@@ -7,6 +7,7 @@
 
 #include <Ecore.h>
 #include <lumio-host/pvr-control.h>
+#include <lumio-host/testing.h>
 #include <lumio-host/tv-control.h>
 #include <vconf.h>
 
@@ -14,8 +15,10 @@
 
 #include <memory>
 
-#include "loop.h"
 #include "temporary_directory.h"
+
+using lumio::testing::TurnLoop;
+using lumio::testing::TurnLoopUntil;
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The bridge from the TV service's threads to the modules on the main loop, tested with signals. The suites of the
 // other kinds test what they do differently.
 #include <TVServiceSubscriber.h>
+#include <lumio-host/testing.h>
 
 #include <gmock/gmock.h>
 
@@ -12,9 +13,10 @@
 #include "fake_kestrel.h"
 #include "fake_memory.h"
 #include "fake_tv_service.h"
-#include "loop.h"
 #include "short_memory.h"
 
+using lumio::testing::TurnLoopUntil;
+using lumio::testing::WaitForServices;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
@@ -126,7 +128,7 @@ TEST_F(TvsBridge, DropsASignalWhenNothingIsSetUp) {
   EXPECT_EQ(Notify(1), 0);
   EXPECT_THAT(LogMessages(), ElementsAre("16 No subscriptions !"));
   EXPECT_THAT(LockCalls(), IsEmpty());
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Module::m_eventType[0], 0);
 }
 
@@ -191,14 +193,14 @@ TEST_F(TvsBridge, DoesNothingToTheLoopOnAThreadButWakeIt) {
   EXPECT_THAT(OwnHandlers(), IsEmpty());
   EXPECT_EQ(Module::m_eventType[0], 0);
   EXPECT_THAT(LockCalls(), IsEmpty());
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(1));
 }
 
 TEST_F(TvsBridge, CallsModulesOnTheMainLoopThreadWithTheLockReleased) {
   Module module = Subscribed("mod");
   NotifyFromAThread(1);
-  HandleAll();
+  WaitForServices();
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].thread, std::this_thread::get_id());
   EXPECT_FALSE(g_calls[0].lock_held);
@@ -211,7 +213,7 @@ TEST_F(TvsBridge, LogsInTheNameOfWhatIsCalled) {
   module.SetSignalCallback(OnTTSignal);
   module.SubscribeSignal(kType, nullptr, PROFILE_MAIN, 0);
   Notify(2);
-  HandleAll();
+  WaitForServices();
   module.UnsubscribeSignal(kType, PROFILE_MAIN, 0);
   Module::ReleaseAll();
   EXPECT_THAT(LogFunctions(),
@@ -235,13 +237,13 @@ TEST_F(TvsBridge, WakesTheLoopOnceForAllThatIsQueued) {
   NotifyFromAThread(1000);
   expected.push_back(1000);
   EXPECT_EQ(WakeUps(), 1);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(ValuesTold(), expected);
 
   ClearEcorePosts();
   NotifyFromAThread(1001);
   EXPECT_EQ(WakeUps(), 1) << "one more, for the notification that came afterwards";
-  HandleAll();
+  WaitForServices();
   expected.push_back(1001);
   EXPECT_EQ(ValuesTold(), expected);
 }
@@ -261,7 +263,7 @@ TEST_F(TvsBridge, PostsOnTheMainLoopThreadAfterWhatIsQueued) {
   EXPECT_THAT(EcorePosts(), SizeIs(3));
   NotifyFromAThread(4);
   EXPECT_EQ(WakeUps(), 1) << "the pending wake-up serves later notifications too";
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(1, 2, 3, 4));
 }
 
@@ -297,14 +299,14 @@ TEST_F(TvsBridge, KeepsTheOrderOfArrivalAcrossKinds) {
     Module::t_ProgramCallback(PROGRAM_CHANGE_LIST, nullptr, 0, 1);
     Notify(2);
   }).join();
-  HandleAll();
+  WaitForServices();
   const int signal = Module::m_eventType[0];
   const int program = Module::m_eventType[5];
   std::vector<int> types;
   for (const EcorePost &post : EcorePosts()) {
     types.push_back(post.type);
   }
-  types.pop_back(); // HandleAll's own
+  types.pop_back(); // WaitForServices's own
   EXPECT_THAT(types, ElementsAre(signal, program, signal));
 }
 
@@ -333,7 +335,7 @@ TEST_F(TvsBridge, TellsTheThreeArgumentCallback) {
   Module module = Subscribed("mod", &a_);
   ClearLog();
   Module::t_SignalCallback(kType, PROFILE_MAIN, 0, {71, 72}, nullptr);
-  HandleAll();
+  WaitForServices();
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].form, 3);
   EXPECT_EQ(g_calls[0].type, kType);
@@ -350,7 +352,7 @@ TEST_F(TvsBridge, TellsTheFiveArgumentCallback) {
   module.SubscribeSignal(kType, &a_, PROFILE_PIP, 65535);
   ClearLog();
   Module::t_SignalCallback(kType, PROFILE_PIP, 65535, {71, 72}, nullptr);
-  HandleAll();
+  WaitForServices();
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].form, 5);
   EXPECT_EQ(g_calls[0].type, kType);
@@ -370,7 +372,7 @@ TEST_F(TvsBridge, TellsBothCallbacksTheShorterFirst) {
   module.SetSignalCallback(OnSignal);
   module.SubscribeSignal(kType, &a_, PROFILE_MAIN, 0);
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3), Field(&Call::form, 5)));
   EXPECT_THAT(Told(), ElementsAre(&a_, &a_));
 }
@@ -379,7 +381,7 @@ TEST_F(TvsBridge, TellsTheModulesInTheOrderOfTheirSubscriptions) {
   Module first = Subscribed("z", &a_);
   Module second = Subscribed("a", &b_);
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
 }
 
@@ -387,7 +389,7 @@ TEST_F(TvsBridge, TellsAModuleOncePerSubscription) {
   Module module = Subscribed("mod", &a_);
   module.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&b_, &b_)) << "with the latest user data";
 }
 
@@ -397,7 +399,7 @@ TEST_F(TvsBridge, TellsOnlySubscribersOfTheKey) {
   Notify(2, kType, PROFILE_PIP);
   Notify(3, kType, PROFILE_MAIN, 1);
   Notify(4, static_cast<ESignalType>(kType + 1));
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, IsEmpty());
   EXPECT_THAT(EcorePosts(), SizeIs(Ge(4U))) << "posted, but delivered to nobody";
 }
@@ -407,7 +409,7 @@ TEST_F(TvsBridge, TellsEachKeysSubscribersTheirOwnUserData) {
   module.SubscribeSignal(SIGNAL_TYPE_LOCK, &b_, PROFILE_MAIN, 0);
   Notify(1, SIGNAL_TYPE_LOCK);
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&b_, &a_));
 }
 
@@ -415,7 +417,7 @@ TEST_F(TvsBridge, CallsWhatTheCopyHolds) {
   Module module = Subscribed("mod");
   module.SetSignalCallback(OnTTSignal); // too late
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3)));
 }
 
@@ -424,7 +426,7 @@ TEST_F(TvsBridge, ReportsMissingUserDataAndTellsNull) {
   Module::m_GetSubscriber("mod", "signal")->m_signalUserData.clear();
   ClearLog();
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(nullptr));
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre("16 eSignalType 5", "16 user data is not set for the signal : 5,profile:1, screen 0",
@@ -437,7 +439,7 @@ TEST_F(TvsBridge, PassesOverACopyWithoutCallbacksAndASubscriptionWithoutACopy) {
   Module::m_pSignalSubscriptions->emplace(TSignalInfo{kType, PROFILE_MAIN, 0}, nullptr);
   Module other = Subscribed("other", &b_);
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&b_));
 }
 
@@ -445,7 +447,7 @@ TEST_F(TvsBridge, TakesTheLockWithoutCreatingIt) {
   Module module = Subscribed("mod");
   ClearLockCalls();
   Notify(1);
-  HandleAll();
+  WaitForServices();
   const std::vector<std::string> calls = LockCalls();
   ASSERT_GE(calls.size(), 2U);
   EXPECT_EQ(calls.size() % 2, 0U);
@@ -462,7 +464,7 @@ TEST_F(TvsBridge, IsSilentAfterARelease) {
   Module::ReleaseAll();
   ClearLog();
   ClearLockCalls();
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, IsEmpty());
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), IsEmpty());
@@ -497,10 +499,10 @@ TEST_F(TvsBridge, ModuleSubscribesInACallback) {
     Subscribed("other", &b_);
   };
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_)) << "the other module subscribed too late for this notification";
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_, &a_, &b_));
 }
 
@@ -512,7 +514,7 @@ TEST_F(TvsBridge, ModuleReplacesUserDataInACallback) {
     second.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   };
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(nullptr, &b_));
 }
 
@@ -525,10 +527,10 @@ TEST_F(TvsBridge, ModuleUnsubscribesInACallback) {
     second.UnsubscribeSignal(kType, PROFILE_MAIN, 0);
   };
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_, &b_)) << "both were subscribed when the delivery began";
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, SizeIs(2));
 }
 
@@ -538,7 +540,7 @@ TEST_F(TvsBridge, ModuleReleasesAllInACallback) {
   g_during = Module::ReleaseAll;
   Notify(1);
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
@@ -549,7 +551,7 @@ TEST_F(TvsBridge, ModuleReleasesAllInTheFirstOfItsTwoCallbacks) {
   module.SubscribeSignal(kType, nullptr, PROFILE_MAIN, 0);
   g_during = Module::ReleaseAll;
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3)));
 }
 
@@ -558,13 +560,13 @@ TEST_F(TvsBridge, ReadsTheFiveArgumentCallbackWhenItsTurnComes) {
   Module *copy = Module::m_GetSubscriber("mod", "signal");
   g_during = [copy] { copy->m_ttSignalCallback = copy->m_ttSignalCallback ? nullptr : OnTTSignal; };
   Notify(1); // sets it in the first call and clears it in the second
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3), Field(&Call::form, 5)));
   EXPECT_THAT(Told(), ElementsAre(&a_, &a_));
   copy->m_ttSignalCallback = OnTTSignal;
   g_calls.clear();
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3))) << "cleared before its turn";
 }
 
@@ -579,10 +581,10 @@ TEST_F(TvsBridge, ModuleReleasesAllAndSubscribesAnewInACallback) {
     next.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
   };
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_));
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
 }
 
@@ -600,7 +602,7 @@ TEST_F(TvsBridge, ModuleRunsALoopInACallbackInWhichAllIsReleased) {
   };
   Notify(1);
   TurnLoopUntil([] { return !g_calls.empty(); }); // no other event may be queued: Ecore complains about it
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
@@ -617,7 +619,7 @@ TEST_P(TvsBridgeRelease, BeforeTheLockIsTaken) {
   Module module = Subscribed("mod");
   Notify(1);
   BeforeNthLock(GetParam(), Module::ReleaseAll);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, IsEmpty());
 }
 
@@ -629,7 +631,7 @@ TEST_P(TvsBridgeRelease, BeforeTheLockIsTakenThatSomebodyElseMadeAnew) {
     Module::ReleaseAll();
     other.SetProgramCallback(OnProgram);
   });
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, IsEmpty());
 }
 
@@ -644,7 +646,7 @@ TEST_F(TvsBridge, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   });
   Module::ReleaseAll();
   NotifyFromAThread(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
@@ -657,11 +659,11 @@ TEST_F(TvsBridge, PassesOverASignalWhenTheClosedLockCannotBeMadeAgain) {
   Module::ReleaseAll();
   RefuseNextCreate();
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), IsEmpty());
   EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
   Notify(2);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_));
 }
 
@@ -674,7 +676,7 @@ TEST_P(TvsBridgeRefusals, DoNotKeepASignalFromItsModules) {
   Module second = Subscribed("second", &b_);
   Notify(1);
   RefuseLocks(GetParam());
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), ElementsAre(&a_, &b_));
   EXPECT_EQ(LogCount("16 No subscriptions !"), 0);
 }
@@ -686,12 +688,12 @@ TEST_F(TvsBridge, DropsASignalWhenTheLockAlwaysRefusesAndTriesTheNextAnew) {
   Notify(1);
   Notify(2);
   RefuseLocks(kAlways);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Told(), IsEmpty());
   EXPECT_EQ(LogCount("16 No subscriptions !"), 2);
   RefuseLocks(0);
   Notify(3);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(3));
 }
 
@@ -700,7 +702,7 @@ TEST_F(TvsBridge, DropsTheRestOfASignalWhenTheLockRefusesFromACallbackOn) {
   Module second = Subscribed("second", &b_);
   g_during = [] { RefuseLocks(kAlways); };
   Notify(1);
-  HandleAll();
+  WaitForServices();
   RefuseLocks(0);
   EXPECT_THAT(Told(), ElementsAre(&a_));
   EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
@@ -717,7 +719,7 @@ TEST_F(TvsBridge, DropsASignalOnAThreadWhenMemoryIsShort) {
     FailFirstAllocations(2, [&] { answers.push_back(Notify(static_cast<int>(answers.size()))); });
   }).join();
   EXPECT_THAT(answers, ElementsAre(0, 0, 1));
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(2));
   EXPECT_EQ(LogCount("16 No subscriptions !"), 2);
 }
@@ -736,7 +738,7 @@ TEST_F(TvsBridge, DropsASignalOnTheMainLoopThreadWhenMemoryIsShort) {
   EXPECT_GE(failures, 3) << "the record, Ecore's event type and its handler";
   EXPECT_EQ(LogCount("16 No subscriptions !") + static_cast<int>(accepted), failures + 1);
   EXPECT_GE(LogCount("16 No subscriptions !"), 3);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(g_calls, SizeIs(accepted));
 }
 
@@ -745,7 +747,7 @@ TEST_F(TvsBridge, DropsASignalThatTheLoopDoesNotTake) {
   RefuseNextPost();
   EXPECT_EQ(Notify(1), 0);
   EXPECT_EQ(Notify(2), 1);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(2));
   EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
 }
@@ -755,7 +757,7 @@ TEST_F(TvsBridge, DropsAQueuedSignalThatTheLoopDoesNotTake) {
   NotifyFromAThread(1);
   NotifyFromAThread(2);
   RefuseNextPost();
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(ValuesTold(), ElementsAre(2));
   EXPECT_EQ(LogCount("16 No subscriptions !"), 1);
 }
@@ -763,7 +765,7 @@ TEST_F(TvsBridge, DropsAQueuedSignalThatTheLoopDoesNotTake) {
 TEST_F(TvsBridge, DropsASignalInTheHandlerWhenMemoryIsShort) {
   Module module = Subscribed(kLongName);
   Notify(1);
-  HandleAll();
+  WaitForServices();
   g_calls.clear();
   ClearLog();
   TSignalEvent event = {kType, {2, 0}, PROFILE_MAIN, 0, nullptr};

@@ -1,13 +1,14 @@
 // The library with the desktop's TV service and lock: refusals, late answers, and notifications that arrive in the
 // middle of a call.
 #include <TVServiceSubscriber.h>
+#include <lumio-host/testing.h>
 #include <lumio-host/tv-control.h>
 
 #include <gmock/gmock.h>
 
-#include "loop.h"
 #include "told.h"
 
+using lumio::testing::WaitForServices;
 using lumio::tv::DuringNext;
 using lumio::tv::Operation;
 using lumio::tv::RefuseNext;
@@ -81,7 +82,7 @@ protected:
 
   static std::vector<std::string> Everything() {
     lumio::tv::Flush();
-    HandleAll();
+    WaitForServices();
     return g_told.All();
   }
 

@@ -1,5 +1,6 @@
 // Programme subscriptions: each has a handle, whichever operation made it.
 #include <TVServiceSubscriber.h>
+#include <lumio-host/testing.h>
 
 #include <gmock/gmock.h>
 
@@ -11,9 +12,9 @@
 #include "fake_ecore_post.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
-#include "loop.h"
 #include "short_memory.h"
 
+using lumio::testing::WaitForServices;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -374,7 +375,7 @@ TEST_F(TvsProgram, DropsANotificationWhenNothingIsSetUp) {
   Notify(100);
   EXPECT_THAT(LogMessages(), ElementsAre("16 no subscription for program !"));
   EXPECT_THAT(LockCalls(), IsEmpty());
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Module::m_eventType[5], 0);
 }
 
@@ -407,7 +408,7 @@ TEST_F(TvsProgram, TellsTheModuleOfTheHandle) {
   TCProgramData data;
   std::thread([&] { Module::t_ProgramCallback(PROGRAM_CHANGE_FOLLOWING, &data, 6, 101); }).join();
   EXPECT_THAT(g_calls, IsEmpty());
-  HandleAll();
+  WaitForServices();
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].module, 'b');
   EXPECT_EQ(g_calls[0].change, PROGRAM_CHANGE_FOLLOWING);
@@ -427,14 +428,14 @@ TEST_F(TvsProgram, TellsTheFirstModuleOfAHandleThatCameAgain) {
   fake_tv_service.next_handle = 100;
   SubscribeItem(b, handle_);
   Notify(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
 TEST_F(TvsProgram, TellsNobodyOfAnUnknownHandle) {
   Module module = WithCallback("mod");
   Notify(1);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
@@ -444,7 +445,7 @@ TEST_F(TvsProgram, TellsNobodyAfterTheEndOfTheSubscription) {
   SubscribeItem(module, handle_);
   Notify(100);
   module.UnSubscribeProgram(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
 }
 
@@ -454,7 +455,7 @@ TEST_F(TvsProgram, GoesOnTellingWhenTheServiceRefusesToEnd) {
   fake_tv_service.answers["program.UnsubscribeProgram"] = 0;
   module.UnSubscribeProgram(100);
   Notify(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -465,7 +466,7 @@ TEST_F(TvsProgram, CallsACallbackThatIsNull) {
   EXPECT_DEATH(
       {
         Notify(100);
-        HandleAll();
+        WaitForServices();
       },
       "");
 }
@@ -474,7 +475,7 @@ TEST_F(TvsProgram, LetsANotificationThroughWhileTheServiceIsAsked) {
   Module module = WithCallback("mod");
   fake_tv_service.during["program.SubscribeProgram"] = [] { std::thread([] { Notify(100); }).join(); };
   SubscribeItem(module, handle_);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a") << "delivered after the subscription was complete";
 }
 
@@ -485,7 +486,7 @@ TEST_F(TvsProgram, IsSilentAfterARelease) {
   Module::ReleaseAll();
   ClearLog();
   ClearLockCalls();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), IsEmpty());
@@ -498,7 +499,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   Notify(100);
   Notify(100);
   BeforeNextLock(Module::ReleaseAll);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
 }
 
@@ -510,7 +511,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTake
     Module::ReleaseAll();
     Module("other").SubscribePES(nullptr, nullptr);
   });
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
 }
 
@@ -523,7 +524,7 @@ TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   });
   Module::ReleaseAll();
   Notify(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -536,11 +537,11 @@ TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
     module.UnSubscribeProgram(100);
   };
   Notify(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(Subscriptions(), ElementsAre(Pair(101, "mod")));
   Notify(101);
   Notify(101);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "aa");
 }
 
@@ -550,7 +551,7 @@ TEST_F(TvsProgram, IsToldAlthoughTheLockRefusesForAWhile) {
   for (const int refusals : {1, 100}) {
     Notify(100);
     RefuseLocks(refusals);
-    HandleAll();
+    WaitForServices();
   }
   EXPECT_EQ(Told(), "aa");
 }
@@ -561,12 +562,12 @@ TEST_F(TvsProgram, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextAnew
   ClearLog();
   Notify(100);
   RefuseLocks(kAlways);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), ElementsAre("16 no subscription for program !"));
   RefuseLocks(0);
   Notify(100);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -575,7 +576,7 @@ TEST_F(TvsProgram, DropsANotificationWhenMemoryIsShort) {
   SubscribeItem(module, handle_);
   // The record, and Ecore's wake-up.
   std::thread([] { FailFirstAllocations(2, [] { Notify(100); }); }).join();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
   EXPECT_EQ(LogCount("16 no subscription for program !"), 2);
 }
@@ -584,7 +585,7 @@ TEST_F(TvsProgram, DropsAQueuedNotificationThatTheLoopDoesNotTake) {
   Module module = WithCallback("mod");
   std::thread([] { Notify(100); }).join();
   RefuseNextPost();
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(LogMessages(), ElementsAre("16 no subscription for program !"));
 }
 

@@ -1,5 +1,6 @@
 // PES and caption subscriptions: one at the TV service, and a set of module names in the library.
 #include <TVServiceSubscriber.h>
+#include <lumio-host/testing.h>
 
 #include <gmock/gmock.h>
 
@@ -11,9 +12,9 @@
 #include "fake_ecore_post.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
-#include "loop.h"
 #include "short_memory.h"
 
+using lumio::testing::WaitForServices;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -199,7 +200,7 @@ TYPED_TEST(TvsStream, RepeatedSubscriptionReplacesCallbackAndUserData) {
   EXPECT_TRUE(this->template Subscribe<'b'>(module, &this->b_));
   EXPECT_THAT(*TypeParam::Names(), SizeIs(1));
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "b");
   EXPECT_EQ(g_calls[0].user_data, &this->b_);
   ClearServiceCalls();
@@ -352,7 +353,7 @@ TYPED_TEST(TvsStream, ObjectsOfOneNameAreOneModule) {
   this->template Subscribe<'a'>(first);
   this->template Subscribe<'b'>(second);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "b");
   EXPECT_TRUE(TypeParam::Unsubscribe(first));
   EXPECT_EQ(TypeParam::Names(), nullptr);
@@ -365,7 +366,7 @@ TYPED_TEST(TvsStream, DropsANotificationWhenNothingIsSetUp) {
   this->Notify();
   EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
   EXPECT_THAT(LockCalls(), IsEmpty());
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Module::m_eventType[TypeParam::kIndex], 0);
 }
 
@@ -400,7 +401,7 @@ TYPED_TEST(TvsStream, PostsARecordWithACopyOfTheData) {
   EXPECT_NE(record->data, &data);
   EXPECT_EQ(record->data->pts, data.pts);
   EXPECT_EQ(record->data->payload, data.payload);
-  HandleAll(); // releases the copy
+  WaitForServices(); // releases the copy
 }
 
 TYPED_TEST(TvsStream, TellsTheModule) {
@@ -415,7 +416,7 @@ TYPED_TEST(TvsStream, TellsTheModule) {
     TypeParam::Notify(data, nullptr);
   }).join();
   EXPECT_THAT(g_calls, IsEmpty());
-  HandleAll();
+  WaitForServices();
   ASSERT_THAT(g_calls, SizeIs(1));
   EXPECT_EQ(g_calls[0].pts, 12U);
   EXPECT_EQ(g_calls[0].payload, std::vector<unsigned char>(100000, 7));
@@ -433,7 +434,7 @@ TYPED_TEST(TvsStream, TellsEveryMemberOfTheData) {
   TypeParam::Subscribe(
       module, [](typename TypeParam::Data &arrived, void *) { told = arrived; }, nullptr);
   TypeParam::Notify(data, nullptr);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(TypeParam::Members(told), TypeParam::Members(data));
 }
 
@@ -443,7 +444,7 @@ TYPED_TEST(TvsStream, TellsTheModulesInTheOrderOfTheirNamesWithTheSameData) {
   this->template Subscribe<'c'>(c);
   this->template Subscribe<'a'>(a);
   this->Notify(5);
-  HandleAll();
+  WaitForServices();
   ASSERT_EQ(Told(), "acb");
   EXPECT_EQ(g_calls[1].data, g_calls[0].data);
   EXPECT_EQ(g_calls[2].data, g_calls[0].data);
@@ -456,7 +457,7 @@ TYPED_TEST(TvsStream, ReportsAModuleWithoutACallbackAndGoesOn) {
   this->template Subscribe<'b'>(b);
   ClearLog();
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre(this->Message("16 failed to find % subscription instance : name = a")));
   EXPECT_EQ(Told(), "b");
@@ -468,7 +469,7 @@ TYPED_TEST(TvsStream, LogsInTheNameOfWhatIsCalled) {
   TypeParam::Unsubscribe(module);
   TypeParam::Subscribe(module, nullptr, nullptr);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   const auto &[notify, unsubscribe, subscribe] = TypeParam::kFunctions;
   EXPECT_THAT(LogFunctions(), ElementsAre(notify, unsubscribe, subscribe, "m_DeferredEventHandler"));
   EXPECT_THAT(LogLines(), testing::Each(testing::Field(&LogLine::file, "TVServiceSubscriber.cpp")));
@@ -480,7 +481,7 @@ TYPED_TEST(TvsStream, ReportsANameWithoutACopy) {
   TypeParam::Names()->insert("nobody");
   ClearLog();
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_THAT(LogMessages(), ElementsAre(this->Message("16 failed to find % subscription instance : name = nobody")));
   EXPECT_EQ(Told(), "a");
 }
@@ -492,7 +493,7 @@ TYPED_TEST(TvsStream, DoesNotTellTheOtherStream) {
   TSCaption caption;
   Module::t_PesDataCallback(packet, nullptr);
   Module::t_CaptionCallback(caption, nullptr);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -505,7 +506,7 @@ TYPED_TEST(TvsStream, HandlerReleasesTheRecordsData) {
   Module module("mod");
   this->template Subscribe<'a'>(module);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   g_during = [] { EXPECT_TRUE(released); };
   typename TypeParam::Event event = {new Derived};
   EXPECT_EQ(Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event), 0);
@@ -520,7 +521,7 @@ TYPED_TEST(TvsStream, IsSilentAfterTheEndOfTheStream) {
   TypeParam::Unsubscribe(module);
   ClearLog();
   ClearLockCalls();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), IsEmpty());
@@ -532,7 +533,7 @@ TYPED_TEST(TvsStream, IsSilentAfterARelease) {
   this->Notify();
   Module::ReleaseAll();
   ClearLockCalls();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LockCalls(), IsEmpty());
 }
@@ -541,7 +542,7 @@ TYPED_TEST(TvsStream, LetsANotificationThroughWhileTheServiceIsAsked) {
   Module module("mod");
   fake_tv_service.during[this->Service("Subscribe")] = [this] { std::thread([this] { this->Notify(); }).join(); };
   this->template Subscribe<'a'>(module);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -557,7 +558,7 @@ TYPED_TEST(TvsStream, ModuleUnsubscribesInItsCallback) {
     EXPECT_TRUE(TypeParam::Unsubscribe(b));
   };
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "ab") << "both were subscribed when the delivery began";
 }
 
@@ -569,10 +570,10 @@ TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
     EXPECT_TRUE(this->template Subscribe<'b'>(b));
   };
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a") << "the other module subscribed too late for this notification";
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "aab");
 }
 
@@ -585,7 +586,7 @@ TYPED_TEST(TvsStream, ModuleReplacesTheNextOnesCallbackInItsCallback) {
     this->template Subscribe<'c'>(b);
   };
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "ac");
 }
 
@@ -597,7 +598,7 @@ TYPED_TEST(TvsStream, ModuleReleasesAllInItsCallback) {
   g_during = Module::ReleaseAll;
   this->Notify();
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
                                          this->Message("16 failed to find % subscription instance : name = b")));
@@ -615,12 +616,12 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndSubscribesAnewInItsCallback) {
   typename TypeParam::Data data;
   data.pts = 5;
   TypeParam::Notify(data, nullptr);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "ac") << "a module is looked up by its name when its turn comes";
   EXPECT_EQ(g_calls[1].pts, 6U) << "the same data, as the first module left it";
   EXPECT_EQ(g_calls[1].user_data, &this->b_);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "acc");
 }
 
@@ -637,7 +638,7 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndTheLastSubscribesAnewInItsCallback) {
     this->template Subscribe<'d'>(c);
   };
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "ad");
   EXPECT_EQ(LogCount(this->Message("16 failed to find % subscription instance : name = b")), 1);
 }
@@ -650,7 +651,7 @@ TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedJustBeforeTheNamesAreCopied) {
   this->Notify();
   this->Notify();
   BeforeNextLock(Module::ReleaseAll);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
 }
 
@@ -663,7 +664,7 @@ TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeTheNa
     EProgramMonitoringType type;
     Module("other").MonitoringType(type); // takes the lock and leaves it created
   });
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
 }
 
@@ -673,7 +674,7 @@ TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
   ClearLog();
   this->Notify();
   BeforeNextLock([] { BeforeNextLock(Module::ReleaseAll); });
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
                                          this->Message("16 failed to find % subscription instance : name = mod")));
@@ -685,7 +686,7 @@ TYPED_TEST(TvsStream, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   BeforeNextDestroy([&] { this->template Subscribe<'a'>(module); });
   Module::ReleaseAll();
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -697,7 +698,7 @@ TYPED_TEST(TvsStream, IsToldAlthoughTheLockRefusesForAWhile) {
   for (const int refusals : {1, 100}) {
     this->Notify();
     RefuseLocks(refusals);
-    HandleAll();
+    WaitForServices();
   }
   EXPECT_EQ(Told(), "aa");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 0);
@@ -711,7 +712,7 @@ TYPED_TEST(TvsStream, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextA
   Module module("mod");
   this->template Subscribe<'a'>(module);
   this->Notify();
-  HandleAll(); // creates the event type
+  WaitForServices(); // creates the event type
   RefuseLocks(kAlways);
   typename TypeParam::Event event = {new Derived};
   Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event);
@@ -720,7 +721,7 @@ TYPED_TEST(TvsStream, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextA
   EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
   RefuseLocks(0);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "aa");
 }
 
@@ -731,7 +732,7 @@ TYPED_TEST(TvsStream, DropsTheRestOfANotificationWhenTheLockRefusesFromACallback
   ClearLog();
   g_during = [] { RefuseLocks(kAlways); };
   this->Notify();
-  HandleAll();
+  WaitForServices();
   RefuseLocks(0);
   EXPECT_EQ(Told(), "a");
   EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
@@ -743,11 +744,11 @@ TYPED_TEST(TvsStream, DropsANotificationWhenTheLockCannotBeCreated) {
   Module::ReleaseAll();
   RefuseNextCreate();
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
 }
 
@@ -760,7 +761,7 @@ TYPED_TEST(TvsStream, DropsANotificationOnAThreadWhenMemoryIsShort) {
   data.payload.assign(100, 7);
   // The data's copy, its payload, the record, and Ecore's wake-up.
   std::thread([&] { FailFirstAllocations(4, [&] { TypeParam::Notify(data, nullptr); }); }).join();
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 4);
 }
@@ -773,7 +774,7 @@ TYPED_TEST(TvsStream, DropsANotificationThatTheLoopDoesNotTake) {
   this->Notify(2);
   RefuseNextPost();
   this->Notify(3);
-  HandleAll();
+  WaitForServices();
   EXPECT_EQ(Told(), "a");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 2);
 }
@@ -782,7 +783,7 @@ TYPED_TEST(TvsStream, DropsANotificationInTheHandlerWhenMemoryIsShort) {
   Module module(kLongName);
   this->template Subscribe<'a'>(module);
   this->Notify();
-  HandleAll();
+  WaitForServices();
   g_calls.clear();
   g_calls.reserve(1);
   ClearLog();

@@ -1,5 +1,6 @@
 // Notifications of all kinds from four threads at once, with the real lock, while modules subscribe and unsubscribe.
 #include <TVServiceSubscriber.h>
+#include <lumio-host/testing.h>
 
 #include <Ecore.h>
 #include <dlog.h>
@@ -11,10 +12,13 @@
 #include <thread>
 
 #include "fake_tv_service.h"
-#include "loop.h"
 
 // Discards the log, which would be a million lines.
 extern "C" int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
+
+using lumio::testing::TurnLoop;
+using lumio::testing::TurnLoopUntil;
+using lumio::testing::WaitForServices;
 
 namespace {
 
@@ -218,7 +222,7 @@ void RunAll(void (*round)(int), void (*calm_down)()) {
   for (ServiceThread &thread : g_threads) {
     thread.thread.join();
   }
-  HandleAll();
+  WaitForServices();
 }
 
 void CalmDown() { g_calm = true; }

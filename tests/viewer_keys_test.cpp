@@ -3,14 +3,15 @@
 #include "key_watch.h"
 
 #include <Ecore_Input.h>
+#include <lumio-host/testing.h>
 
 #include <gmock/gmock.h>
 
 #include <cstdlib>
 
 #include "key_screen.h"
-#include "loop.h"
 
+using lumio::testing::TurnLoop;
 using testing::ElementsAre;
 
 namespace {

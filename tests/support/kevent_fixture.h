@@ -5,6 +5,7 @@
 #include <Ecore_Input.h>
 #include <gmock/gmock.h>
 #include <kevent.h>
+#include <lumio-host/testing.h>
 
 #include <deque>
 #include <functional>
@@ -16,7 +17,9 @@
 #include "fake_ecore.h"
 #include "fake_vconf.h"
 #include "fake_x.h"
-#include "loop.h"
+
+using lumio::testing::TurnLoop;
+using lumio::testing::TurnLoopUntil;
 
 // A handler whose result the test chooses. Each call notes its name in the journal.
 struct Probe {

@@ -1,7 +1,6 @@
 // Runs one test: brings EFL up and down around it and checks that no file descriptor is left open.
-#include <Ecore.h>
-#include <Ecore_Input.h>
 #include <gmock/gmock.h>
+#include <lumio-host/testing.h>
 
 #include <dirent.h>
 #include <unistd.h>
@@ -10,8 +9,6 @@
 #include <cstdlib>
 #include <set>
 #include <string>
-
-#include "../../platform/host/src/store.h"
 
 namespace {
 
@@ -50,13 +47,11 @@ int main(int argc, char **argv) {
   }
   testing::InitGoogleMock(&argc, argv);
   const std::set<std::string> before = OpenDescriptors();
-  ecore_app_no_system_modules();
-  ecore_init();
-  ecore_event_init();
-  int result = RUN_ALL_TESTS();
-  ecore_event_shutdown();
-  ecore_shutdown();
-  lumio::store::Close(); // the host platform keeps it open as long as the process lives
+  int result = 0;
+  {
+    const lumio::testing::Session session;
+    result = RUN_ALL_TESTS();
+  }
   if (OpenDescriptors() != before) {
     fprintf(stderr, "The test has left file descriptors open.\n");
     result = 1;

@@ -1,10 +1,16 @@
 #include "display.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <fstream>
 #include <map>
 #include <stdexcept>
+#include <system_error>
 
 #include "device_names.h"
+#include "file_descriptor.h"
 #include "injector.h"
 #include "server_process.h"
 #include "temporary_directory.h"
@@ -71,6 +77,19 @@ template <class Value> Value &Find(std::map<std::string, Value> &map, const std:
   return found->second;
 }
 
+// The names of keys that a television's X server has and a desktop's Xlib lacks, in the form of XKEYSYMDB. The codes
+// are those of x_control.cpp.
+constexpr char kKeysyms[] = "XF86RaiseChannel :10090001\nXF86LowerChannel :10090002\n";
+
+// Returns a file in memory that holds the names.
+FileDescriptor WriteKeysyms() {
+  FileDescriptor file(memfd_create("keysyms", MFD_CLOEXEC));
+  if (write(file.Get(), kKeysyms, sizeof kKeysyms - 1) != sizeof kKeysyms - 1) {
+    throw std::system_error(errno, std::generic_category(), "Cannot write a file in memory");
+  }
+  return file;
+}
+
 struct Device {
   int id;
   Injector injector;
@@ -85,6 +104,7 @@ struct PrivateDisplay::State {
   void SetPlug(Device &device, Plug plug);
 
   std::unique_ptr<ServerProcess> server;
+  const FileDescriptor keysyms = WriteKeysyms();
   std::map<std::string, Device> devices; // by name
   std::map<std::string, int> key_codes;  // by name
 };
@@ -141,7 +161,9 @@ PrivateDisplay::~PrivateDisplay() = default;
 const std::string &PrivateDisplay::Name() const { return state_->server->DisplayName(); }
 
 std::vector<std::pair<std::string, std::string>> PrivateDisplay::Environment() const {
-  return {{"DISPLAY", Name()}, {"XKEYSYMDB", LUMIO_KEYSYMS}};
+  // Other processes of the user find the file here as long as this object exists.
+  const std::string keysyms = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(state_->keysyms.Get());
+  return {{"DISPLAY", Name()}, {"XKEYSYMDB", keysyms}};
 }
 
 void PrivateDisplay::Press(const std::string &device, const std::string &key) { state_->Key(device, key, true); }
