@@ -15,7 +15,7 @@ protected:
 };
 
 TEST_F(Journal, ShowsATakenKeyAtOnce) {
-  journal_.Begin("Up", true, 2);
+  journal_.Begin("Up", true, 2, "HWKeys");
   journal_.Answered("menu", false);
   journal_.Answered("channel", true);
   ASSERT_EQ(1U, screen_.journeys.size());
@@ -25,14 +25,14 @@ TEST_F(Journal, ShowsATakenKeyAtOnce) {
   EXPECT_EQ(2, journey.source);
   EXPECT_THAT(journey.asked, ElementsAre("menu", "channel"));
   EXPECT_EQ("channel", journey.taker);
-  EXPECT_FALSE(journey.passed_on);
+  EXPECT_EQ("HWKeys", journey.device);
   EXPECT_GT(journey.time, 0);
   journal_.End();
   EXPECT_EQ(1U, screen_.journeys.size());
 }
 
 TEST_F(Journal, ShowsADeclinedKeyWhenItEnds) {
-  journal_.Begin("Up", false, 0);
+  journal_.Begin("Up", false, 0, "HWKeys");
   journal_.Answered("menu", false);
   EXPECT_THAT(screen_.journeys, IsEmpty());
   journal_.End();
@@ -43,24 +43,24 @@ TEST_F(Journal, ShowsADeclinedKeyWhenItEnds) {
 }
 
 TEST_F(Journal, EndsAKeyWhenTheNextOneBegins) {
-  journal_.Begin("1", true, 0);
-  journal_.Begin("2", true, 0);
+  journal_.Begin("1", true, 0, "HWKeys");
+  journal_.Begin("2", true, 0, "HWKeys");
   ASSERT_EQ(1U, screen_.journeys.size());
   EXPECT_EQ("1", screen_.journeys[0].key);
   EXPECT_THAT(screen_.journeys[0].asked, IsEmpty());
-  EXPECT_FALSE(screen_.journeys[0].passed_on);
+  EXPECT_EQ("dropped: burst", screen_.journeys[0].unasked);
 }
 
 TEST_F(Journal, ShowsAKeyThatWasPassedOn) {
-  journal_.Begin("Up", true, 0);
-  journal_.PassedOn();
+  journal_.Begin("Up", true, 0, "HWKeys");
+  journal_.PassedOn("dropped: stale");
   ASSERT_EQ(1U, screen_.journeys.size());
-  EXPECT_TRUE(screen_.journeys[0].passed_on);
+  EXPECT_EQ("dropped: stale", screen_.journeys[0].unasked);
 }
 
 TEST_F(Journal, IgnoresWhatBelongsToNoKey) {
   journal_.Answered("menu", true);
-  journal_.PassedOn();
+  journal_.PassedOn("dropped: stale");
   journal_.End();
   EXPECT_THAT(screen_.journeys, IsEmpty());
 }

@@ -20,7 +20,8 @@ TEST(ViewerKeys, MayHaveNoName) {
   KeyScreen screen;
   KeyJournal journal(screen);
   KeyDomain domain("module", journal);
-  const KeyWatch watch(journal);
+  const KeySenders senders;
+  const KeyWatch watch(journal, senders);
   std::vector<std::string> asked;
   domain.OnPress(3, [&](const std::string &key) {
     asked.push_back(key);

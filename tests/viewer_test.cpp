@@ -68,12 +68,14 @@ class Viewer : public testing::Test {
 protected:
   Viewer() : x_(XOpenDisplay(display_.Name().c_str()), XCloseDisplay) {}
 
-  void Start() {
+  void Start(const std::vector<std::string> &options = {"--grab"}) {
     Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
-    viewer_ = std::make_unique<lumio::Program>(std::vector<std::string>{LUMIO_VIEWER, "--studio"}, environment);
+    std::vector<std::string> command = {LUMIO_VIEWER, "--studio", "--still"};
+    command.insert(command.end(), options.begin(), options.end());
+    viewer_ = std::make_unique<lumio::Program>(command, environment);
   }
 
   void StartAndTakeKeyboard() {
@@ -96,7 +98,7 @@ protected:
     std::optional<std::string> line;
     do {
       line = viewer_->ReadLine(Deadline());
-    } while (line && line->find("  key  ") == std::string::npos);
+    } while (line && line->find("  key     ") != line->find("  "));
     EXPECT_TRUE(line) << "the viewer prints no line about a key";
     return line.value_or("");
   }
@@ -148,7 +150,7 @@ TEST_F(Viewer, PrintsEachKey) {
   Tap("F5");
   EXPECT_THAT(KeyLine(), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  key     F5 +press    other "
                                                 "device    asked menu, power, volume, channel, info, guide, data, "
-                                                "captions, logger  "
+                                                "captions, panels, logger  "
                                                 "taken by nobody  [0-9]+\\.[0-9]{3} ms$"));
   EXPECT_THAT(KeyLine(), testing::ContainsRegex("  F5 +release  other device    asked menu, logger  taken by nobody"));
 }
@@ -167,9 +169,24 @@ TEST_F(Viewer, TakesTheKeyboardWhenAnotherClientLetsGoOfIt) {
 
 TEST_F(Viewer, RefusesOrdersThatTheStudioDoesNotUnderstand) {
   StartAndTakeKeyboard();
-  for (const char *order : {"", "sing", "record", "record seven", "module"}) {
+  const std::pair<const char *, const char *> orders[] = {
+      {"", "(\"help\" lists the orders)"},
+      {"sing", "(\"help\" lists the orders)"},
+      {"record", "(a number is missing: record PROGRAMME)"},
+      {"record seven", "('seven' is not a number from 0 to 1000000: record PROGRAMME)"},
+      {"record 7x", "('7x' is not a number from 0 to 1000000: record PROGRAMME)"},
+      {"record 99999999999", "('99999999999' is not a number from 0 to 1000000: record PROGRAMME)"},
+      {"lock 2", "('2' is not a number from 0 to 1: lock 1|0)"},
+      {"strength 50", "(a number is missing: strength PERCENT QUALITY)"},
+      {"strength -5 50", "('-5' is not a number from 0 to 100: strength PERCENT QUALITY)"},
+      {"caption", "(text is missing: caption TEXT)"},
+      {"present", "(text is missing: present [HH:MM-HH:MM] TITLE)"},
+      {"present 20:15-20:30", "(text is missing: present [HH:MM-HH:MM] TITLE)"},
+      {"services", "(text is missing: services NAME...)"},
+      {"module 3", "(text is missing: module NUMBER TEXT)"}};
+  for (const auto &[order, why] : orders) {
     viewer_->WriteLine(order);
-    ExpectLine(std::string("not understood: ") + order);
+    ExpectLine("not understood: " + std::string(order) + " " + why);
   }
   viewer_->WriteLine("record 7");
   ExpectLine("start of programme 7: done");

@@ -8,7 +8,7 @@
 
 class KeyScreen : public Presentation {
 public:
-  void Show(const std::string &, const std::string &) override {}
+  void Show(const std::string &, const std::string &, const Details &) override {}
   void Hide(const std::string &) override {}
   void ShowKey(const KeyJourney &journey) override { journeys.push_back(journey); }
 

@@ -39,6 +39,27 @@ struct Remote {
 constexpr std::array<Remote, 2> kRemotes = {
     {{lumio::device::kTouchRemote, "touch remote"}, {lumio::device::kHardwareKeys, "other device"}}};
 
+// What the canvas shows when the item has this text; nothing where it has no place for the item.
+std::string OnCanvas(const std::string &item, const std::string &text) {
+  if (item == "picture") {
+    return text == "moving" ? "(hidden)" : text; // what hides the picture
+  }
+  if (item == "light" && text == "(hidden)") {
+    return "";
+  }
+  const bool is_entry = (item == "menu" || item == "guide") && text != "(hidden)" && text != "loading";
+  if (is_entry) { // the first one is under the cursor
+    const size_t end = text.find("; ");
+    return "[" + text.substr(0, end) + "]" + (end == std::string::npos ? "" : text.substr(end));
+  }
+  return text;
+}
+
+// Whether the line tells of an item that has `text` in what it shows.
+bool Contains(const std::vector<std::string> &line, const std::string &text) {
+  return line.size() == 4 && line[3].find(text) != std::string::npos;
+}
+
 std::string MakePipe(const std::string &path) {
   if (mkfifo(path.c_str(), 0600) != 0) {
     throw std::system_error(errno, std::generic_category(), path);
@@ -47,7 +68,7 @@ std::string MakePipe(const std::string &path) {
 }
 
 std::vector<std::string> ViewerCommand(std::vector<std::string> command, const std::string &guide_file) {
-  command.insert(command.end(), {LUMIO_VIEWER, "--studio", "--guide", guide_file});
+  command.insert(command.end(), {LUMIO_VIEWER, "--studio", "--still", "--grab", "--guide", guide_file});
   return command;
 }
 
@@ -62,13 +83,13 @@ std::map<std::string, std::string> Environment(const lumio::PrivateDisplay &disp
 
 } // namespace
 
-Evening::Evening(const std::string &directory, const std::vector<std::string> &under)
-    : guide_file_(MakePipe(directory + "/evening.guide")), environment_(Environment(display_, directory)),
-      viewer_(ViewerCommand(under, guide_file_), environment_), watch_({LUMIO_VCONF, "watch", kBanners}, environment_) {
-}
+Evening::Evening(const std::string &directory, const std::vector<std::string> &under, bool pictures)
+    : directory_(directory), pictures_(pictures), guide_file_(MakePipe(directory + "/evening.guide")),
+      environment_(Environment(display_, directory)), viewer_(ViewerCommand(under, guide_file_), environment_),
+      watch_({LUMIO_VCONF, "watch", kBanners}, environment_) {}
 
 void Evening::Heading(const std::string &text) {
-  book_.push_back({text, {}});
+  book_.push_back({text, {}, {}, ""});
   std::printf("\n== %s\n", text.c_str());
 }
 
@@ -90,8 +111,13 @@ void Evening::ExpectKey(const std::string &key, const std::string &kind, const s
   // The viewer prints one line per key, in order.
   const Fields found = Find("key", [](const Fields &line) { return line[1] == "key"; });
   slowest_key_ = std::max<std::chrono::duration<double>>(slowest_key_, Clock::now() - pressed_[key]);
+  const Fields drawn = FindCanvas("key");
+  const Fields expected_drawn = {key, kind, kRemotes[remote_].device, "asked " + asked, outcome};
+  book_.back().keys.push_back(key + " " + kind + ": " + outcome);
   Record(key + " " + kind + ": asked " + asked + ", " + outcome,
-         found.size() == expected.size() + 2 && std::equal(expected.begin(), expected.end(), found.begin() + 1));
+         found.size() == expected.size() + 2 && std::equal(expected.begin(), expected.end(), found.begin() + 1) &&
+             drawn.size() == expected_drawn.size() + 5 &&
+             std::equal(expected_drawn.begin(), expected_drawn.end(), drawn.begin() + 4));
 }
 
 void Evening::Tap(const std::string &key, const std::string &asked, const std::string &outcome) {
@@ -104,7 +130,23 @@ void Evening::Tap(const std::string &key, const std::string &asked, const std::s
 void Evening::ExpectScreen(const std::string &item, const std::string &text) {
   const Fields found =
       Find(item, [&](const Fields &line) { return line.size() == 4 && line[2] == item && line[3] == text; });
-  Record(item + " shows \"" + text + "\"", !found.empty());
+  const std::string drawn = OnCanvas(item, text);
+  const bool is_drawn = drawn.empty() || Contains(FindCanvas(item), drawn);
+  Record(item + " shows \"" + text + "\"", !found.empty() && is_drawn);
+}
+
+void Evening::Picture() {
+  if (!pictures_) {
+    return;
+  }
+  Scene &scene = book_.back();
+  scene.picture = "scene-" + std::to_string(book_.size()) + ".png";
+  const std::string file = directory_ + "/" + scene.picture;
+  viewer_.WriteLine("picture " + file);
+  const std::string written = "picture written: " + file;
+  if (Find("studio", [&](const Fields &line) { return line.size() == 4 && line[3] == written; }).empty()) {
+    Record("a picture is taken", false);
+  }
 }
 
 void Evening::Order(const std::string &order) {
@@ -145,14 +187,23 @@ Evening::Fields Evening::Find(const std::string &subject, const std::function<bo
       if (!line) {
         return {};
       }
-      std::printf("   %s\n", line->c_str());
       lines_.push_back(Columns(*line));
+      if (lines_.back().size() < 2 || lines_.back()[1] != "canvas") {
+        std::printf("   %s\n", line->c_str());
+      }
     }
     if (lines_[i].size() > 1 && wanted(lines_[i])) {
       next_[subject] = i + 1;
+      found_ = i;
       return lines_[i];
     }
   }
+}
+
+Evening::Fields Evening::FindCanvas(const std::string &item) {
+  const std::string subject = "canvas of " + item;
+  next_[subject] = found_;
+  return Find(subject, [&](const Fields &line) { return line.size() > 2 && line[1] == "canvas" && line[2] == item; });
 }
 
 Clock::time_point Evening::Deadline() const {
@@ -174,6 +225,10 @@ bool Evening::Summarise() const {
     for (const auto &[what, happened] : scene.expected) {
       std::printf("     %-6s  %s\n", happened ? "ok" : "FAILED", what.c_str());
     }
+  }
+  if (pictures_) {
+    WritePage(directory_ + "/index.html", book_);
+    std::printf("The evening in pictures: %s/index.html\n", directory_.c_str());
   }
   std::printf("%d as expected, %d failed\n", successes_, failures_);
   return failures_ == 0;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "book.h"
 #include "display.h"
 #include "program.h"
 
@@ -15,8 +16,9 @@ using lumio::Clock;
 // Every wait is for a line of the viewer, and fails only after a time that is enough on a heavily loaded machine.
 class Evening {
 public:
-  // Starts the display, the viewer and a watch on its banners. Keeps store, log and programme guide in `directory`.
-  Evening(const std::string &directory, const std::vector<std::string> &under);
+  // Starts the display, the viewer and a watch on its banners. Keeps store, log and programme guide in `directory`, and
+  // with `pictures` a picture of each scene.
+  Evening(const std::string &directory, const std::vector<std::string> &under, bool pictures);
 
   // Begins a scene. Call it before the first expectation.
   void Heading(const std::string &text);
@@ -34,8 +36,12 @@ public:
   // Returns the longest time so far from a press to the line about it.
   std::chrono::duration<double> SlowestKey() const { return slowest_key_; }
 
-  // Expects that the item of the viewer's screen shows `text`, after what was expected of the item before.
+  // Expects that the item of the viewer's screen shows `text`, after what was expected of the item before: on the
+  // console, and in its own way on the canvas.
   void ExpectScreen(const std::string &item, const std::string &text);
+
+  // Takes the picture of the scene, of what the viewer shows now.
+  void Picture();
 
   // Gives an order to the viewer's studio; see viewer/src/studio.cpp.
   void Order(const std::string &order);
@@ -54,22 +60,22 @@ public:
   // Ends the viewer with SIGTERM, as a desktop session does, and waits for it.
   void End();
 
-  // Prints every expectation and whether it was met. Returns whether all of them were.
+  // Prints every expectation and whether it was met, and writes the page with the pictures. Returns whether all were
+  // met.
   bool Summarise() const;
 
 private:
   using Fields = std::vector<std::string>;
 
-  struct Scene {
-    std::string heading;
-    std::vector<std::pair<std::string, bool>> expected; // and whether it was met
-  };
-
   // Returns the next line about this subject that `wanted` accepts; empty if none comes in time.
   Fields Find(const std::string &subject, const std::function<bool(const Fields &)> &wanted);
+  // Returns the first line that says what the canvas has of the item, after the line that was found last.
+  Fields FindCanvas(const std::string &item);
   Clock::time_point Deadline() const;
   void Record(const std::string &what, bool happened);
 
+  std::string directory_;
+  bool pictures_;
   std::string guide_file_;
   lumio::PrivateDisplay display_;
   std::map<std::string, std::string> environment_; // of the viewer and of the processes beside it
@@ -80,7 +86,8 @@ private:
   size_t remote_ = 0;                                // that was used last
   std::map<std::string, Clock::time_point> pressed_; // by key
   std::chrono::duration<double> slowest_key_{};
-  std::vector<Scene> book_;
+  size_t found_ = 0; // the line that was found last
+  Book book_;
   int successes_ = 0;
   int failures_ = 0;
 };

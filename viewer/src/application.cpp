@@ -2,24 +2,34 @@
 
 #include <Ecore.h>
 #include <Ecore_Input.h>
-#include <Ecore_X.h>
 #include <TVServiceSubscriber.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
+#include "end_signals.h"
 #include "key_journal.h"
+#include "key_senders.h"
 #include "key_watch.h"
 #include "modules/modules.h"
+#include "pointer.h"
+#include "schedule.h"
+#include "screen/remote_control.h"
+#include "screen/screen.h"
+#include "screen/test_card.h"
+#include "screen/theme.h"
 #include "studio.h"
+#include "television.h"
 #include "viewer_state.h"
 #include "window.h"
+#include "x_connection.h"
 
 namespace {
 
-// EFL without X. It outlives everything that uses it.
+// EFL without X; the libraries below ours stay up until everything that uses them is gone.
 class Efl {
 public:
   Efl() {
@@ -35,36 +45,14 @@ public:
   Efl &operator=(const Efl &) = delete;
 };
 
-class XConnection {
-public:
-  XConnection() : open_(ecore_x_init(nullptr) > 0) {}
-  ~XConnection() {
-    if (open_) {
-      ecore_x_shutdown();
-    }
-  }
-  XConnection(const XConnection &) = delete;
-  XConnection &operator=(const XConnection &) = delete;
-
-  bool IsOpen() const { return open_; }
-
-private:
-  bool open_;
-};
-
 void ExplainMissingDisplay() {
   const char *display = std::getenv("DISPLAY");
-  if (!display || *display == '\0') {
+  if (display == nullptr || *display == '\0') {
     std::fprintf(stderr, "lumio-viewer: there is no X display: DISPLAY is not set.\n");
   } else {
     std::fprintf(stderr, "lumio-viewer: the X display '%s' (DISPLAY) does not answer.\n", display);
   }
-  std::fprintf(stderr, "Start it in a desktop session, or run scripts/demo, which starts a display of its own.\n");
-}
-
-Eina_Bool Quit(void *, int, void *) {
-  ecore_main_loop_quit();
-  return ECORE_CALLBACK_PASS_ON;
+  std::fprintf(stderr, "Start it from a desktop session, or run scripts/demo, which brings a display of its own.\n");
 }
 
 void SetStandby(bool standby) {
@@ -84,36 +72,60 @@ std::vector<std::unique_ptr<Module>> MakeModules(ModuleContext context, const Op
                           MakeCaptions, MakeTranscript, MakeTeletext, MakeStreamMeter}) {
     modules.push_back(make(context));
   }
+  modules.push_back(MakePanels(context, options.remote));
   modules.push_back(MakeLogger(context));
   return modules;
 }
 
-void RunModules(Presentation &screen, const Options &options) {
+// Returns the exit status.
+int RunModules(Presentation &screen, const Canvas &canvas, const Options &options) {
+  int status = EXIT_SUCCESS;
   KeyJournal journal(screen);
   const auto modules = MakeModules({screen, journal}, options);
-  Studio studio(screen, options.studio); // destroyed before the modules: the services then call nobody
-  const KeyWatch watch(journal);
-  const Window window(screen, ecore_main_loop_quit);
-  Ecore_Event_Handler *on_signal = ecore_event_handler_add(ECORE_EVENT_SIGNAL_EXIT, Quit, nullptr);
+  Studio studio(screen, canvas, options.studio); // gone before the modules are: the services are silent then
+  const Schedule schedule(!options.studio);
+  const KeySenders senders;
+  const KeyWatch watch(journal, senders);
+  const auto destroyed = [&status] {
+    std::fprintf(stderr, "lumio-viewer: another program has destroyed the window\n");
+    status = EXIT_FAILURE;
+    ecore_main_loop_quit();
+  };
+  const Window window(canvas.Window(), screen, options.grab, {ecore_main_loop_quit, destroyed});
+  const Pointer pointer(canvas.Window());
+  const EndSignals signals;
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_LIVE);
   ecore_main_loop_begin();
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_CLOSING);
   CTVServiceSubscriber::ReleaseAll();
   studio.ShowSubscriptions();
-  ecore_event_handler_del(on_signal);
   journal.End();
+  return status;
+}
+
+int RunOnCanvas(Console &console, const Options &options) {
+  Canvas canvas(FindTheme());
+  Screen screen(canvas, std::make_unique<TestCard>(canvas), WallClock(options.still));
+  RemoteControl remote(canvas);
+  Television television(console, screen, options.studio);
+  const int status = RunModules(television, canvas, options);
+  television.Show("viewer", "closed in order", {});
+  return status;
 }
 
 } // namespace
 
-int RunViewer(Presentation &screen, const Options &options) {
+int RunViewer(Console &console, const Options &options) {
   const Efl efl;
   const XConnection x;
   if (!x.IsOpen()) {
     ExplainMissingDisplay();
     return EXIT_FAILURE;
   }
-  RunModules(screen, options);
-  screen.Show("viewer", "closed in order");
-  return EXIT_SUCCESS;
+  try {
+    return RunOnCanvas(console, options);
+  } catch (const std::runtime_error &error) {
+    std::fprintf(stderr, "lumio-viewer: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
 }

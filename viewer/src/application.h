@@ -1,14 +1,18 @@
-// Starts and ends EFL, the window, the modules and the main loop, in order.
+// The viewer: EFL, the window, the modules and the main loop, up and down in order.
 #pragma once
 
 #include <string>
 
-#include "presentation.h"
+#include "console.h"
 
 struct Options {
   std::string guide_source; // file of the programme guide; empty for the built-in one
-  bool studio = false;      // read orders for the studio from standard input
+  bool studio = false;      // take orders for the studio from standard input, in place of the built-in schedule
+  bool grab = false;        // take all keys of the display
+  bool remote = false;      // begin with the remote control on the screen
+  bool still = false;       // nothing on the screen moves by itself
 };
 
-// Runs the viewer until a key, the window, SIGINT or SIGTERM ends it. Returns the exit status of the process.
-int RunViewer(Presentation &screen, const Options &options);
+// Runs the viewer until the user ends it: by key, by the window, by SIGINT or SIGTERM.
+// Returns the exit status of the process.
+int RunViewer(Console &console, const Options &options);

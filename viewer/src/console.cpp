@@ -1,81 +1,59 @@
 #include "console.h"
 
-#include <kevent.h>
-
 #include <Ecore.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
-#include <ctime>
 
-#include "join.h"
-#include "key_journal.h"
+#include "key_words.h"
 
 namespace {
 
-const char *SourceName(int source) {
-  switch (source) {
-  case LUMIO_EVENT_SOURCE_REMOTE:
-    return "remote control";
-  case LUMIO_EVENT_SOURCE_PANEL:
-    return "panel keys";
-  case LUMIO_EVENT_SOURCE_TOUCH:
-    return "touch remote";
-  case LUMIO_EVENT_SOURCE_FUNCTION_OSD:
-    return "function-osd";
-  default:
-    return "other device";
-  }
-}
-
-// Local time of day with milliseconds.
-std::string TimeOfDay(double seconds) {
-  const auto whole = static_cast<std::time_t>(seconds);
-  const auto milliseconds = static_cast<int>((seconds - std::floor(seconds)) * 1000);
-  std::tm local{};
-  localtime_r(&whole, &local);
-  char text[32];
-  std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec, milliseconds);
-  return text;
-}
-
-std::string Asked(const KeyJourney &journey) {
-  return journey.asked.empty() ? "nobody" : lumio::Join(journey.asked, ", ");
-}
-
-std::string Outcome(const KeyJourney &journey) {
-  if (!journey.taker.empty()) {
-    return "taken by " + journey.taker;
-  }
-  if (!journey.asked.empty()) {
-    return "taken by nobody";
-  }
-  return journey.passed_on ? "passed on" : "dropped";
-}
-
-std::string Duration(const KeyJourney &journey) {
-  if (journey.asked.empty()) {
-    return "-";
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, "%.3f ms", journey.duration * 1000);
-  return text;
-}
-
-void PrintItem(const std::string &item, const std::string &text) {
-  std::printf("%s  screen  %-20s  %s\n", TimeOfDay(ecore_time_unix_get()).c_str(), item.c_str(), text.c_str());
+// Standard output may be a pipe that somebody reads as it comes.
+void Write(const std::string &lines) {
+  std::fwrite(lines.data(), 1, lines.size(), stdout);
   std::fflush(stdout);
+}
+
+std::string Padded(std::string text, size_t width) {
+  text.resize(std::max(text.size(), width), ' ');
+  return text;
+}
+
+std::string Line(double time, const std::string &kind, const std::string &item, const std::string &rest) {
+  return TimeOfDay(time) + "  " + Padded(kind, 6) + "  " + Padded(item, 20) + "  " + rest + "\n";
 }
 
 } // namespace
 
-void Console::Show(const std::string &item, const std::string &text) { PrintItem(item, text); }
+void Console::Show(const std::string &item, const std::string &text, const Details &) { Print("screen", item, text); }
 
-void Console::Hide(const std::string &item) { PrintItem(item, "(hidden)"); }
+void Console::Hide(const std::string &item) { Print("screen", item, "(hidden)"); }
 
+void Console::PrintCanvas(const std::string &item, const std::string &shown) { Print("canvas", item, shown); }
+
+// What a key brings about stands behind the line of the key, which is complete only when all have answered.
+void Console::Print(const std::string &kind, const std::string &item, const std::string &text) {
+  waiting_ += Line(ecore_time_unix_get(), kind, item, text);
+  if (!key_is_open_) {
+    Refresh();
+  }
+}
+
+void Console::Refresh() {
+  if (!waiting_.empty()) {
+    Write(waiting_);
+    waiting_.clear();
+    printed_until_ = ecore_time_unix_get();
+  }
+}
+
+// A key of which something was printed already has the time of its end.
 void Console::ShowKey(const KeyJourney &journey) {
-  std::printf("%s  key     %-20s  %-7s  %-14s  asked %s  %s  %s\n", TimeOfDay(journey.time).c_str(),
-              journey.key.c_str(), journey.press ? "press" : "release", SourceName(journey.source),
-              Asked(journey).c_str(), Outcome(journey).c_str(), Duration(journey).c_str());
-  std::fflush(stdout);
+  key_is_open_ = false;
+  const double time = journey.time < printed_until_ ? ecore_time_unix_get() : journey.time;
+  Write(Line(time, "key", journey.key,
+             Padded(Kind(journey), 7) + "  " + Padded(SourceName(journey.source), 14) + "  " + Asked(journey) + "  " +
+                 Outcome(journey) + "  " + Duration(journey)));
+  Refresh();
 }

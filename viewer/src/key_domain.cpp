@@ -13,14 +13,24 @@ KeyDomain::~KeyDomain() {
   lumio_kevent_fini(kevent_);
 }
 
+void KeyDomain::Withdraw(int priority) {
+  registrations_.remove_if([priority](const Registration &registration) {
+    if (registration.priority != priority) {
+      return false;
+    }
+    lumio_kevent_handler_del(registration.handle);
+    return true;
+  });
+}
+
 void KeyDomain::Add(lumio_kevent_type type, int priority, Handler handler) {
-  Registration &added = registrations_.emplace_back(Registration{this, std::move(handler), nullptr});
+  Registration &added = registrations_.emplace_back(Registration{this, priority, std::move(handler), nullptr});
   added.handle = lumio_kevent_handler_add(kevent_, type, priority, Ask, &added);
 }
 
 int KeyDomain::Ask(lumio_kevent *, lumio_kevent_type, void *event_info, void *data) {
   const auto *registration = static_cast<Registration *>(data);
-  const bool taken = registration->handler(KeyName(event_info));
+  const bool taken = registration->handler(KeySymbol(event_info));
   registration->domain->journal_.Answered(registration->domain->module_, taken);
   return taken ? 0 : 1;
 }

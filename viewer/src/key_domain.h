@@ -4,15 +4,15 @@
 
 #include <kevent.h>
 
-#include <deque>
 #include <functional>
+#include <list>
 #include <string>
 
 #include "key_journal.h"
 
 class KeyDomain {
 public:
-  // Receives the X name of the key and returns whether the module takes the key.
+  // Receives the symbol of the key (see key_name.h) and returns whether the module takes the key.
   using Handler = std::function<bool(const std::string &key)>;
 
   KeyDomain(const char *module, KeyJournal &journal);
@@ -23,10 +23,13 @@ public:
   // The library asks handlers of priority 0 first and those of priority 6 last.
   void OnPress(int priority, Handler handler) { Add(LUMIO_KEVENT_PRESS, priority, std::move(handler)); }
   void OnRelease(int priority, Handler handler) { Add(LUMIO_KEVENT_RELEASE, priority, std::move(handler)); }
+  // Deletes the handlers of this priority. A handler of another priority may call it.
+  void Withdraw(int priority);
 
 private:
   struct Registration {
     KeyDomain *domain;
+    int priority;
     Handler handler;
     lumio_kevent_handler *handle;
   };
@@ -37,5 +40,5 @@ private:
   std::string module_;
   KeyJournal &journal_;
   lumio_kevent *kevent_;
-  std::deque<Registration> registrations_; // a deque, since the library keeps the addresses
+  std::list<Registration> registrations_; // a list, since the library keeps the addresses
 };

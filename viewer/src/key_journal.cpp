@@ -2,13 +2,22 @@
 
 #include <Ecore.h>
 
-void KeyJournal::Begin(const std::string &key, bool press, int source) {
+namespace {
+
+// Of a key that no module was asked for and that the library did not pass on. lumio-keylog says it in these words.
+constexpr char kBurst[] = "dropped: burst";
+
+} // namespace
+
+void KeyJournal::Begin(const std::string &key, bool press, int source, const std::string &device) {
   End();
+  screen_.BeginKey();
   current_.emplace();
   current_->time = ecore_time_unix_get();
   current_->key = key;
   current_->press = press;
   current_->source = source;
+  current_->device = device;
   begun_ = ecore_time_get();
 }
 
@@ -24,15 +33,18 @@ void KeyJournal::Answered(const std::string &module, bool taken) {
   }
 }
 
-void KeyJournal::PassedOn() {
+void KeyJournal::PassedOn(const std::string &why) {
   if (current_) {
-    current_->passed_on = true;
+    current_->unasked = why;
     End();
   }
 }
 
 void KeyJournal::End() {
   if (current_) {
+    if (current_->asked.empty() && current_->unasked.empty()) {
+      current_->unasked = kBurst;
+    }
     const KeyJourney ended = *std::move(current_);
     current_.reset();
     screen_.ShowKey(ended);

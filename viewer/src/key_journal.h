@@ -12,9 +12,10 @@ struct KeyJourney {
   std::string key;                // X name of the key
   bool press = false;             // or release
   int source = 0;                 // LUMIO_EVENT_SOURCE_...
+  std::string device;             // X name of the device that sent it; empty when it is not known
   std::vector<std::string> asked; // modules, in the order they were asked
   std::string taker;              // the module that consumed the key, if any
-  bool passed_on = false;         // the library passed the key on to the handlers after its own
+  std::string unasked;            // why nobody was asked
   double duration = 0;            // seconds until the last module answered
 };
 
@@ -24,11 +25,11 @@ public:
   explicit KeyJournal(Presentation &screen) : screen_(screen) {}
 
   // Begins the journey of a key and ends that of the previous one.
-  void Begin(const std::string &key, bool press, int source);
+  void Begin(const std::string &key, bool press, int source, const std::string &device);
   // Records that a module has answered for the current key.
   void Answered(const std::string &module, bool taken);
-  // Records that the library has passed the current key on.
-  void PassedOn();
+  // Records why the library has passed the current key on.
+  void PassedOn(const std::string &why);
   // Ends the journey of the current key, if there is one.
   void End();
 

@@ -2,40 +2,52 @@
 
 #include <Ecore_Input.h>
 #include <kevent.h>
+#include <vconf.h>
 
 #include "key_name.h"
 
 namespace {
 
-Eina_Bool Before(void *data, int type, void *event) {
-  static_cast<KeyJournal *>(data)->Begin(KeyName(event), type == ECORE_EVENT_KEY_DOWN, lumio_event_source_type_get());
-  return ECORE_CALLBACK_PASS_ON;
-}
-
-// Ecore calls this only for keys that the library has passed on.
-Eina_Bool Behind(void *data, int, void *) {
-  static_cast<KeyJournal *>(data)->PassedOn();
-  return ECORE_CALLBACK_PASS_ON;
-}
-
-// The last key before the main loop goes idle has no successor that ends its journey.
-Eina_Bool Idle(void *data) {
-  static_cast<KeyJournal *>(data)->End();
-  return ECORE_CALLBACK_RENEW;
+// Why the library leaves a key to the handlers behind its own. lumio-keylog says it in these words.
+const char *WhyPassedOn(bool press) {
+  int aging = 0;
+  if (vconf_get_int("db/FactoryApp/Aging", &aging) == 0 && aging == 1) {
+    return "passed on: factory aging mode";
+  }
+  return press ? "dropped: stale" : "dropped: release after an ignored press";
 }
 
 } // namespace
 
-KeyWatch::KeyWatch(KeyJournal &journal)
-    : handlers_{ecore_event_handler_prepend(ECORE_EVENT_KEY_DOWN, Before, &journal),
-                ecore_event_handler_prepend(ECORE_EVENT_KEY_UP, Before, &journal),
-                ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, Behind, &journal),
-                ecore_event_handler_add(ECORE_EVENT_KEY_UP, Behind, &journal)},
-      idle_(ecore_idle_enterer_add(Idle, &journal)) {}
+KeyWatch::KeyWatch(KeyJournal &journal, const KeySenders &senders)
+    : journal_(journal), senders_(senders), handlers_{ecore_event_handler_prepend(ECORE_EVENT_KEY_DOWN, Before, this),
+                                                      ecore_event_handler_prepend(ECORE_EVENT_KEY_UP, Before, this),
+                                                      ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, Behind, this),
+                                                      ecore_event_handler_add(ECORE_EVENT_KEY_UP, Behind, this)},
+      idle_(ecore_idle_enterer_add(Idle, this)) {}
 
 KeyWatch::~KeyWatch() {
   for (Ecore_Event_Handler *handler : handlers_) {
     ecore_event_handler_del(handler);
   }
   ecore_idle_enterer_del(idle_);
+}
+
+Eina_Bool KeyWatch::Before(void *data, int type, void *event) {
+  const auto *self = static_cast<KeyWatch *>(data);
+  self->journal_.Begin(KeyName(event), type == ECORE_EVENT_KEY_DOWN, lumio_event_source_type_get(),
+                       self->senders_.Last());
+  return ECORE_CALLBACK_PASS_ON;
+}
+
+// Reached only by keys that the library did not report as done.
+Eina_Bool KeyWatch::Behind(void *data, int type, void *) {
+  static_cast<KeyWatch *>(data)->journal_.PassedOn(WhyPassedOn(type == ECORE_EVENT_KEY_DOWN));
+  return ECORE_CALLBACK_PASS_ON;
+}
+
+// The last key of a busy stretch has no successor that would end its journey.
+Eina_Bool KeyWatch::Idle(void *data) {
+  static_cast<KeyWatch *>(data)->journal_.End();
+  return ECORE_CALLBACK_RENEW;
 }

@@ -8,54 +8,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <ctime>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 
+#include "broadcast.h"
 #include "join.h"
-#include "service_table.h"
 
 namespace {
 
 using Words = std::vector<std::string>;
-
-void EmitSignal(ESignalType type, int value, int extra) {
-  lumio::tv::EmitSignal(type, PROFILE_MAIN, 0, {value, extra});
-}
-
-void EmitProgramme(EProgramChangeType change, const std::string &title) {
-  TCProgramData programme;
-  programme.title = title;
-  for (const lumio::tv::Subscription &subscription : lumio::tv::Subscriptions()) {
-    if (subscription.kind == lumio::tv::Kind::Program) {
-      lumio::tv::EmitProgram(subscription.handle, change, programme, change == PROGRAM_CHANGE_PRESENT ? 0 : 1);
-    }
-  }
-}
-
-void EmitCaption(const std::string &text) {
-  TSCaption caption;
-  caption.payload.assign(text.begin(), text.end());
-  lumio::tv::EmitCaption(caption);
-}
-
-void EmitPacket(int second, const std::string &text) {
-  TSPESData packet;
-  packet.streamId = 0xbd; // the private stream that carries teletext
-  packet.pts = 90000ULL * static_cast<unsigned>(second);
-  packet.payload.assign(text.begin(), text.end());
-  lumio::tv::EmitPes(packet);
-}
-
-void EmitModule(int module, const std::string &text) {
-  for (const lumio::tv::Subscription &session : lumio::tv::Subscriptions()) {
-    if (session.kind == lumio::tv::Kind::Dsm) {
-      lumio::tv::EmitDsm({0, 0, 1, session.handle, module, static_cast<std::uint32_t>(text.size()), text.data()});
-    }
-  }
-}
 
 std::set<std::string> NamesIn(const std::set<std::string> *names) { return names ? *names : std::set<std::string>(); }
 
@@ -69,7 +36,7 @@ template <class Map> std::set<std::string> NamesIn(const Map *subscriptions) {
   return names;
 }
 
-// Returns the names of the modules that share the subscriptions of a kind.
+// Who shares the subscriptions of a kind.
 std::set<std::string> Holders(lumio::tv::Kind kind) {
   using Library = CTVServiceSubscriber;
   switch (kind) {
@@ -88,7 +55,7 @@ std::set<std::string> Holders(lumio::tv::Kind kind) {
   }
 }
 
-// Describes the subscriptions that the TV service has now, by kind, with the modules that share them.
+// Subscriptions that the TV service has now, by kind, and the modules behind them.
 std::string DescribeSubscriptions() {
   const char *const kinds[] = {"signal", "program", "section", "pes", "caption", "dsm"}; // in the order of tv::Kind
   std::map<lumio::tv::Kind, int> counts;
@@ -104,17 +71,46 @@ std::string DescribeSubscriptions() {
   return lines.empty() ? "none" : lumio::Join(lines, "; ");
 }
 
-// The words after the name of an order. A word that is missing, or that should be a number and is none, throws
-// std::logic_error.
+// What is wrong with an order.
+struct Misunderstanding {
+  std::string what;
+};
+
+int ToNumber(const std::string &word, int smallest, int largest) {
+  size_t used = 0;
+  int number = 0;
+  try {
+    number = std::stoi(word, &used);
+  } catch (const std::logic_error &) {
+    used = 0;
+  }
+  if (used == 0 || used != word.size() || number < smallest || number > largest) {
+    throw Misunderstanding{"'" + word + "' is not a number from " + std::to_string(smallest) + " to " +
+                           std::to_string(largest)};
+  }
+  return number;
+}
+
+// The words behind the name of an order. Reading what is missing or wrong throws a Misunderstanding.
 class Arguments {
 public:
   explicit Arguments(Words words) : words_(std::move(words)) {}
 
-  int Number(size_t index) const { return std::stoi(words_.at(index)); }
+  int Number(size_t index, int largest) const {
+    if (index >= words_.size()) {
+      throw Misunderstanding{"a number is missing"};
+    }
+    return ToNumber(words_[index], 0, largest);
+  }
+  // At least one word.
   Words From(size_t index) const {
-    return {words_.begin() + static_cast<long>(std::min(index, words_.size())), words_.end()};
+    if (index >= words_.size()) {
+      throw Misunderstanding{"text is missing"};
+    }
+    return {words_.begin() + static_cast<long>(index), words_.end()};
   }
   std::string Text(size_t index) const { return lumio::Join(From(index), " "); }
+  bool Has(size_t index) const { return index < words_.size(); }
 
 private:
   Words words_;
@@ -125,47 +121,94 @@ Words Split(const std::string &line) {
   return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
 }
 
-using Order = void (*)(const Arguments &arguments);
+// "20:15" of today, in seconds since the epoch; nothing for another word.
+std::optional<std::int64_t> TimeToday(const std::string &word) {
+  std::time_t now = std::time(nullptr);
+  std::tm day = {};
+  localtime_r(&now, &day);
+  int length = 0;
+  if (std::sscanf(word.c_str(), "%2d:%2d%n", &day.tm_hour, &day.tm_min, &length) != 2 ||
+      static_cast<size_t>(length) != word.size() || day.tm_hour > 23 || day.tm_min > 59) {
+    return std::nullopt;
+  }
+  day.tm_sec = 0;
+  day.tm_isdst = -1;
+  return std::mktime(&day);
+}
 
-const std::map<std::string, Order> &Orders() {
-  using A = Arguments;
-  static const std::map<std::string, Order> orders = {
-      // TEXT...
-      {"caption", [](const A &a) { EmitCaption(a.Text(0)); }},
-      // MEBIBYTES
-      {"disk-space", [](const A &a) { lumio::pvr::SetFreeSpace(a.Number(0)); }},
-      // TITLE...
-      {"following", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_FOLLOWING, a.Text(0)); }},
-      // NUMBER TEXT...: sends a module while the next session is being opened
-      {"greeting",
-       [](const A &a) {
-         lumio::tv::DuringNext(lumio::tv::Operation::AttachDsm,
-                               [module = a.Number(0), text = a.Text(1)] { EmitModule(module, text); });
-       }},
-      // 1 or 0
-      {"lock", [](const A &a) { EmitSignal(SIGNAL_TYPE_LOCK, a.Number(0), 0); }},
-      // NUMBER TEXT...
-      {"module", [](const A &a) { EmitModule(a.Number(0), a.Text(1)); }},
-      // SECOND TEXT...
-      {"packet", [](const A &a) { EmitPacket(a.Number(0), a.Text(1)); }},
-      // TITLE...
-      {"present", [](const A &a) { EmitProgramme(PROGRAM_CHANGE_PRESENT, a.Text(0)); }},
-      // PROGRAMME
-      {"record", [](const A &a) { lumio::pvr::StartRecording(a.Number(0)); }},
-      // refuses the next session
-      {"refuse-session", [](const A &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
-      // NAME...
-      {"services", [](const A &a) { lumio::tv::EmitSection(kServiceTablePid, MakeServiceTable(a.From(0))); }},
-      {"stop-recording", [](const A &) { lumio::pvr::StopRecording(); }},
-      // PERCENT PERCENT
-      {"strength", [](const A &a) { EmitSignal(SIGNAL_TYPE_STRENGTH, a.Number(0), a.Number(1)); }},
-  };
-  return orders;
+// With "20:15-20:30" ahead of the title it has a time.
+Programme ToProgramme(const Arguments &arguments) {
+  const std::string first = arguments.From(0)[0];
+  const size_t dash = first.find('-');
+  const auto start = TimeToday(first.substr(0, dash));
+  const auto end = dash == std::string::npos ? std::nullopt : TimeToday(first.substr(dash + 1));
+  if (start && end && *end > *start) {
+    return {arguments.Text(1), *start, static_cast<unsigned>(*end - *start)};
+  }
+  return {arguments.Text(0)};
+}
+
+constexpr int kMost = 1'000'000;
+
+struct Order {
+  const char *usage; // name and arguments
+  const char *what;  // it does
+  void (*carry_out)(const Arguments &arguments, Studio &studio);
+};
+
+using A = const Arguments &;
+
+constexpr Order kOrders[] = {
+    {"caption TEXT", "a caption", [](A a, Studio &) { BroadcastCaption(a.Text(0)); }},
+    {"disk-space MEBIBYTES", "space left on the recording device; 0 is a full disk",
+     [](A a, Studio &) { lumio::pvr::SetFreeSpace(a.Number(0, kMost)); }},
+    {"following [HH:MM-HH:MM] TITLE", "the following programme",
+     [](A a, Studio &) { BroadcastProgramme(PROGRAM_CHANGE_FOLLOWING, ToProgramme(a)); }},
+    {"frames", "how often the screen was drawn", [](A, Studio &studio) { studio.ShowFrames(); }},
+    {"greeting NUMBER TEXT", "a module that comes while the next session is still being opened",
+     [](A a, Studio &) {
+       lumio::tv::DuringNext(lumio::tv::Operation::AttachDsm,
+                             [module = a.Number(0, kMost), text = a.Text(1)] { BroadcastModule(module, text); });
+     }},
+    {"lock 1|0", "the tuner gets or loses the signal",
+     [](A a, Studio &) { BroadcastSignal(SIGNAL_TYPE_LOCK, a.Number(0, 1), 0); }},
+    {"module NUMBER TEXT", "a module of the data service",
+     [](A a, Studio &) {
+       const int module = a.Number(0, kMost);
+       BroadcastModule(module, a.Text(1));
+     }},
+    {"packet SECOND TEXT", "a packet of teletext",
+     [](A a, Studio &) {
+       const int second = a.Number(0, kMost);
+       BroadcastPacket(second, a.Text(1));
+     }},
+    {"picture FILE", "writes what is on the screen to a PNG file",
+     [](A a, Studio &studio) { studio.SavePicture(a.Text(0)); }},
+    {"present [HH:MM-HH:MM] TITLE", "the present programme",
+     [](A a, Studio &) { BroadcastProgramme(PROGRAM_CHANGE_PRESENT, ToProgramme(a)); }},
+    {"record PROGRAMME", "starts to record the programme of this number",
+     [](A a, Studio &) { lumio::pvr::StartRecording(a.Number(0, kMost)); }},
+    {"refuse-session", "the data service refuses the next session",
+     [](A, Studio &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
+    {"services NAME...", "the table of services", [](A a, Studio &) { BroadcastServices(a.From(0)); }},
+    {"stop-recording", "ends the recording", [](A, Studio &) { lumio::pvr::StopRecording(); }},
+    {"strength PERCENT QUALITY", "strength and quality of the signal",
+     [](A a, Studio &) {
+       const int strength = a.Number(0, 100);
+       BroadcastSignal(SIGNAL_TYPE_STRENGTH, strength, a.Number(1, 100));
+     }},
+    {"subscriptions", "what the TV service serves, and to whom", [](A, Studio &studio) { studio.ShowSubscriptions(); }},
+};
+
+const Order *FindOrder(const std::string &name) {
+  const auto *order = std::find_if(std::begin(kOrders), std::end(kOrders),
+                                   [&](const Order &candidate) { return Split(candidate.usage)[0] == name; });
+  return order == std::end(kOrders) ? nullptr : order;
 }
 
 } // namespace
 
-Studio::Studio(Presentation &screen, bool listen) : screen_(screen) {
+Studio::Studio(Presentation &screen, const Canvas &canvas, bool listen) : screen_(screen), canvas_(canvas) {
   if (listen) {
     input_ = ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, InputCame, this, nullptr, nullptr);
   }
@@ -181,6 +224,13 @@ Studio::~Studio() {
 
 void Studio::ShowSubscriptions() { screen_.Show("subscriptions", DescribeSubscriptions()); }
 
+void Studio::ShowFrames() { screen_.Show("frames", std::to_string(canvas_.Frames())); }
+
+void Studio::SavePicture(const std::string &file) {
+  const bool saved = canvas_.Save(file);
+  screen_.Show("studio", (saved ? "picture written: " : "the picture cannot be written: ") + file);
+}
+
 Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   auto *self = static_cast<Studio *>(data);
   if (self->Read()) {
@@ -190,7 +240,7 @@ Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   return ECORE_CALLBACK_CANCEL;
 }
 
-// Returns whether more input may come.
+// Answers whether more may come.
 bool Studio::Read() {
   char buffer[1024];
   const ssize_t got = read(STDIN_FILENO, buffer, sizeof buffer);
@@ -206,17 +256,20 @@ bool Studio::Read() {
 
 void Studio::Obey(const std::string &line) {
   const Words words = Split(line);
-  if (words.size() == 1 && words[0] == "subscriptions") {
-    ShowSubscriptions();
+  if (words == Words{"help"}) {
+    for (const Order &order : kOrders) {
+      screen_.Show("studio", std::string(order.usage) + ": " + order.what);
+    }
     return;
   }
-  const auto order = words.empty() ? Orders().end() : Orders().find(words[0]);
+  const Order *order = words.empty() ? nullptr : FindOrder(words[0]);
+  if (!order) {
+    screen_.Show("studio", "not understood: " + line + " (\"help\" lists the orders)");
+    return;
+  }
   try {
-    if (order == Orders().end()) {
-      throw std::invalid_argument(line);
-    }
-    order->second(Arguments({words.begin() + 1, words.end()}));
-  } catch (const std::logic_error &) {
-    screen_.Show("studio", "not understood: " + line);
+    order->carry_out(Arguments({words.begin() + 1, words.end()}), *this);
+  } catch (const Misunderstanding &misunderstanding) {
+    screen_.Show("studio", "not understood: " + line + " (" + misunderstanding.what + ": " + order->usage + ")");
   }
 }

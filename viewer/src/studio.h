@@ -1,26 +1,29 @@
-// Plays the world outside the viewer. On a desktop nobody broadcasts and nobody records, so the studio tells the
-// platform's services what to report. No other part of the viewer knows the desktop's control interfaces.
+// What happens outside the viewer: on a desktop nobody broadcasts and nobody records, so somebody has to say what the
+// platform's services tell.
 #pragma once
 
 #include <Ecore.h>
 
-#include <map>
 #include <string>
-#include <vector>
 
 #include "presentation.h"
+#include "screen/canvas.h"
 
 class Studio {
 public:
-  // With `listen`, reads orders from standard input, one per line; see Orders() in studio.cpp.
-  Studio(Presentation &screen, bool listen);
-  // Ends the threads of the services, which then report nothing more.
+  // With `listen`, takes orders from standard input, one a line; "help" lists them.
+  Studio(Presentation &screen, const Canvas &canvas, bool listen);
+  // Ends the threads of the services: nothing is told any more.
   ~Studio();
   Studio(const Studio &) = delete;
   Studio &operator=(const Studio &) = delete;
 
-  // Shows how many subscriptions of each kind the TV service has, and which modules share them.
+  // Shows how many subscriptions the TV service has now, by kind, and which modules share them.
   void ShowSubscriptions();
+  // Shows how often the screen was drawn.
+  void ShowFrames();
+  // Writes what is on the screen to a PNG file.
+  void SavePicture(const std::string &file);
 
 private:
   static Eina_Bool InputCame(void *data, Ecore_Fd_Handler *handler);
@@ -28,6 +31,7 @@ private:
   void Obey(const std::string &line);
 
   Presentation &screen_;
+  const Canvas &canvas_;
   Ecore_Fd_Handler *input_ = nullptr;
-  std::string pending_; // read, but not yet a complete line
+  std::string pending_; // read, not yet a whole line
 };

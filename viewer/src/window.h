@@ -1,4 +1,4 @@
-// The viewer's window on the X display, and the keyboard.
+// How keys come to the viewer's window, and how the window ends.
 #pragma once
 
 #include <Ecore.h>
@@ -10,24 +10,38 @@
 
 class Window {
 public:
-  // Opens the window and takes the keyboard as soon as it is on the screen. Calls `closed` when the user closes it.
-  Window(Presentation &screen, std::function<void()> closed);
+  // What the user or another program does to the window.
+  struct Ends {
+    std::function<void()> closed;    // in order, by the window manager
+    std::function<void()> destroyed; // by another program
+  };
+
+  // Takes the focus as soon as the window is on the screen; with `grab`, all keys of the display as well. Tells from
+  // then on whether keys come.
+  Window(Ecore_X_Window window, Presentation &screen, bool grab, Ends ends);
   ~Window();
   Window(const Window &) = delete;
   Window &operator=(const Window &) = delete;
 
 private:
-  void Shown();
+  Eina_Bool Shown();
+  Eina_Bool FocusCame();
+  Eina_Bool FocusWent();
+  void SetFocus(bool has_focus);
+  Eina_Bool Closed();
+  Eina_Bool Destroyed();
   bool TakeKeyboard();
 
-  template <class Event, void (Window::*Member)()> static Eina_Bool OnEvent(void *data, int type, void *event);
+  template <class Event, Eina_Bool (Window::*Member)()> static Eina_Bool OnEvent(void *data, int type, void *event);
   static Eina_Bool Retry(void *data);
-  void Closed() { closed_(); }
 
-  Presentation &screen_;
-  std::function<void()> closed_;
   Ecore_X_Window window_;
-  Ecore_Event_Handler *shown_handler_;
-  Ecore_Event_Handler *closed_handler_;
-  Ecore_Timer *retry_ = nullptr;
+  Presentation &screen_;
+  bool grab_;
+  Ends ends_;
+  bool was_shown_ = false;
+  bool has_focus_ = false;
+  bool has_keyboard_ = false; // keys come whether or not the window has the focus
+  Ecore_Event_Handler *handlers_[5];
+  Ecore_Timer *retry_ = nullptr; // while another program has the keyboard
 };

@@ -16,27 +16,36 @@
 
 namespace {
 
-constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, logger";
+constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, panels, logger";
+constexpr char kAging[] = "passed on: factory aging mode";
 constexpr char kNobody[] = "taken by nobody";
 // The subscriptions of the TV service and the modules that share them, without the broadcaster's application.
 constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (programme); section 1 (service list); "
                                   "pes 1 (stream meter, teletext); caption 1 (captions, transcript)";
 
+constexpr char kGuide[] = "20:15 Evening News; 20:30 The Weather; 20:35 Tides and Harbours; 21:20 The Long Way Home; "
+                          "22:10 Kitchen Stories; 22:40 Late News";
+
 constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR] [--under COMMAND]
 Plays an evening of television: starts an X server with the input devices of a television, runs the viewer on it and
 presses keys. Exits with status 0 if the viewer prints everything that is expected.
 
-  --keep DIR       keep the viewer's log (DIR/evening.log) and store in DIR; without it they are deleted at the end
+  --keep DIR       keep the viewer's log (DIR/evening.log), its store, and a page with a picture of each scene (DIR/index.html)
   --under COMMAND  run the viewer under another program: COMMAND is its name and options, for example "lumio-trace --json"
 )";
 
 // Makes the directory if it is missing, and removes the files of an earlier evening from it. Returns its absolute path.
 std::string Prepare(const std::string &directory) {
   std::string path = std::filesystem::absolute(directory);
-  for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide"}) {
+  for (const char *old : {"/evening.log", "/evening.vconf", "/evening.guide", "/index.html"}) {
     std::filesystem::remove_all(path + old);
   }
   std::filesystem::create_directories(path);
+  for (const auto &entry : std::filesystem::directory_iterator(path)) {
+    if (entry.path().filename().string().rfind("scene-", 0) == 0) {
+      std::filesystem::remove(entry.path());
+    }
+  }
   return path;
 }
 
@@ -47,8 +56,8 @@ void SetAging(Evening &evening, const std::string &value) {
 // Lets the guide's storage answer, at the earliest after `delay`.
 void AnswerGuide(Evening &evening, std::chrono::duration<double> delay) {
   evening.Run("the guide's storage answers",
-              {"/bin/sh", "-c", "sleep \"$1\"; printf '20:15 Evening News\\n20:30 The Weather\\n' >\"$2\"", "sh",
-               std::to_string(delay.count()), evening.GuideFile()});
+              {"/bin/sh", "-c", R"(sleep "$1"; printf '%s' "$3" | sed 's/; /\n/g' >"$2")", "sh",
+               std::to_string(delay.count()), evening.GuideFile(), kGuide});
 }
 
 void PlayBanners(Evening &evening) {
@@ -66,6 +75,7 @@ void PlayBanners(Evening &evening) {
   evening.ExpectBanners(3);
   evening.Tap("XF86Info", "menu, power, volume, channel, info", "taken by info");
   evening.ExpectScreen("info", "what is on now");
+  evening.Picture();
   evening.ExpectBanners(7);
   evening.Tap("XF86Info", "menu, power, volume, channel, info", "taken by info");
   evening.ExpectScreen("info", "(hidden)");
@@ -78,6 +88,7 @@ void PlayRecorder(Evening &evening) {
   evening.Order("record 7");
   evening.ExpectScreen("recorder", "start of programme 7: done");
   evening.ExpectScreen("record indicator", "recording");
+  evening.Picture();
   evening.ExpectBanners(15);
   evening.Order("record 8");
   evening.ExpectScreen("recorder", "start of programme 8: refused, another recording is running");
@@ -90,6 +101,7 @@ void PlayStandby(Evening &evening) {
   evening.Heading("Standby: the light shows the viewer's state");
   evening.Tap("s", "menu, power", "taken by power");
   evening.ExpectScreen("light", "red");
+  evening.Picture();
   evening.Tap("s", "menu, power", "taken by power");
   evening.ExpectScreen("light", "green");
 }
@@ -101,12 +113,13 @@ void PlayBroadcast(Evening &evening) {
   evening.ExpectScreen("picture", "moving");
   evening.Order("strength 80 70");
   evening.ExpectScreen("tuner", "strength 80 %, quality 70 %");
-  evening.Order("present Evening News");
+  evening.Order("present 20:15-20:30 Evening News");
   evening.ExpectScreen("now", "Evening News");
-  evening.Order("following The Weather");
+  evening.Order("following 20:30-20:45 The Weather");
   evening.ExpectScreen("next", "The Weather");
   evening.Order("services One Two Three");
   evening.ExpectScreen("services", "One, Two, Three");
+  evening.Picture();
 
   evening.Heading("Captions and packets reach both modules that use them");
   evening.Order("caption Good evening.");
@@ -115,6 +128,7 @@ void PlayBroadcast(Evening &evening) {
   evening.Order("caption Here is the news.");
   evening.ExpectScreen("captions", "Here is the news.");
   evening.ExpectScreen("transcript", "Good evening. / Here is the news.");
+  evening.Picture();
   evening.Order("packet 12 teletext");
   evening.ExpectScreen("teletext", "8 bytes for second 12");
   evening.ExpectScreen("stream meter", "8 bytes");
@@ -132,6 +146,7 @@ void PlayBroadcast(Evening &evening) {
   evening.Tap("c", "menu, power, volume, channel, info, guide, data, captions", "taken by captions");
   evening.Order("caption Good night.");
   evening.ExpectScreen("captions", "Good night.");
+  evening.Picture();
 }
 
 void PlayDataService(Evening &evening) {
@@ -149,6 +164,7 @@ void PlayDataService(Evening &evening) {
   evening.ExpectScreen("data service", "module 1: welcome");
   evening.Order("module 3 sunny");
   evening.ExpectScreen("data service", "module 3: sunny");
+  evening.Picture();
   evening.Order("subscriptions");
   evening.ExpectScreen("subscriptions", std::string(kSubscriptions) + "; dsm 1 (data service)");
   evening.Tap("XF86Red", "menu, power, volume, channel, info, guide, data", "taken by data");
@@ -162,17 +178,22 @@ void PlaySignalLoss(Evening &evening) {
   evening.Order("lock 0");
   evening.ExpectScreen("tuner", "searching");
   evening.ExpectScreen("picture", "no signal");
+  evening.Picture();
 }
 
 void PlayRemotes(Evening &evening) {
-  evening.Heading("A key that no module uses is offered to all of them");
-  evening.Tap("F5", kEverybody, kNobody);
-
   evening.Heading("Two remotes are used in turn");
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
   evening.ExpectScreen("channel", "3");
+  evening.Picture();
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
   evening.ExpectScreen("channel", "4");
+
+  evening.Heading("A key that no module uses is offered to all of them");
+  evening.Tap("F1", "menu, power, volume, channel, info, guide, data, captions, panels", "taken by panels");
+  evening.ExpectScreen("keys", "the last ten keys");
+  evening.Tap("F5", kEverybody, kNobody);
+  evening.Picture();
 }
 
 void PlayMenu(Evening &evening) {
@@ -185,6 +206,7 @@ void PlayMenu(Evening &evening) {
   evening.Press("Down");
   evening.ExpectKey("Down", "press", "menu", "taken by menu");
   evening.ExpectScreen("menu", "Sound");
+  evening.Picture();
   evening.Release("Down");
   evening.ExpectKey("Down", "release", "menu", "taken by menu");
   evening.Tap("XF86AudioLowerVolume", "menu, power, volume", "taken by volume");
@@ -194,15 +216,17 @@ void PlayMenu(Evening &evening) {
   evening.Heading("The menu is closed: the same key changes the channel");
   evening.Tap("Down", "menu, power, volume, channel", "taken by channel");
   evening.ExpectScreen("channel", "3");
+  evening.Picture();
 }
 
 void PlayAging(Evening &evening) {
   evening.Heading("Another process sets aging mode: keys bypass the modules");
   SetAging(evening, "1");
   evening.Press("Up");
-  evening.ExpectKey("Up", "press", "nobody", "passed on");
+  evening.ExpectKey("Up", "press", "nobody", kAging);
   evening.Release("Up");
-  evening.ExpectKey("Up", "release", "nobody", "passed on");
+  evening.ExpectKey("Up", "release", "nobody", kAging);
+  evening.Picture();
   SetAging(evening, "0");
   evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
   evening.ExpectScreen("channel", "4");
@@ -219,16 +243,17 @@ void PlayBurst(Evening &evening) {
   }
   AnswerGuide(evening, std::chrono::seconds(0));
   evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
-  evening.ExpectScreen("guide", "20:15 Evening News; 20:30 The Weather");
+  evening.ExpectScreen("guide", kGuide);
   evening.ExpectKey("g", "release", "menu, logger", kNobody);
   // One busy stretch of the main loop dispatches two keys: the release of "g" and the first press.
-  evening.ExpectKey("1", "press", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectKey("1", "press", "menu, power, volume, guide, channel", "taken by channel");
   evening.ExpectKey("1", "release", "menu, logger", kNobody);
   for (const char *key : {"2", "3"}) {
-    evening.ExpectKey(key, "press", "nobody", "dropped");
+    evening.ExpectKey(key, "press", "nobody", "dropped: burst");
     evening.ExpectKey(key, "release", "menu, logger", kNobody);
   }
-  evening.Tap("g", "menu, power, volume, channel, info, guide", "taken by guide");
+  evening.Picture();
+  evening.Tap("g", "menu, power, volume, guide, channel, info, guide", "taken by guide");
 }
 
 void PlayStaleKey(Evening &evening) {
@@ -239,16 +264,18 @@ void PlayStaleKey(Evening &evening) {
   // A key is stale if it waits a quarter of a second longer than the first key whose age was checked.
   AnswerGuide(evening, evening.SlowestKey() + std::chrono::milliseconds(500));
   evening.ExpectKey("g", "press", "menu, power, volume, channel, info, guide", "taken by guide");
-  evening.ExpectKey("Up", "press", "nobody", "passed on");
+  evening.ExpectKey("Up", "press", "nobody", "dropped: stale");
   evening.Release("Up");
-  evening.ExpectKey("Up", "release", "nobody", "passed on");
+  evening.ExpectKey("Up", "release", "nobody", "dropped: release after an ignored press");
   evening.Release("g");
-  evening.ExpectKey("g", "release", "nobody", "passed on");
-  evening.Tap("Up", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectKey("g", "release", "nobody", "dropped: release after an ignored press");
+  evening.Picture();
+  evening.Tap("XF86RaiseChannel", "menu, power, volume, guide, channel", "taken by channel");
+  evening.Tap("g", "menu, power, volume, guide, channel, info, guide", "taken by guide");
 }
 
-bool Play(const std::string &directory, const std::vector<std::string> &under) {
-  Evening evening(directory, under);
+bool Play(const std::string &directory, const std::vector<std::string> &under, bool pictures) {
+  Evening evening(directory, under, pictures);
   PlayBanners(evening);
   PlayBroadcast(evening);
   PlayDataService(evening);
@@ -289,7 +316,8 @@ int main(int argc, char **argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0); // print each line at once, even into a pipe
   try {
     const lumio::TemporaryDirectory temporary;
-    return Play(kept.empty() ? temporary.Path() : Prepare(kept), Words(under)) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return Play(kept.empty() ? temporary.Path() : Prepare(kept), Words(under), !kept.empty()) ? EXIT_SUCCESS
+                                                                                              : EXIT_FAILURE;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "lumio-director: %s\n", error.what());
     return EXIT_FAILURE;

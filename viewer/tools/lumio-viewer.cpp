@@ -1,40 +1,72 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "application.h"
 #include "console.h"
 
 namespace {
 
-constexpr char kUsage[] = R"(usage: lumio-viewer [--guide FILE] [--studio]
-Runs the sample modules of a live-TV viewer on the X display that DISPLAY names. Prints a line for each key.
+constexpr char kUsage[] = R"(usage: lumio-viewer [--guide FILE] [--studio] [--grab] [--remote] [--still]
+A live-TV viewer on the display that DISPLAY names. Prints a line for each key, and for all that it shows.
 
-  --guide FILE  read the programme guide from FILE each time it is opened
-  --studio      read orders from standard input that say what is broadcast and recorded
+  --guide FILE  read the programme guide from FILE whenever it is opened, one programme a line
+  --studio      take from standard input what is broadcast and recorded, in place of the built-in schedule
+  --grab        take all keys of the display, whichever window has the focus
+  --remote      begin with the remote control on the screen
+  --still       keep the test card and all clocks still, for pictures that are compared
 
-Keys: Menu or m, Up, Down, Return, Escape   the menu
-      volume keys, + and -                  volume
-      Page Up, Page Down, Up, Down, 1 to 9  channel
-      i information, g programme guide, c captions, r the broadcaster's application
-      s standby, q end
+Keys, while the window has the focus. Characters count as the keyboard writes them; letters may be small or capital.
+  F1                                      the last ten keys on the screen
+  F2                                      the remote control on the screen, for the mouse
+  Menu or m                               the menu; in it Up, Down, Return, and Escape to leave
+  + and -, XF86Audio{Raise,Lower}Volume   volume
+  Up, Down, Page Up, Page Down, 1 to 9,   channel
+    XF86RaiseChannel, XF86LowerChannel
+  i or XF86Info                           information
+  g or XF86Option                         programme guide; in it Up and Down
+  c                                       captions
+  r or XF86Red                            the broadcaster's application
+  s or XF86Standby                        standby
+  q or XF86PowerOff                       end
 )";
+
+bool SetSwitch(const char *argument, Options &options) {
+  for (const auto &[name, option] : {std::pair{"--studio", &options.studio},
+                                     {"--grab", &options.grab},
+                                     {"--remote", &options.remote},
+                                     {"--still", &options.still}}) {
+    if (std::strcmp(argument, name) == 0) {
+      *option = true;
+      return true;
+    }
+  }
+  return false;
+}
+
+int Refuse(const std::string &why) {
+  std::fprintf(stderr, "lumio-viewer: %s\n%s", why.c_str(), kUsage);
+  return EXIT_FAILURE;
+}
 
 } // namespace
 
 int main(int argc, char **argv) {
   Options options;
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--guide") == 0 && i + 1 < argc) {
-      options.guide_source = argv[++i];
-    } else if (std::strcmp(argv[i], "--studio") == 0) {
-      options.studio = true;
-    } else if (std::strcmp(argv[i], "--help") == 0) {
+    if (std::strcmp(argv[i], "--help") == 0) {
       std::fputs(kUsage, stdout);
       return EXIT_SUCCESS;
-    } else {
-      std::fprintf(stderr, "lumio-viewer: invalid argument '%s'\n%s", argv[i], kUsage);
-      return EXIT_FAILURE;
+    }
+    if (std::strcmp(argv[i], "--guide") == 0) {
+      if (++i == argc) {
+        return Refuse("'--guide' needs the name of a file");
+      }
+      options.guide_source = argv[i];
+    } else if (!SetSwitch(argv[i], options)) {
+      return Refuse("'" + std::string(argv[i]) + "' is not understood");
     }
   }
   Console console;

@@ -1,12 +1,19 @@
 #include <fstream>
+#include <sstream>
 
 #include "../key_domain.h"
+#include "../text.h"
 #include "join.h"
 #include "modules.h"
 
 namespace {
 
 constexpr int kPriority = 4;
+constexpr int kCursorPriority = 2; // ahead of the channels, which use the same keys
+
+const char kBuiltIn[] = "20:15 Evening News\n20:30 The Weather\n20:35 Tides and Harbours\n21:20 The Long Way Home\n"
+                        "22:10 Kitchen Stories\n22:40 Late News\n22:55 Night Train\n00:25 Gardens of the North\n"
+                        "01:10 Jazz at the Mill\n02:05 The Weather\n02:10 Shipping Forecast\n02:20 Test Card\n";
 
 class Guide : public Module {
 public:
@@ -22,30 +29,61 @@ private:
     }
     shown_ = !shown_;
     if (shown_) {
-      screen_.Show("guide", "loading");
-      screen_.Show("guide", Load());
+      Open();
     } else {
+      keys_.Withdraw(kCursorPriority);
       screen_.Hide("guide");
     }
     return true;
   }
 
-  // Reads the guide on the main loop, where keys wait until it is read.
+  // Reads the guide where it stands: as long as that takes, keys wait.
+  void Open() {
+    screen_.Show("guide", "loading");
+    screen_.Refresh();
+    const std::string trouble = Load();
+    if (trouble.empty()) {
+      keys_.OnPress(kCursorPriority, [this](const std::string &key) { return MoveCursor(key); });
+      screen_.Show("guide", lumio::Join(list_.entries, "; "), list_);
+    } else {
+      screen_.Show("guide", trouble);
+    }
+  }
+
+  bool MoveCursor(const std::string &key) {
+    const size_t count = list_.entries.size();
+    if (key == "Up") {
+      list_.cursor = (list_.cursor + count - 1) % count;
+    } else if (key == "Down") {
+      list_.cursor = (list_.cursor + 1) % count;
+    } else {
+      return false;
+    }
+    screen_.Show("guide", list_.entries[list_.cursor], list_);
+    return true;
+  }
+
+  // Answers what is wrong with the guide, if anything.
   std::string Load() {
-    if (source_.empty()) {
-      return "20:15 Evening News; 20:30 The Weather";
+    std::stringstream lines(kBuiltIn);
+    if (!source_.empty()) {
+      lines.str("");
+      lines << std::ifstream(source_).rdbuf();
     }
-    std::ifstream file(source_);
-    std::vector<std::string> programmes;
-    for (std::string line; std::getline(file, line);) {
-      programmes.push_back(line);
+    list_ = {};
+    for (std::string line; std::getline(lines, line);) {
+      if (!IsText(line)) {
+        return "the programme guide in " + source_ + " is not text";
+      }
+      list_.entries.push_back(line);
     }
-    return programmes.empty() ? "no programme guide in " + source_ : lumio::Join(programmes, "; ");
+    return list_.entries.empty() ? "no programme guide in " + source_ : "";
   }
 
   Presentation &screen_;
   std::string source_;
   bool shown_ = false;
+  Details list_;
   KeyDomain keys_;
 };
 

@@ -29,9 +29,10 @@ private:
     if (key == "Up" || key == "Down") {
       const size_t step = key == "Down" ? 1 : kEntries.size() - 1;
       entry_ = (entry_ + step) % kEntries.size();
-      screen_.Show("menu", kEntries[entry_]);
+      Show();
     } else if (key == "Return") {
-      screen_.Show("menu", std::string(kEntries[entry_]) + " chosen");
+      chosen_ = entry_;
+      Show();
     } else {
       Toggle();
     }
@@ -41,15 +42,25 @@ private:
   void Toggle() {
     open_ = !open_;
     if (open_) {
-      screen_.Show("menu", kEntries[entry_]);
+      Show();
     } else {
       screen_.Hide("menu");
     }
   }
 
+  void Show() {
+    Details list = {{kEntries.begin(), kEntries.end()}, entry_};
+    const std::string text = kEntries[entry_];
+    if (chosen_ < kEntries.size()) {
+      list.entries[chosen_] += " \u2713";
+    }
+    screen_.Show("menu", entry_ == chosen_ ? text + " chosen" : text, list);
+  }
+
   Presentation &screen_;
   bool open_ = false;
   size_t entry_ = 0;
+  size_t chosen_ = kEntries.size(); // none yet
   KeyDomain keys_;
 };
 

@@ -40,5 +40,8 @@ std::unique_ptr<Module> MakeTranscript(ModuleContext context);
 // One shows teletext, the other counts the bytes of all packets. They share a PES subscription.
 std::unique_ptr<Module> MakeTeletext(ModuleContext context);
 std::unique_ptr<Module> MakeStreamMeter(ModuleContext context);
+// Shows what helps to watch the keys: F1 the last ten keys, F2 the remote control on the screen. With `remote` the
+// remote control is shown from the start.
+std::unique_ptr<Module> MakePanels(ModuleContext context, bool remote);
 // Counts the keys that no module has taken. Declines every key.
 std::unique_ptr<Module> MakeLogger(ModuleContext context);

@@ -20,10 +20,11 @@ public:
 private:
   // Called without user data.
   static void ProgramCame(EProgramChangeType change, TCProgramData *data, int, int) {
+    const Details when = {{}, 0, data->startTime, data->startTime + data->duration};
     if (change == PROGRAM_CHANGE_PRESENT) {
-      self_->screen_.Show("now", data->title);
+      self_->screen_.Show("now", data->title, when);
     } else if (change == PROGRAM_CHANGE_FOLLOWING) {
-      self_->screen_.Show("next", data->title);
+      self_->screen_.Show("next", data->title, when);
     }
   }
 

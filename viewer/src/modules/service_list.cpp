@@ -29,7 +29,8 @@ private:
   static void SectionCame(bool valid, unsigned short size, unsigned char *data, int) {
     if (valid) {
       self_->calls_.Post([self = self_, section = Bytes(data, data + size)] {
-        self->screen_.Show("services", lumio::Join(ServiceNames(section), ", "));
+        const std::vector<std::string> names = ServiceNames(section);
+        self->screen_.Show("services", lumio::Join(names, ", "), {names});
       });
     }
   }

@@ -18,9 +18,9 @@ public:
 
 private:
   bool Press(const std::string &key) {
-    if (key == "XF86AudioRaiseVolume" || key == "plus" || key == "KP_Add") {
+    if (key == "XF86AudioRaiseVolume" || key == "+") {
       ++level_;
-    } else if (key == "XF86AudioLowerVolume" || key == "minus" || key == "KP_Subtract") {
+    } else if (key == "XF86AudioLowerVolume" || key == "-") {
       --level_;
     } else {
       return false;

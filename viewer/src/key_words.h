@@ -1,0 +1,21 @@
+// How a key's journey is told to people.
+#pragma once
+
+#include <string>
+
+#include "key_journal.h"
+
+constexpr char kTakenByNobody[] = "taken by nobody";
+
+// Of a value of lumio_event_source_type_get().
+const char *SourceName(int source);
+// Local time of day with milliseconds.
+std::string TimeOfDay(double seconds);
+// "press" or "release".
+const char *Kind(const KeyJourney &journey);
+// The modules that were asked, or "nobody".
+std::string Asked(const KeyJourney &journey);
+// "taken by menu", or why nobody took it.
+std::string Outcome(const KeyJourney &journey);
+// Until the last module had answered.
+std::string Duration(const KeyJourney &journey);

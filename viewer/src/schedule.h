@@ -1,0 +1,21 @@
+// A broadcaster that runs by itself, so that every module has something to show: signal, programmes, captions,
+// teletext, the broadcaster's application, and a recording now and then.
+#pragma once
+
+#include <Ecore.h>
+
+class Schedule {
+public:
+  // Begins at once, unless it is not to run.
+  explicit Schedule(bool run);
+  ~Schedule();
+  Schedule(const Schedule &) = delete;
+  Schedule &operator=(const Schedule &) = delete;
+
+private:
+  static Eina_Bool Tick(void *data);
+  void Broadcast();
+
+  int second_ = 0;
+  Ecore_Timer *timer_ = nullptr;
+};

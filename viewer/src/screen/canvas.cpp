@@ -1,0 +1,106 @@
+#include "canvas.h"
+
+#include <Edje.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+constexpr int kWidth = 960;
+constexpr int kHeight = 540;
+constexpr int kSmallest = 180;        // height
+constexpr double kDesignHeight = 720; // the theme's sizes are those of a picture of this height
+constexpr char kTitle[] = "Live TV";
+constexpr char kData[] = "canvas";
+
+} // namespace
+
+Canvas::Canvas(const std::string &theme_file)
+    : theme_file_(theme_file), window_(ecore_evas_software_x11_new(nullptr, 0, 0, 0, kWidth, kHeight)) {
+  if (!window_) {
+    throw std::runtime_error("no window can be opened on the X display");
+  }
+  ecore_evas_data_set(window_, kData, this);
+  ecore_evas_title_set(window_, kTitle);
+  ecore_evas_name_class_set(window_, "lumio-viewer", "Lumio-viewer");
+  ecore_evas_size_min_set(window_, kSmallest * 16 / 9, kSmallest);
+  ecore_evas_callback_resize_set(window_, Resized);
+  border_ = evas_object_rectangle_add(ecore_evas_get(window_));
+  evas_object_color_set(border_, 0, 0, 0, 255);
+  evas_object_show(border_);
+  theme_ = Add("screen");
+  if (!theme_) {
+    ecore_evas_free(window_);
+    throw std::runtime_error("the theme " + theme_file + " cannot be read");
+  }
+  evas_event_callback_add(ecore_evas_get(window_), EVAS_CALLBACK_RENDER_POST, Drawn, this);
+  Fit();
+  ecore_evas_show(window_);
+}
+
+Canvas::~Canvas() { ecore_evas_free(window_); }
+
+Ecore_X_Window Canvas::Window() const { return ecore_evas_software_x11_window_get(window_); }
+
+Evas_Object *Canvas::Add(const char *group) const {
+  Evas_Object *object = edje_object_add(ecore_evas_get(window_));
+  if (!edje_object_file_set(object, theme_file_.c_str(), group)) {
+    evas_object_del(object);
+    return nullptr;
+  }
+  evas_object_show(object);
+  return object;
+}
+
+void Canvas::Draw() const {
+  ecore_evas_manual_render(window_);
+  ecore_x_sync();
+}
+
+// Asks the X server, which knows best what can be seen.
+bool Canvas::Save(const std::string &file) const {
+  Draw();
+  int width = 0;
+  int height = 0;
+  ecore_evas_geometry_get(window_, nullptr, nullptr, &width, &height);
+  Ecore_X_Window_Attributes attributes;
+  if (!ecore_x_window_attributes_get(Window(), &attributes)) {
+    return false;
+  }
+  Ecore_X_Image *shot = ecore_x_image_new(width, height, attributes.visual, attributes.depth);
+  Evas_Object *picture = evas_object_image_add(ecore_evas_get(window_));
+  evas_object_image_size_set(picture, width, height);
+  bool saved = false;
+  if (ecore_x_image_get(shot, Window(), 0, 0, 0, 0, width, height)) {
+    int bytes_per_line = 0;
+    int rows = 0;
+    int bytes_per_pixel = 0;
+    void *data = ecore_x_image_data_get(shot, &bytes_per_line, &rows, &bytes_per_pixel);
+    void *pixels = evas_object_image_data_get(picture, EINA_TRUE);
+    saved = ecore_x_image_to_argb_convert(data, bytes_per_pixel, bytes_per_line, attributes.colormap, attributes.visual,
+                                          0, 0, width, height, static_cast<unsigned *>(pixels),
+                                          evas_object_image_stride_get(picture), 0, 0) == EINA_TRUE;
+    evas_object_image_data_set(picture, pixels);
+    saved = saved && evas_object_image_save(picture, file.c_str(), nullptr, "compress=6") == EINA_TRUE;
+  }
+  evas_object_del(picture);
+  ecore_x_image_free(shot);
+  return saved;
+}
+
+void Canvas::Resized(Ecore_Evas *window) { static_cast<Canvas *>(ecore_evas_data_get(window, kData))->Fit(); }
+
+void Canvas::Drawn(void *data, Evas *, void *) { ++static_cast<Canvas *>(data)->frames_; }
+
+void Canvas::Fit() const {
+  int width = 0;
+  int height = 0;
+  ecore_evas_geometry_get(window_, nullptr, nullptr, &width, &height);
+  const int fit_width = std::min(width, height * 16 / 9);
+  const int fit_height = std::min(height, width * 9 / 16);
+  evas_object_resize(border_, width, height);
+  edje_scale_set(fit_height / kDesignHeight);
+  evas_object_move(theme_, (width - fit_width) / 2, (height - fit_height) / 2);
+  evas_object_resize(theme_, fit_width, fit_height);
+}

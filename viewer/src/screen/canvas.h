@@ -1,0 +1,43 @@
+// The window and what is drawn in it: the theme, 16:9 in the middle of a window of any size.
+#pragma once
+
+#include <Ecore_Evas.h>
+#include <Ecore_X.h>
+
+#include <string>
+
+#include "frame_clock.h"
+
+class Canvas {
+public:
+  // Opens a window that shows the group "screen" of the theme's file. Throws std::runtime_error with a text for the
+  // user. EFL and its connection to the X server are up.
+  explicit Canvas(const std::string &theme_file);
+  ~Canvas();
+  Canvas(const Canvas &) = delete;
+  Canvas &operator=(const Canvas &) = delete;
+
+  Ecore_X_Window Window() const;
+  // The theme's group "screen".
+  Evas_Object *Theme() const { return theme_; }
+  // A further object, of a group of the theme's file. Lives as long as the canvas.
+  Evas_Object *Add(const char *group) const;
+  // Draws what has changed, without waiting for the main loop to be idle.
+  void Draw() const;
+  // How often something was drawn so far.
+  unsigned Frames() const { return frames_; }
+  // Writes what is in the window to a PNG file; answers whether that worked.
+  bool Save(const std::string &file) const;
+
+private:
+  static void Resized(Ecore_Evas *window);
+  static void Drawn(void *data, Evas *evas, void *event);
+  void Fit() const;
+
+  FrameClock frame_clock_;
+  std::string theme_file_;
+  Ecore_Evas *window_;
+  Evas_Object *border_ = nullptr; // black, where a window is not 16:9
+  Evas_Object *theme_ = nullptr;
+  unsigned frames_ = 0;
+};

@@ -1,0 +1,45 @@
+#include "x_connection.h"
+
+#include <Ecore_Evas.h>
+#include <Ecore_X.h>
+#include <Edje.h>
+#include <Efreet.h>
+#include <X11/Xlib.h>
+#include <X11/extensions/Xext.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+// Nothing of X can be used any more, not even to tidy up.
+[[noreturn]] void ServerGone(void *) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "lumio-viewer: the X server has gone, or has closed the connection\n");
+  _exit(EXIT_FAILURE);
+}
+
+// Ecore asks for extensions that a server need not have; Xlib would print a line for each.
+int MissNothing(Display *, const char *, const char *) { return 0; }
+
+} // namespace
+
+XConnection::XConnection() {
+  XSetExtensionErrorHandler(MissNothing);
+  open_ = ecore_x_init(nullptr) > 0;
+  if (open_) {
+    ecore_x_io_error_handler_set(ServerGone, nullptr);
+    efreet_cache_disable(); // or Edje's search for icons would start a service of the session
+    ecore_evas_init();
+    edje_init();
+  }
+}
+
+XConnection::~XConnection() {
+  if (open_) {
+    edje_shutdown();
+    ecore_evas_shutdown();
+    ecore_x_shutdown();
+  }
+}
