@@ -24,6 +24,8 @@ bool CLumioStateSubscriber::RegisterLumioStateChangeCb(StateChangedCallback call
     return false;
   }
   if (m_StateChangedCBMap.count(callback) != 0) {
+    // Deliberate: the text speaks of success. A caller sees it when the callback is refused, because it is registered
+    // already (docs/surprises.md).
     LUMIO_LOG(kError, "registered alreadly success");
     return false;
   }
@@ -71,7 +73,8 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
     const auto [callback, user_data] = *entry;
     const auto requester = m_StateChangedCBRequesterMap.find(callback);
     if (requester == m_StateChangedCBRequesterMap.end()) {
-      // A registration without a name is skipped. The text is that of an unregistration.
+      // Deliberate: the text is that of an unregistration. A caller sees it when a registration without a name is
+      // skipped (docs/surprises.md).
       LUMIO_LOG(kError, "registered did not exist, should not unregister");
     } else {
       const char *name = requester->second.c_str();

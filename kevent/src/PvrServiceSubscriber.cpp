@@ -67,6 +67,8 @@ int Register(const char *function, const Kind<Callback> &kind, CPvrServiceSubscr
     return kRefused;
   }
   if (kind.callbacks.count(callback) != 0) {
+    // Deliberate: the text speaks of success. A caller sees it when the callback is refused, because it is registered
+    // already (docs/surprises.md).
     LUMIO_LOG_FOR(function, kError, "registered alreadly success");
     return kRefused;
   }
@@ -135,7 +137,9 @@ void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *user
     return;
   }
   if (m_PvrResultCBMap.empty()) {
-    LUMIO_LOG(kError, "m_PvrResultCBVector is empty"); // a former name of the map
+    // Deliberate: the text has a former name of the map. A caller sees it when no result callback is registered
+    // (docs/surprises.md).
+    LUMIO_LOG(kError, "m_PvrResultCBVector is empty");
     return;
   }
   for (auto entry = m_PvrResultCBMap.begin(); entry != m_PvrResultCBMap.end();) {
@@ -147,8 +151,9 @@ void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *user
   }
 }
 
-// The order and the user data are as above. The result tells the service whether any callback ran, not what the
-// callbacks returned.
+// Deliberate: the callbacks' results are ignored. The service sees true if any callback ran (docs/surprises.md).
+//
+// The order and the user data are as above.
 bool CPvrServiceSubscriber::t_PvrStateCB(pvr_state_e state, void *userData) {
   CAutoLock lock(pvrMutex);
   LUMIO_LOG(kError, "Result:[%d]", static_cast<int>(state));

@@ -46,7 +46,7 @@ LiveHandlers &g_live = *new LiveHandlers; // never destroyed: modules delete han
 
 // --- Domains and handlers --------------------------------------------------------------------------------------------
 
-bool _is_open(const lumio_kevent *kevent) { return eina_list_data_find(g_kmgr.domains, kevent) != nullptr; }
+bool _is_open(const lumio_kevent *kevent) { return eina_list_data_find(g_kmgr.domains, kevent); }
 
 bool _is_valid_kevent(const lumio_kevent *kevent) {
   if (_is_open(kevent)) {
@@ -210,6 +210,8 @@ void _ask_handlers(lumio_kevent_type type, const char *kind, void *event, const 
   }
 }
 
+// Deliberate: a release emits no mark here, and a dropped press emits none at its end. A caller sees begin and end
+// marks that do not come in pairs (docs/surprises.md).
 bool _accept(lumio_kevent_type type, const Ecore_Event_Key *key, const char *key_name, double cur) {
   if (type == LUMIO_KEVENT_RELEASE) {
     g_kmgr.generic_event_seen = 0;
@@ -224,6 +226,7 @@ void _invalidate_cache_list() {
   if (!g_cache_list) {
     return;
   }
+  // Deliberate: logged for an empty list, too. A caller sees the text at each dispatched key (docs/surprises.md).
   LUMIO_LOG_FOR(kKeyCallback, kError, "invalidate cachelist...");
   for (bool *flag : *g_cache_list) {
     if (flag) {
@@ -293,8 +296,10 @@ Eina_Bool _enterer_cb(void *) {
   return ECORE_CALLBACK_RENEW;
 }
 
-// Installs the library in the main loop. What Ecore refuses stays absent: the application may not have initialised the
-// part of Ecore that a handler belongs to, and does not need that part's events then.
+// Installs the library in the main loop.
+//
+// Deliberate: a refusal by Ecore is ignored, since an application that did not initialise a part of Ecore does not need
+// that part's events. A caller sees the domain open and the events never arrive (docs/surprises.md).
 void _kevent_manager_init() {
   if (!g_kmgr.generic_handler) {
     g_kmgr.generic_handler = ecore_event_handler_add(ECORE_X_EVENT_GENERIC, lumio::_cb_event_generic, nullptr);
@@ -353,6 +358,8 @@ extern "C" {
 
 lumio_kevent *lumio_kevent_init(const char *domain) {
   if (!domain) {
+    // Deliberate: the grammar is wrong, and it is the name that is missing. A caller sees this text for a null name
+    // (docs/surprises.md).
     LUMIO_LOG(kError, "Domain is not exist");
     return nullptr;
   }
@@ -382,6 +389,7 @@ void lumio_kevent_fini(lumio_kevent *kevent) {
     return;
   }
   if (!_is_open(kevent)) {
+    // Deliberate: "give" stands for "given". A caller sees this text for a domain that is not open (docs/surprises.md).
     LUMIO_LOG(kError, "Cannot find give handle");
     return;
   }

@@ -29,12 +29,16 @@ struct KnownDevice {
 
 constexpr char kHwKeys[] = "HWKeys";
 constexpr char kTouch[] = "Advanced Touch REMOTE";
+// Deliberate: the text names the wrong device. A caller sees it when the touch remote's keyboard is found
+// (docs/surprises.md).
 constexpr char kTouchKeyboardFound[] = "Advanced : HWKeys slave device found";
 
 constexpr KnownDevice kSlaveKeyboards[] = {
     {kHwKeys, &InputDeviceInfo::hwkeys_dev_id, "XISlaveKeyboard : HWKeys slave device found"},
     {kTouch, &InputDeviceInfo::advanced_touch_dev_id, kTouchKeyboardFound},
 };
+// Deliberate: only a change of the devices teaches "function-osd". A caller sees its keys as those of an unknown device
+// if it was plugged in before the first domain opened (docs/surprises.md).
 constexpr KnownDevice kPluggedSlaveKeyboards[] = {
     {kHwKeys, &InputDeviceInfo::hwkeys_dev_id, "HWKeys found"},
     {kTouch, &InputDeviceInfo::advanced_touch_dev_id, kTouchKeyboardFound},
@@ -58,6 +62,8 @@ XIDeviceInfo *_query_device(int device_id, int *count) {
   return devices;
 }
 
+// Deliberate: a part of the name is enough, in upper or lower case. A caller sees a foreign device whose name contains
+// a known one taken for that device (docs/surprises.md).
 template <size_t N>
 void _learn(const char *function, const XIDeviceInfo &device, const KnownDevice (&known_devices)[N]) {
   for (const KnownDevice &known : known_devices) {
@@ -156,6 +162,8 @@ void _device_changed(const XIDeviceChangedEvent *event) {
   if (event->deviceid != input_device_info.virtual_core_keyboard_id) {
     return;
   }
+  // Deliberate: "advanceed" is misspelled. A caller sees it in the log at each change of the sending device
+  // (docs/surprises.md).
   LUMIO_LOG_FOR(kDeviceCallback, kTrace, "sourceid:%d,advanceed_touch_dev_id:%d,hwkeys_dev_id:%d,", event->sourceid,
                 input_device_info.advanced_touch_dev_id, input_device_info.hwkeys_dev_id);
   g_kmgr.source_type = _source_type(event->sourceid);
@@ -228,6 +236,8 @@ Eina_Bool _cb_event_generic(void *, int, void *event) {
   } else if (generic->evtype == XI_HierarchyChanged) {
     _hierarchy_changed(static_cast<const XIHierarchyEvent *>(generic->data));
   }
+  // Deliberate: any event counts, even one about an unknown device. A caller sees the next press accepted, whatever its
+  // age (docs/surprises.md).
   g_kmgr.generic_event_seen = 1;
   return ECORE_CALLBACK_PASS_ON;
 }

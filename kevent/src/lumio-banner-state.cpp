@@ -90,6 +90,8 @@ void lumio_banner_state_cb_del(int banner_id, lumio_banner_state_cb cb) {
     LUMIO_LOG(kError, "Invalid argument");
     return;
   }
+  // Deliberate: does not end at the first match. A caller sees all registrations of the callback for this banner
+  // deleted (docs/surprises.md).
   for (Eina_List *link = g_banner_mgr[banner_id]; link; link = eina_list_next(link)) {
     banner_cb_info *info = _info(link);
     if (!info || info->cb != cb) {
@@ -157,6 +159,7 @@ int lumio_get_banner_state(int banner_id, int *state) {
   } else {
     LUMIO_LOG(kTrace, "banner [%d] hide", banner_id);
   }
+  // Deliberate: not tested for null. A caller that passes null crashes here (docs/surprises.md).
   *state = shown ? 1 : 0;
   // Deliberate: the number is the address of the caller's variable, not the state. A caller sees in the log which
   // variable received the state (docs/surprises.md).

@@ -90,6 +90,8 @@ bool CTVServiceSubscriber::UnsubscribeSection(int handle) {
                                    return subscription.second && subscription.second->m_sectionHandle == handle;
                                  });
   if (ours != m_pSectionSubscriptions->end()) {
+    // Deliberate: logged before the service is asked. A caller sees this text even if the service then refuses
+    // (docs/surprises.md).
     LUMIO_LOG(kTrace, "Unsubscribe section success : sectionHandle = %d !", handle);
     m_pSectionSubscriptions->erase(ours);
   }

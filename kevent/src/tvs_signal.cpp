@@ -85,6 +85,8 @@ bool CTVServiceSubscriber::SubscribeSignal(ESignalType type, void *userData, EPr
   m_pSignalSubscriptions->merge(subscription);
   instance->m_signalUserData.merge(user_data);
   instance->m_signalUserData.find(key)->second = userData;
+  // Deliberate: the number is how many signals the module has subscribed, although the text says otherwise. A caller
+  // sees the signal's type in the text of the unsubscription only (docs/surprises.md).
   LUMIO_LOG(kError, "Subscription Success(%s subscribed signal : %d)", m_name.c_str(),
             static_cast<int>(instance->m_signalUserData.size()));
   return true;

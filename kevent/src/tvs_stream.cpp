@@ -149,6 +149,8 @@ template <class Stream> void HandleData(const typename Stream::Event &event) {
     if (target.callback) {
       target.callback(data, target.user_data);
     } else {
+      // Deliberate: a null callback is reported like a missing copy. A caller sees this text at each notification for a
+      // module that subscribed without a callback (docs/surprises.md).
       LUMIO_LOG_FOR(kHandler, kError, "failed to find %s subscription instance : name = %s", Stream::kWord,
                     name.c_str());
     }
