@@ -52,7 +52,8 @@ void Demultiplexer::PushPayload(std::uint16_t number, Pid &pid, const Packet &pa
     }
     pid.sections->Push(packet.Payload(), packet.IsUnitStart(),
                        [&](const Section &section) { listener_.OnSection(number, section); });
-  } else if (pid.wants_pes) {
+  }
+  if (pid.wants_pes) {
     if (!pid.pes) {
       pid.pes = std::make_unique<PesAssembler>(number, budget_);
     }

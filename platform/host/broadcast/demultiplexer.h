@@ -40,7 +40,7 @@ public:
   // Another stream follows, or the same from another place: counters and what has begun are forgotten.
   void Interrupt();
 
-  // What a PID carries; nothing at first. Wanted sections go before wanted PES packets.
+  // What is put together of a PID; nothing at first.
   void WantSections(std::uint16_t pid, bool wanted);
   void WantPes(std::uint16_t pid, bool wanted);
 

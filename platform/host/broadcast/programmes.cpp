@@ -84,6 +84,46 @@ const Programme *ServiceProgrammes::Find(std::uint16_t event_id) const {
   return nullptr;
 }
 
+bool ServiceProgrammes::IsPresentFollowingComplete() const {
+  for (const unsigned table_id : {kEitPresentActualId, kEitPresentOtherId}) {
+    const auto first = sections_.find(static_cast<std::uint16_t>(table_id << 8));
+    if (first != sections_.end() && (first->second.last_number == 0 || Has(table_id << 8 | 1))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A schedule's sections come in segments of eight, of which the last ones may be left out.
+bool ServiceProgrammes::IsTableComplete(const SectionContent &any, std::uint8_t table_id) const {
+  for (unsigned number = 0; number <= any.last_number;) {
+    const auto section = sections_.find(static_cast<std::uint16_t>(table_id << 8 | number));
+    if (section == sections_.end()) {
+      return false;
+    }
+    number = number < section->second.last_in_segment ? number + 1 : (number / 8 + 1) * 8;
+  }
+  return true;
+}
+
+bool ServiceProgrammes::IsScheduleComplete() const {
+  for (const unsigned first : {+kEitFirstScheduleId, kEitFirstScheduleId + 0x10}) {
+    const auto any = sections_.lower_bound(static_cast<std::uint16_t>(first << 8));
+    if (any == sections_.end() || any->first >> 8 >= static_cast<int>(first) + 0x10) {
+      continue;
+    }
+    for (unsigned table_id = first; table_id <= std::max<unsigned>(any->second.last_table_id, first); ++table_id) {
+      const auto section = sections_.lower_bound(static_cast<std::uint16_t>(table_id << 8));
+      if (section == sections_.end() || section->first >> 8 != static_cast<int>(table_id) ||
+          !IsTableComplete(section->second, static_cast<std::uint8_t>(table_id))) {
+        return false;
+      }
+    }
+    return true;
+  }
+  return false;
+}
+
 bool ServiceProgrammes::Apply(const Section &section, std::vector<const Programme *> &&programmes) {
   const auto before = std::make_pair(present_, following_);
   const auto nth = [&](std::size_t i) { return i < programmes.size() ? programmes[i] : nullptr; };
@@ -139,6 +179,9 @@ Programmes::Change Programmes::Apply(const Section &section, ServiceProgrammes &
   }
   content.version = section.Version();
   content.checksum = section.Checksum();
+  content.last_number = section.LastNumber();
+  content.last_in_segment = section.Body()[4];
+  content.last_table_id = section.Body()[5];
   reference_count_ = reference_count_ + kept.size() - content.programmes.size();
   if (IsActual(section.TableId())) {
     own_[section.Extension()] = service;

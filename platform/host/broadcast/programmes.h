@@ -36,6 +36,9 @@ public:
   // All that is known, by start; each event once. Those without a start are left out.
   std::vector<const Programme *> List() const;
   const Programme *Find(std::uint16_t event_id) const;
+  // Whether nothing is missing that the sections promise.
+  bool IsPresentFollowingComplete() const;
+  bool IsScheduleComplete() const;
 
 private:
   friend class Programmes;
@@ -43,12 +46,17 @@ private:
   struct SectionContent {
     std::uint32_t checksum = 0;
     int version = -1;
+    std::uint8_t last_number = 0;     // of the table's sections
+    std::uint8_t last_in_segment = 0; // of the eight sections of which this is one
+    std::uint8_t last_table_id = 0;   // that the schedule uses
     std::vector<const Programme *> programmes;
   };
 
   static std::uint16_t KeyOf(const Section &section) {
     return static_cast<std::uint16_t>(section.TableId() << 8 | section.Number());
   }
+  bool Has(unsigned key) const { return sections_.count(static_cast<std::uint16_t>(key)) != 0; }
+  bool IsTableComplete(const SectionContent &any, std::uint8_t table_id) const;
   bool Has(const Section &section) const { return sections_.count(KeyOf(section)) != 0; }
   // Whether it changes anything.
   bool Apply(const Section &section, std::vector<const Programme *> &&programmes);

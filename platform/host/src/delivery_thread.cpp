@@ -30,6 +30,17 @@ void DeliveryThread::Flush() {
   carried_out_.wait(lock, [&] { return ends_ >= posts; });
 }
 
+void DeliveryThread::FlushUnless(const std::function<bool()> &cancelled) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  const std::uint64_t posts = posts_;
+  carried_out_.wait(lock, [&] { return ends_ >= posts || cancelled(); });
+}
+
+void DeliveryThread::Wake() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  carried_out_.notify_all();
+}
+
 void DeliveryThread::Stop() {
   std::thread thread;
   {

@@ -19,6 +19,10 @@ public:
   // Waits until everything posted so far has run or is dropped. Returns at once on any delivery thread, since two of
   // them could wait for each other.
   void Flush();
+  // Waits likewise, also on a delivery thread, but gives up once cancelled() answers true. Whoever makes it do so calls
+  // `Wake`.
+  void FlushUnless(const std::function<bool()> &cancelled);
+  void Wake();
   // Drops deliveries that have not begun. Waits for the current one to end, except on the thread itself.
   void Stop();
 

@@ -51,41 +51,44 @@ int EmitSignal(ESignalType type, EProfile profile, unsigned short screenId, TSSi
 
 // Programmes
 
-int ProgramService::Add(Form form, const std::string &description, int &handle) {
+int ProgramService::Add(const Details &details, const std::string &description, int &handle) {
   handle = NextHandle();
-  subscriptions.Add(handle, handle, form, nullptr, description);
+  subscriptions.Add(handle, handle, details, nullptr, description);
   return kDone;
 }
 
 int ProgramService::SubscribeProgram(const TCProgramFilteringItem &item, int &handle) {
   return Carry(Operation::SubscribeProgram, [&] {
-    return Add(Form::Program, Format("programme %d of service %#llx", item.eventId, item.serviceId), handle);
+    return Add({Form::Program, item.serviceId, SUBSCRIBE_TYPE_CHANGES, item.eventId, 0, 0},
+               Format("programme %d of service %#llx", item.eventId, item.serviceId), handle);
   });
 }
 
 int ProgramService::UnsubscribeProgram(int handle) {
-  return Carry(Operation::UnsubscribeProgram,
-               [&] { return subscriptions.RemoveIf(handle, [](Form form) { return form == Form::Program; }); });
+  return Carry(Operation::UnsubscribeProgram, [&] {
+    return subscriptions.RemoveIf(handle, [](const Details &details) { return details.form == Form::Program; });
+  });
 }
 
 int ProgramService::SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type, int &handle) {
   return Carry(Operation::SubscribeProgramListPF, [&] {
-    return Add(Form::List, Format("present and following of service %#llx, arg %d, type %d", serviceId, arg, type),
-               handle);
+    return Add({Form::PresentFollowing, serviceId, type, 0, 0, 0},
+               Format("present and following of service %#llx, arg %d, type %d", serviceId, arg, type), handle);
   });
 }
 
 int ProgramService::SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first, unsigned int second,
                                          ESubscribeType type, int &handle) {
   return Carry(Operation::SubscribeProgramList, [&] {
-    return Add(Form::List, Format("list %u, %u of service %#llx, arg %d, type %d", first, second, serviceId, arg, type),
-               handle);
+    return Add({Form::List, serviceId, type, 0, first, second},
+               Format("list %u, %u of service %#llx, arg %d, type %d", first, second, serviceId, arg, type), handle);
   });
 }
 
 int ProgramService::UnsubscribeProgramList(int handle) {
-  return Carry(Operation::UnsubscribeProgramList,
-               [&] { return subscriptions.RemoveIf(handle, [](Form form) { return form == Form::List; }); });
+  return Carry(Operation::UnsubscribeProgramList, [&] {
+    return subscriptions.RemoveIf(handle, [](const Details &details) { return details.form != Form::Program; });
+  });
 }
 
 bool ProgramService::GetMonitoringType(EProgramMonitoringType &type) {
@@ -99,8 +102,15 @@ TCProgramData *ProgramService::Keep(const TCProgramData &data) { return &kept_.e
 
 int EmitProgram(int handle, EProgramChangeType change, const TCProgramData &data, int position) {
   ProgramService &service = Service::Get().program;
-  return service.subscriptions.EmitTo(handle, [=, &service](ProgramService::Form) {
+  return service.subscriptions.EmitTo(handle, [=, &service](const ProgramService::Details &) {
     service.callback.load()(change, service.Keep(data), position, handle);
+  });
+}
+
+int TellProgram(int handle, EProgramChangeType change, TCProgramData *data, int position) {
+  ProgramService &service = Service::Get().program;
+  return service.subscriptions.EmitTo(handle, [=, &service](const ProgramService::Details &) {
+    service.callback.load()(change, data, position, handle);
   });
 }
 
@@ -191,7 +201,7 @@ int DsmService::Attach(unsigned int &sessionHandle, const std::vector<unsigned c
   return Carry(Operation::AttachDsm, [&] {
     const int handle = NextHandle();
     sessionHandle = static_cast<unsigned int>(handle);
-    subscriptions.Add(handle, handle, {}, userData,
+    subscriptions.Add(handle, handle, {{target.begin(), target.end()}, attachType}, userData,
                       "target \"" + std::string(target.begin(), target.end()) +
                           Format("\", service type %d, attach type %d, flag %d", serviceType, attachType, flag));
     return kDone;
@@ -206,7 +216,7 @@ int EmitDsm(const TSDsmMessage &message) {
   DsmService &service = Service::Get().dsm;
   const auto *bytes = static_cast<const unsigned char *>(message.data);
   std::vector<unsigned char> data(bytes, bytes ? bytes + message.size : nullptr);
-  return service.subscriptions.EmitTo(message.sessionHandle, [=, &service](DsmService::Nothing) {
+  return service.subscriptions.EmitTo(message.sessionHandle, [=, &service](const DsmService::Details &) {
     TSDsmMessage copy = message;
     copy.data = data.data();
     service.callback.load()(copy);

@@ -3,6 +3,10 @@
 #include <cstdlib>
 #include <limits>
 
+#include <lumio-host/broadcast.h>
+
+#include "broadcast.h"
+
 namespace lumio::tv {
 
 namespace {
@@ -13,6 +17,7 @@ constexpr int kNotCreated = -1;
 // Returns the object of a kind whose notifications go to the one callback of the process.
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, typename Subscriber::Callback callback, Interface **subscriber) {
+  broadcast::OpenFromEnvironment();
   return Carry(operation, [&] {
     if (!callback || !subscriber) {
       return kNotCreated;
@@ -26,6 +31,7 @@ int Create(Operation operation, Subscriber &object, typename Subscriber::Callbac
 // Returns the object of a kind whose subscriptions each have a callback.
 template <class Subscriber, class Interface>
 int Create(Operation operation, Subscriber &object, Interface **subscriber) {
+  broadcast::OpenFromEnvironment();
   return Carry(operation, [&] {
     if (!subscriber) {
       return kNotCreated;
@@ -86,6 +92,7 @@ std::vector<Subscription> Subscriptions() {
 void Flush() { Service::Get().Flush(); }
 
 void Shutdown() {
+  broadcast::Close();
   Service::Get().Flush();
   Service::Get().Stop();
 }

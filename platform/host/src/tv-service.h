@@ -29,6 +29,16 @@ int NextHandle();
 // Carries out one call of an operation as the test or demo has planned it.
 int Carry(Operation operation, const std::function<int()> &perform);
 
+// Called after each change of the subscriptions, on the thread that made it and without a lock. Whoever finds out what
+// to tell from the subscriptions sets it; null at first.
+inline std::atomic<void (*)()> g_on_change{nullptr};
+
+inline void AnnounceChange() {
+  if (void (*const on_change)() = g_on_change) {
+    on_change();
+  }
+}
+
 // The subscriptions of one kind. `Details` is what a delivery needs of its subscription.
 template <class Key, class Details> class SubscriptionTable {
 public:
@@ -38,11 +48,14 @@ public:
 
   // A key that is already subscribed continues with the new details.
   void Add(const Key &key, int handle, const Details &details, void *user_data, const std::string &description) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.insert({key, {{kind_, handle, nullptr, "", 0}, details}}).first;
-    entry->second.details = details;
-    entry->second.shown.userData = user_data;
-    entry->second.shown.description = description;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      const auto entry = entries_.insert({key, {{kind_, handle, nullptr, "", 0}, details}}).first;
+      entry->second.details = details;
+      entry->second.shown.userData = user_data;
+      entry->second.shown.description = description;
+    }
+    AnnounceChange();
   }
 
   int Remove(const Key &key) {
@@ -50,18 +63,32 @@ public:
   }
 
   int RemoveIf(const Key &key, const std::function<bool(const Details &)> &allowed) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(key);
-    if (entry == entries_.end() || !allowed(entry->second.details)) {
-      return kFailed;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      const auto entry = entries_.find(key);
+      if (entry == entries_.end() || !allowed(entry->second.details)) {
+        return kFailed;
+      }
+      entries_.erase(entry);
     }
-    entries_.erase(entry);
+    AnnounceChange();
     return kDone;
   }
 
   void Clear() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      entries_.clear();
+    }
+    AnnounceChange();
+  }
+
+  // each(int handle, const Key &, const Details &) for each subscription, which it must not change.
+  template <class Each> void ForEach(Each each) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    entries_.clear();
+    for (const auto &[key, entry] : entries_) {
+      each(entry.shown.handle, key, entry.details);
+    }
   }
 
   int EmitTo(const Key &key, const Deliver &deliver) {
@@ -135,7 +162,16 @@ struct SignalService final : ISignalSubscriber {
 
 struct ProgramService final : IProgramSubscriber {
   using Callback = void (*)(EProgramChangeType, TCProgramData *, int, int);
-  enum class Form { Program, List };
+  enum class Form { Program, PresentFollowing, List };
+  // What is subscribed: one programme, or those of a service that are present and following or begin in a range.
+  struct Details {
+    Form form;
+    TCServiceId service;
+    ESubscribeType type;
+    unsigned short event;
+    unsigned int first;
+    unsigned int second;
+  };
 
   int SubscribeProgram(const TCProgramFilteringItem &item, int &handle) override;
   int UnsubscribeProgram(int handle) override;
@@ -147,12 +183,12 @@ struct ProgramService final : IProgramSubscriber {
 
   TCProgramData *Keep(const TCProgramData &data);
 
-  SubscriptionTable<int, Form> subscriptions{Kind::Program};
+  SubscriptionTable<int, Details> subscriptions{Kind::Program};
   std::atomic<Callback> callback{nullptr};
   std::atomic<EProgramMonitoringType> monitoring_type{PROGRAM_MONITORING_PRESENT_FOLLOWING};
 
 private:
-  int Add(Form form, const std::string &description, int &handle);
+  int Add(const Details &details, const std::string &description, int &handle);
 
   std::deque<TCProgramData> kept_; // used by the delivery thread only; a deque does not move its elements
 };
@@ -222,10 +258,16 @@ struct DsmService final : IDsm {
              EDsmAttachType attachType, void *userData, bool flag) override;
   int Detach(unsigned int sessionHandle) override;
 
-  struct Nothing {};
-  SubscriptionTable<int, Nothing> subscriptions{Kind::Dsm};
+  struct Details {
+    std::string target;
+    EDsmAttachType attach_type;
+  };
+  SubscriptionTable<int, Details> subscriptions{Kind::Dsm};
   std::atomic<Callback> callback{nullptr};
 };
+
+// As EmitProgram, but with the callback's own pointer: `data` stays there to the process's end.
+int TellProgram(int handle, EProgramChangeType change, TCProgramData *data, int position);
 
 // The whole service.
 struct Service {
