@@ -45,7 +45,7 @@ bool IsEcoreEventUp() { return IsSet("ECORE_EVENT_KEY_DOWN"); }
 bool IsEcoreUp() { return g_ecore > 0 || IsEcoreEventUp(); }
 bool IsEinaUp() { return g_eina > 0 || IsEcoreUp(); }
 
-bool IsXUp() { return g_display_get.Get() && g_display_get() != nullptr; }
+bool IsXUp() { return g_display_get.Get() && g_display_get(); }
 
 bool IsXMissing() {
   const char *display = getenv("DISPLAY");

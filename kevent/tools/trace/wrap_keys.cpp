@@ -158,7 +158,7 @@ std::string DomainName(const lumio_kevent *kevent) {
 
 bool IsOpen(const lumio_kevent *kevent) {
   const Lock lock;
-  return OpenDomain(kevent) != nullptr;
+  return OpenDomain(kevent);
 }
 
 void CheckInit(const char *domain, const void *caller) {

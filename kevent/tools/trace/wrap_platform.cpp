@@ -57,7 +57,7 @@ void CheckLeftBehind(const void *caller) {
     std::string module;
     Symbol symbol;
   };
-  static std::map<const void *, const void *> &told = *new std::map<const void *, const void *>; // never destroyed
+  static auto &told = *new std::map<const void *, const void *>; // never destroyed: modules log as late as at exit
   std::vector<Left> left;
   {
     const Lock lock;
