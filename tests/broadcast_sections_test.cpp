@@ -17,7 +17,9 @@ extern "C" {
 #include <random>
 #include <sstream>
 
+#include "byte_source.h"
 #include "demultiplexer.h"
+#include "packet_reader.h"
 #include "tables.h"
 #include "transport_stream.h"
 
@@ -540,4 +542,46 @@ TEST(BesideDvbpsi, FiftyRandomStreamsAgree) {
     EXPECT_EQ(OurTables(random.sections[0x11]), OthersByDvbpsi(random.sections[0x11]));
     EXPECT_EQ(OurTables(random.sections[0x12]), OthersByDvbpsi(random.sections[0x12]));
   }
+}
+
+// The section as a table of its own, since libdvbpsi tells only complete ones.
+static ts::Bytes AsPresent(ts::Bytes section) {
+  section[0] = kEitPresentActualId;
+  section[6] = section[7] = 0; // its number, and the last one
+  section.resize(section.size() - kChecksumSize);
+  return section + ts::Be32(ts::Crc(section));
+}
+
+TEST(BesideDvbpsi, TheSampleAgrees) {
+  FileSource source;
+  ASSERT_EQ(source.Open(LUMIO_SAMPLE), 0);
+  PacketReader reader(source);
+  ts::Stream stream;
+  while (const std::uint8_t *packet = reader.Next()) {
+    stream.Append({packet, packet + kPacketSize});
+  }
+  const auto sections_on = [&](std::uint16_t pid) {
+    Collector collector;
+    collector.demultiplexer.WantSections(pid, true);
+    collector.Push(stream);
+    EXPECT_THAT(collector.sections, testing::Not(IsEmpty())) << pid;
+    EXPECT_EQ(SectionsByDvbpsi(stream, pid), collector.sections) << pid;
+    return collector.sections;
+  };
+  for (const std::uint16_t pid : {0x14, 0x104}) {
+    sections_on(pid);
+  }
+  const auto pats = sections_on(0x00), pmts = sections_on(0x100), others = sections_on(0x200);
+  const auto names = sections_on(0x11);
+  auto programmes = sections_on(0x12);
+  std::transform(programmes.begin(), programmes.end(), programmes.begin(), AsPresent);
+  EXPECT_EQ(OurTables(pats), PatsByDvbpsi(pats));
+  EXPECT_EQ(OurTables(pmts), PmtsByDvbpsi(pmts));
+  EXPECT_EQ(OurTables(others), PmtsByDvbpsi(others));
+  EXPECT_EQ(OurTables(names), OthersByDvbpsi(names));
+  Lines by_dvbpsi = OthersByDvbpsi(programmes);
+  for (std::string &line : by_dvbpsi) {
+    line.erase(std::remove(line.begin(), line.end(), '\x15'), line.end()); // says that the text is UTF-8
+  }
+  EXPECT_EQ(OurTables(programmes), by_dvbpsi);
 }

@@ -2,8 +2,7 @@
 #include <lumio-banner-state.h>
 #include <vconf.h>
 
-#include "program.h"
-#include "stderr_of.h"
+#include "run_command.h"
 #include "stored.h"
 #include "temporary_directory.h"
 
@@ -33,9 +32,6 @@ enum Status { kDone = 0, kNotSet = 1, kWrongUsage = 2, kFailed = 3 };
 
 using Arguments = std::vector<std::string>;
 
-// A deadline after the time limit of the suite.
-lumio::Clock::time_point Never() { return lumio::Clock::now() + std::chrono::hours(1); }
-
 Arguments Tool(const Arguments &arguments) {
   Arguments command = {LUMIO_VCONF};
   command.insert(command.end(), arguments.begin(), arguments.end());
@@ -49,24 +45,6 @@ Arguments Shell(const std::string &script, const Arguments &arguments) {
     command.push_back(argument);
   }
   return command;
-}
-
-struct Ran {
-  std::string output;
-  std::string error;
-  std::optional<int> status;
-};
-
-Ran RunCommand(const Arguments &command) {
-  Ran ran;
-  ran.error = StderrOf([&] {
-    lumio::Program process(command, {});
-    while (const auto line = process.ReadLine(Never())) {
-      ran.output += *line + "\n";
-    }
-    ran.status = process.Wait(Never());
-  });
-  return ran;
 }
 
 Ran RunTool(const Arguments &arguments) { return RunCommand(Tool(arguments)); }

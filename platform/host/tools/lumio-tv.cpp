@@ -9,8 +9,10 @@ namespace {
 using lumio::tool::Arguments;
 
 constexpr const char *kUsage = "usage: lumio-tv info [--json] FILE...\n"
+                               "       lumio-tv make FILE\n"
                                "\n"
                                "info  tells what a transport stream carries.\n"
+                               "make  writes the sample broadcast.\n"
                                "\n"
                                "Exit status: 0 done; 1 a file could not be used; 2 wrong usage.\n";
 
@@ -21,6 +23,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"info", lumio::tool::Info},
+    {"make", lumio::tool::Make},
 };
 
 int PrintUsage(FILE *to, int status) {

@@ -12,6 +12,7 @@ using Arguments = std::vector<std::string>; // behind the command's name
 
 // Each returns the process's exit status.
 int Info(const Arguments &arguments);
+int Make(const Arguments &arguments);
 
 // Says on stderr what went wrong. @return kFailed
 int Complain(const std::string &what, const std::string &why);

@@ -87,7 +87,7 @@ void Stream::Sections(unsigned pid, const std::vector<Bytes> &sections) {
   std::vector<std::size_t> starts;
   for (const Bytes &section : sections) {
     starts.push_back(all.size());
-    all = all + section;
+    all.insert(all.end(), section.begin(), section.end());
   }
   std::size_t position = 0;
   std::size_t next = 0; // start of a section that is not in a packet yet
