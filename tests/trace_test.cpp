@@ -215,6 +215,72 @@ TEST(Trace, SaysWhatItCannotDo) {
   EXPECT_THAT(RunTraced({"--help"}, {}).output, StartsWith("usage: lumio-trace "));
 }
 
+// --- The evening -----------------------------------------------------------------------------------------------------
+
+// The text between `before` and `after`; empty when it does not contain them.
+std::string Between(const std::string &text, const std::string &before, const std::string &after) {
+  const size_t start = text.find(before);
+  const size_t end = text.find(after, start + before.size());
+  return start == std::string::npos || end == std::string::npos
+             ? ""
+             : text.substr(start + before.size(), end - start - before.size());
+}
+
+std::string Value(const std::string &json, const std::string &field) {
+  return Between(json, "\"" + field + "\":\"", "\"");
+}
+
+// A key of the trace in the words of the viewer's journal.
+std::string InWordsOfTheJournal(const std::string &json) {
+  static const std::map<std::string, std::string> devices = {{"Advanced Touch REMOTE", "touch remote"},
+                                                             {"HWKeys", "other device"}};
+  static const std::map<std::string, std::string> outcomes = {{"declined", "taken by nobody"},
+                                                              {"burst", "dropped"},
+                                                              {"stale", "passed on"},
+                                                              {"stale release", "passed on"},
+                                                              {"aging", "passed on"}};
+  std::string asked;
+  for (size_t at = json.find("\"domain\""); at != std::string::npos; at = json.find("\"domain\"", at + 1)) {
+    asked += (asked.empty() ? "" : ", ") + Value(json.substr(at), "domain");
+  }
+  const std::string outcome = Value(json, "outcome");
+  return Value(json, "key") + " " + Value(json, "kind") + " " + devices.at(Value(json, "device")) + " asked " +
+         (asked.empty() ? "nobody" : asked) + " " +
+         (outcome == "taken" ? "taken by " + Value(json, "taker") : outcomes.at(outcome));
+}
+
+// "   20:15:01.204  key     Up  press    touch remote    asked menu, volume  taken by volume  0.276 ms"
+std::string InOneLine(const std::string &journal_line) {
+  Words columns;
+  for (size_t start = journal_line.find_first_not_of(' '); start != std::string::npos;) {
+    const size_t end = journal_line.find("  ", start);
+    columns.push_back(journal_line.substr(start, end - start));
+    start = end == std::string::npos ? end : journal_line.find_first_not_of(' ', end);
+  }
+  return columns.at(2) + " " + columns.at(3) + " " + columns.at(4) + " " + columns.at(5) + " " + columns.at(6);
+}
+
+TEST(Trace, TellsOfEachKeyOfTheDemoWhatTheViewersJournalTells) {
+  const lumio::TemporaryDirectory directory;
+  lumio::Program director({LUMIO_DIRECTOR, "--under", LUMIO_TRACE " --json -o " + directory / "trace"}, {});
+  Words journal;
+  while (const auto line = director.ReadLine(Never())) {
+    if (line->find("  key     ") != std::string::npos) {
+      journal.push_back(InOneLine(*line));
+    }
+  }
+  EXPECT_EQ(director.Wait(Never()), 0);
+  Words traced;
+  for (const std::string &line : Lines(Contents(directory / "trace"))) {
+    EXPECT_THAT(line, Not(HasSubstr("\"mistake\"")));
+    if (line.rfind("{\"event\":\"key\"", 0) == 0) {
+      traced.push_back(InWordsOfTheJournal(line));
+    }
+  }
+  EXPECT_GT(traced.size(), 50u);
+  EXPECT_EQ(traced, journal);
+}
+
 // --- What modules do wrong -------------------------------------------------------------------------------------------
 
 struct WrongUse {
