@@ -17,7 +17,7 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
     if (run.run_type != Run::RT_Iteration || run.error_occurred || slash == std::string::npos) {
       continue;
     }
-    const bool is_real_time = run.run_name.time_type.find("real_time") != std::string::npos;
+    const bool is_real_time = !run.run_name.time_type.empty(); // or a time that the benchmark measures itself
     const double seconds = is_real_time ? run.real_accumulated_time : run.cpu_accumulated_time;
     const Measurement measurement = {name.substr(0, slash), name.substr(slash + 1), run.run_name.args,
                                      seconds / static_cast<double>(run.iterations)};

@@ -152,9 +152,8 @@ void KeyEvent::PrintAsked(const Asked &asked) {
   text.Append("%s", kMore);
   text.AppendColumn(asked.domain.c_str(), 18);
   text.Append(" %d  %-9s ", asked.priority, asked.took_it ? "took it" : "passed on");
-  Text took;
-  took.AppendDuration(asked.took);
-  text.Append("%10s  ", took.Data());
+  text.AppendDurationColumn(asked.took, 10);
+  text.Append("  ");
   text.AppendClean(asked.symbol.c_str());
   text.Append("\n");
   Put(text);

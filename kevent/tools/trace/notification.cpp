@@ -1,5 +1,7 @@
 #include "notification.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -13,8 +15,15 @@ thread_local Notification *g_current;
 
 } // namespace
 
-Notification::Notification(const char *kind, const char *subject, const char *fields, Nanoseconds waited)
-    : kind_(kind), subject_(subject), fields_(fields), waited_(waited), outer_(std::exchange(g_current, this)) {}
+void Words::Set(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text_, sizeof text_, format, arguments);
+  va_end(arguments);
+}
+
+Notification::Notification(const char *kind, const Words &about, Nanoseconds waited)
+    : kind_(kind), about_(about), waited_(waited), outer_(std::exchange(g_current, this)) {}
 
 Notification::~Notification() { g_current = outer_; }
 
@@ -47,7 +56,7 @@ void Notification::Print(const std::string &module, const std::string &symbol, N
   Text text;
   AppendHead(text, WallClock(), kind_);
   if (TheOptions().json) {
-    text.Append(",%s,\"module\":", fields_);
+    text.Append(",%s,\"module\":", about_.Text());
     text.AppendQuoted(module.c_str());
     text.Append(",\"symbol\":");
     text.AppendQuoted(symbol.c_str());
@@ -59,29 +68,27 @@ void Notification::Print(const std::string &module, const std::string &symbol, N
     Put(text);
     return;
   }
-  text.AppendColumn(subject_, 46);
-  text.Append(" ");
+  text.AppendColumn(about_.Text(), 46);
+  text.AppendBytes(" ");
   if (*why) {
     text.Append("%s\n", why);
     Put(text);
     return;
   }
   text.AppendColumn(module.c_str(), 14);
-  Text duration;
-  duration.AppendDuration(took);
-  text.Append(" %10s", duration.Data());
+  text.AppendDurationColumn(took, 11);
   if (waited_ != kNoWait) {
-    text.Append(" after ");
+    text.AppendBytes(" after ");
     text.AppendDuration(waited_);
   }
   if (callbacks != 1) {
     text.Append("  %d callbacks", callbacks);
   }
   if (!symbol.empty()) {
-    text.Append("  ");
+    text.AppendBytes("  ");
     text.AppendClean(symbol.c_str());
   }
-  text.Append("\n");
+  text.AppendBytes("\n");
   Put(text);
 }
 

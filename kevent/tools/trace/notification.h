@@ -9,13 +9,23 @@
 
 namespace lumio::trace {
 
+// What a notification is about: for people, or as fields of a JSON object ("\"type\":%d"), as the options say.
+class Words {
+public:
+  void Set(const char *format, ...) __attribute__((format(printf, 2, 3)));
+  const char *Text() const { return text_; }
+
+private:
+  char text_[128];
+};
+
 // Exists while the callbacks of one notification are called. Those that go through thunks find it by its thread.
 class Notification {
 public:
   static constexpr Nanoseconds kNoWait = -2; // it did not go through a queue
 
-  // `subject` is for people, `fields` for JSON: `"type":0,"screen":1`. Both outlive the object.
-  Notification(const char *kind, const char *subject, const char *fields, Nanoseconds waited = kNoWait);
+  // `about` outlives the object.
+  Notification(const char *kind, const Words &about, Nanoseconds waited = kNoWait);
   ~Notification();
   Notification(const Notification &) = delete;
   Notification &operator=(const Notification &) = delete;
@@ -35,8 +45,7 @@ private:
   void Print(const std::string &module, const std::string &symbol, Nanoseconds took, int callbacks, const char *why);
 
   const char *kind_;
-  const char *subject_;
-  const char *fields_;
+  const Words &about_;
   Nanoseconds waited_;
   int told_ = 0;
   Notification *outer_;

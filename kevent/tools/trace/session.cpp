@@ -127,8 +127,13 @@ void AppendClock(Text &text, Nanoseconds wall) {
     localtime_r(&seconds, &known);
     known_minute = seconds / 60;
   }
-  text.Append("%02d:%02d:%02d.%03d", known.tm_hour, known.tm_min, static_cast<int>(seconds % 60),
-              static_cast<int>(wall % kSecond / kMillisecond));
+  text.AppendNumber(known.tm_hour, 2);
+  text.AppendBytes(":");
+  text.AppendNumber(known.tm_min, 2);
+  text.AppendBytes(":");
+  text.AppendNumber(seconds % 60, 2);
+  text.AppendBytes(".");
+  text.AppendNumber(wall % kSecond / kMillisecond, 3);
 }
 
 void AppendUnixTime(Text &text, Nanoseconds wall) {
@@ -141,7 +146,8 @@ void AppendHead(Text &text, Nanoseconds wall, const char *kind) {
     AppendUnixTime(text, wall);
   } else {
     AppendClock(text, wall);
-    text.Append(" %-8s ", kind);
+    text.AppendBytes(" ");
+    text.AppendColumn(kind, 9);
   }
 }
 

@@ -58,24 +58,54 @@ void Text::AppendQuoted(const char *text) {
   AppendByte('"');
 }
 
+void Text::AppendBytes(const char *text) {
+  const size_t size = std::min(strlen(text), sizeof buffer_ - 1 - size_);
+  memcpy(buffer_ + size_, text, size);
+  size_ += size;
+}
+
+void Text::AppendNumber(long long number, int digits) {
+  char text[24];
+  int at = sizeof text - 1;
+  text[at] = '\0';
+  for (; number > 0 || digits > 0; number /= 10, --digits) {
+    text[--at] = static_cast<char>('0' + number % 10);
+  }
+  AppendBytes(text + at);
+}
+
 void Text::AppendDuration(Nanoseconds duration) {
-  const long long microseconds = duration / 1000;
+  const bool seconds = duration >= kSecond;
+  const long long thousandths = seconds ? duration / kMillisecond : duration / 1000;
   if (duration < 0) {
-    Append("?");
-  } else if (duration >= kSecond) {
-    Append("%lld.%03lld s", microseconds / 1000000, microseconds / 1000 % 1000);
-  } else {
-    Append("%lld.%03lld ms", microseconds / 1000, microseconds % 1000);
+    AppendBytes("?");
+    return;
+  }
+  AppendNumber(thousandths / 1000, 1);
+  AppendBytes(".");
+  AppendNumber(thousandths % 1000, 3);
+  AppendBytes(seconds ? " s" : " ms");
+}
+
+void Text::AppendDurationColumn(Nanoseconds duration, size_t width) {
+  const size_t start = size_;
+  AppendDuration(duration);
+  const size_t length = size_ - start;
+  if (length < width && start + width < sizeof buffer_) {
+    memmove(buffer_ + start + width - length, buffer_ + start, length);
+    memset(buffer_ + start, ' ', width - length);
+    size_ = start + width;
   }
 }
 
 void Text::AppendMilliseconds(Nanoseconds duration) {
-  const long long microseconds = duration / 1000;
   if (duration < 0) {
-    Append("null");
-  } else {
-    Append("%lld.%03lld", microseconds / 1000, microseconds % 1000);
+    AppendBytes("null");
+    return;
   }
+  AppendNumber(duration / kMillisecond, 1);
+  AppendBytes(".");
+  AppendNumber(duration / 1000 % 1000, 3);
 }
 
 } // namespace lumio::trace

@@ -12,7 +12,11 @@ namespace lumio::trace {
 class Text {
 public:
   void Append(const char *format, ...) __attribute__((format(printf, 2, 3)));
-  void AppendList(const char *format, va_list arguments);
+  void AppendList(const char *format, va_list arguments) __attribute__((format(printf, 2, 0)));
+
+  void AppendBytes(const char *text);
+  // Not negative; filled with zeros to so many digits.
+  void AppendNumber(long long number, int digits);
 
   // What other people named. Control characters become '?'.
   void AppendClean(const char *text);
@@ -23,6 +27,8 @@ public:
 
   // "1.204 s", "12.304 ms"; "?" when not known
   void AppendDuration(Nanoseconds duration);
+  // The same at the end of a column.
+  void AppendDurationColumn(Nanoseconds duration, size_t width);
   // Milliseconds for JSON: "12.304", or "null" when not known.
   void AppendMilliseconds(Nanoseconds duration);
 

@@ -153,12 +153,10 @@ int lumio_set_banner_state(int banner_id, int state) {
   if (state != 0 && state != 1) {
     Report({kSet, "state", std::to_string(state), "", "there is no such state, nothing was set: use 0 or 1"}, caller);
   }
-  char subject[64];
-  char fields[64];
-  snprintf(subject, sizeof subject, "%d %s by %.40s", banner_id, state ? "shown" : "hidden",
-           SymbolOf(caller).object.c_str());
-  snprintf(fields, sizeof fields, "\"banner\":%d,\"state\":%d", banner_id, state);
-  Notification notification("banner", subject, fields);
+  Words words;
+  words.Set(TheOptions().json ? "\"banner\":%d,\"change\":\"%s\",\"object\":\"%.60s\"" : "%d %s by %.60s", banner_id,
+            state ? "shown" : "hidden", SymbolOf(caller).object.c_str());
+  Notification notification("banner", words);
   const int result = g_set(banner_id, state);
   if (result != 0) {
     notification.ToldNobody("refused");

@@ -94,12 +94,10 @@ int Unregister(const char *function, Registrations &registrations, Next<int(Subs
 
 // `tell` goes on to the library.
 template <class Tell> void Told(const char *what, int value, const Registrations &registrations, const Tell &tell) {
-  char subject[48];
-  char fields[48];
-  snprintf(subject, sizeof subject, "%s %d", what, value);
-  snprintf(fields, sizeof fields, "\"%s\":%d", what, value);
+  Words words;
+  words.Set(TheOptions().json ? "\"%s\":%d" : "%s %d", what, value);
   const std::string modules = registrations.Modules();
-  Notification notification("pvr", subject, fields);
+  Notification notification("pvr", words);
   PvrListener listener;
   Nanoseconds took = 0;
   {

@@ -85,11 +85,9 @@ bool CLumioStateSubscriber::UnregisterLumioStateChangeCb(StateChangedCallback ca
 
 void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
   CheckLock(kAnnounce, "", __builtin_return_address(0));
-  char subject[32];
-  char fields[32];
-  snprintf(subject, sizeof subject, "%d", static_cast<int>(state));
-  snprintf(fields, sizeof fields, "\"state\":%d", static_cast<int>(state));
-  Notification notification("state", subject, fields);
+  Words words;
+  words.Set(TheOptions().json ? "\"state\":%d" : "%d", static_cast<int>(state));
+  Notification notification("state", words);
   StateListener listener;
   Nanoseconds took = 0;
   {

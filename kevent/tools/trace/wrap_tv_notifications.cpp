@@ -59,30 +59,21 @@ template <class Callback> Callback Find(const std::string &module, Callback call
 
 // --- What is told ----------------------------------------------------------------------------------------------------
 
-// The texts of a notification.
-struct Words {
-  char subject[96];
-  char fields[128];
-};
-
 void Describe(const TSignalEvent &event, Words &words) {
   int data[2];
   memcpy(data, &event.signalData, sizeof data);
-  snprintf(words.subject, sizeof words.subject, "type %d, profile %d, screen %d: %d %d", event.signalType,
-           event.profile, event.screenId, data[0], data[1]);
-  snprintf(words.fields, sizeof words.fields, "\"type\":%d,\"profile\":%d,\"screen\":%d,\"data\":[%d,%d]",
-           event.signalType, event.profile, event.screenId, data[0], data[1]);
+  words.Set(TheOptions().json ? "\"type\":%d,\"profile\":%d,\"screen\":%d,\"data\":[%d,%d]"
+                              : "type %d, profile %d, screen %d: %d %d",
+            event.signalType, event.profile, event.screenId, data[0], data[1]);
 }
 
 void Describe(const TProgramEvent &event, Words &words) {
-  snprintf(words.subject, sizeof words.subject, "change %d, handle %d, %d", event.changeType, event.handle, event.arg);
-  snprintf(words.fields, sizeof words.fields, "\"change\":%d,\"handle\":%d,\"arg\":%d", event.changeType, event.handle,
-           event.arg);
+  words.Set(TheOptions().json ? "\"change\":%d,\"handle\":%d,\"arg\":%d" : "change %d, handle %d, %d", event.changeType,
+            event.handle, event.arg);
 }
 
 template <class Data> void DescribeData(const Data &data, Words &words) {
-  snprintf(words.subject, sizeof words.subject, "%zu bytes", data.payload.size());
-  snprintf(words.fields, sizeof words.fields, "\"bytes\":%zu", data.payload.size());
+  words.Set(TheOptions().json ? "\"bytes\":%zu" : "%zu bytes", data.payload.size());
 }
 
 void Describe(const TPesEvent &event, Words &words) { DescribeData(*event.data, words); }
@@ -146,7 +137,7 @@ void Send(TvKind kind, const char *function, const Event &event, const void *cal
     SentOf(kind).TakeBack(content);
     Words words;
     Describe(event, words);
-    Notification(NameOf(kind), words.subject, words.fields).ToldNobody("dropped: nobody has subscribed");
+    Notification(NameOf(kind), words).ToldNobody("dropped: nobody has subscribed");
   }
 }
 
@@ -158,8 +149,7 @@ template <class Event, class Callback> Eina_Bool Receive(TvKind kind, void *data
   Words words;
   Describe(received, words);
   NoteArrival(posted);
-  Notification notification(NameOf(kind), words.subject, words.fields,
-                            posted == kNotKnown ? kNotKnown : Now() - posted);
+  Notification notification(NameOf(kind), words, posted == kNotKnown ? kNotKnown : Now() - posted);
   const Eina_Bool result = g_handler(data, type, event);
   if (notification.Count() == 0) {
     notification.ToldNobody(TvThunks<Callback>::IsExhausted() ? "told to callbacks that are not traced"
@@ -295,10 +285,9 @@ void CTVServiceSubscriber::t_CaptionCallback(TSCaption &data, void *userData) {
 void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, unsigned char *data, int key) {
   Words words;
   const int stream = key & 0xffff;
-  snprintf(words.subject, sizeof words.subject, "stream %d, %s, %d", stream, flag ? "true" : "false", number);
-  snprintf(words.fields, sizeof words.fields, "\"stream\":%d,\"flag\":%s,\"number\":%d", stream,
-           flag ? "true" : "false", number);
-  Notification notification(NameOf(TvKind::kSection), words.subject, words.fields);
+  words.Set(TheOptions().json ? "\"stream\":%d,\"flag\":%s,\"number\":%d" : "stream %d, %s, %d", stream,
+            flag ? "true" : "false", number);
+  Notification notification(NameOf(TvKind::kSection), words);
   g_told_section(flag, number, data, key);
   if (notification.Count() == 0) {
     notification.ToldNobody("nobody has subscribed");
@@ -307,9 +296,8 @@ void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, u
 
 void CTVServiceSubscriber::t_DsmCallback(TSDsmMessage &message) {
   Words words;
-  snprintf(words.subject, sizeof words.subject, "session %d", message.sessionHandle);
-  snprintf(words.fields, sizeof words.fields, "\"session\":%d", message.sessionHandle);
-  Notification notification(NameOf(TvKind::kDsm), words.subject, words.fields);
+  words.Set(TheOptions().json ? "\"session\":%d" : "session %d", message.sessionHandle);
+  Notification notification(NameOf(TvKind::kDsm), words);
   g_told_dsm(message);
   if (notification.Count() == 0) {
     notification.ToldNobody("nobody has attached");
