@@ -39,7 +39,7 @@ constexpr Words kWords[kOutcomes] = {
     {"taken", "taken by "},
     {"burst", "dropped: burst, two keys came since the main loop was last idle"},
     {"stale", "dropped: stale, it waited while the application was not ready"},
-    {"stale release", "dropped: release of a stale press"},
+    {"stale release", "dropped: release after an ignored press"},
     {"aging", "passed on: factory aging mode"},
     {"not initialised", "passed on: no domain is open"},
     {"no event", "passed on: the event is null"},
