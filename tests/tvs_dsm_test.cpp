@@ -11,6 +11,7 @@
 #include "fake_dlog.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
+#include "modules_called.h"
 #include "short_memory.h"
 
 using testing::ElementsAre;
@@ -41,14 +42,6 @@ template <char kModule> void OnDsm(TSDsmMessage &message) {
   if (const std::function<void()> during = g_during) {
     during();
   }
-}
-
-std::string Told() {
-  std::string told;
-  for (const Call &call : g_calls) {
-    told += call.module;
-  }
-  return told;
 }
 
 void Notify(int session) {
@@ -321,7 +314,7 @@ TEST_F(TvsDsm, ReportsAMessageOfAnUnknownSession) {
   Attach(module);
   ClearLockCalls();
   Notify(-5);
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre("16 Failed to find a subscription with the given handle : -5 ! locked"));
   EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock"));
@@ -347,7 +340,7 @@ TEST_F(TvsDsm, ReportsAMessageOfASessionThatTheServiceRefusedToEnd) {
   fake_tv_service.answers["dsm.Detach"] = 0;
   module.DetachDsm(100);
   Notify(100);
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_EQ(LogCount("16 Failed to find a subscription with the given handle : 100 !"), 1);
 }
 
@@ -361,7 +354,7 @@ TEST_F(TvsDsm, TellsTheModuleOfTheSessionAtOnceOnTheServicesThread) {
   std::thread service([&] { Module::t_DsmCallback(message); });
   const std::thread::id id = service.get_id();
   service.join();
-  ASSERT_EQ(Told(), "b");
+  ASSERT_EQ(ModulesCalled(g_calls), "b");
   EXPECT_EQ(g_calls[0].message, &message);
   EXPECT_FALSE(g_calls[0].lock_held);
   EXPECT_EQ(g_calls[0].thread, id);
@@ -374,7 +367,7 @@ TEST_F(TvsDsm, FindsASessionWhoseHandleIsNegativeAsANumber) {
   Module module("mod");
   Attach(module);
   Notify(-7);
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // A message that arrives during the attachment waits for the lock and then finds the new session.
@@ -392,7 +385,7 @@ TEST_F(TvsDsm, MessageWaitsForTheAttachmentThatIsUnderWay) {
   Attach(module, OnDsm<'b'>);
   fake_tv_service.during.clear();
   service.join();
-  EXPECT_EQ(Told(), "b");
+  EXPECT_EQ(ModulesCalled(g_calls), "b");
 }
 
 TEST_F(TvsDsm, CallsACallbackThatIsNull) {
@@ -409,7 +402,7 @@ TEST_F(TvsDsm, IsSilentToTheModuleWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   Attach(module);
   BeforeNextLock(Module::ReleaseAll);
   Notify(100);
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_EQ(LogCount("16 Failed to find a subscription with the given handle : 100 !"), 1);
 }
 
@@ -426,7 +419,7 @@ TEST_F(TvsDsm, ModuleAttachesDetachesAndReleasesAllInItsCallback) {
   EXPECT_THAT(*Module::m_pDsmSubscriptions, ElementsAre(Pair(101, CopyOf("b"))));
   Notify(101);
   EXPECT_EQ(Module::m_pDsmSubscriptions, nullptr);
-  EXPECT_EQ(Told(), "ab");
+  EXPECT_EQ(ModulesCalled(g_calls), "ab");
 }
 
 } // namespace

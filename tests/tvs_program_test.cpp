@@ -12,6 +12,7 @@
 #include "fake_ecore_post.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
+#include "modules_called.h"
 #include "short_memory.h"
 
 using lumio::testing::WaitForServices;
@@ -45,15 +46,6 @@ template <char kModule> void OnProgram(EProgramChangeType change, TCProgramData 
   if (const std::function<void()> during = g_during) {
     during();
   }
-}
-
-// The modules that were called, in order.
-std::string Told() {
-  std::string told;
-  for (const Call &call : g_calls) {
-    told += call.module;
-  }
-  return told;
 }
 
 void Notify(int handle) { Module::t_ProgramCallback(PROGRAM_CHANGE_PRESENT, nullptr, 0, handle); }
@@ -429,14 +421,14 @@ TEST_F(TvsProgram, TellsTheFirstModuleOfAHandleThatCameAgain) {
   SubscribeItem(b, handle_);
   Notify(100);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TEST_F(TvsProgram, TellsNobodyOfAnUnknownHandle) {
   Module module = WithCallback("mod");
   Notify(1);
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
 
@@ -446,7 +438,7 @@ TEST_F(TvsProgram, TellsNobodyAfterTheEndOfTheSubscription) {
   Notify(100);
   module.UnSubscribeProgram(100);
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
 }
 
 TEST_F(TvsProgram, GoesOnTellingWhenTheServiceRefusesToEnd) {
@@ -456,7 +448,7 @@ TEST_F(TvsProgram, GoesOnTellingWhenTheServiceRefusesToEnd) {
   module.UnSubscribeProgram(100);
   Notify(100);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TEST_F(TvsProgram, CallsACallbackThatIsNull) {
@@ -476,7 +468,7 @@ TEST_F(TvsProgram, LetsANotificationThroughWhileTheServiceIsAsked) {
   fake_tv_service.during["program.SubscribeProgram"] = [] { std::thread([] { Notify(100); }).join(); };
   SubscribeItem(module, handle_);
   WaitForServices();
-  EXPECT_EQ(Told(), "a") << "delivered after the subscription was complete";
+  EXPECT_EQ(ModulesCalled(g_calls), "a") << "delivered after the subscription was complete";
 }
 
 TEST_F(TvsProgram, IsSilentAfterARelease) {
@@ -487,7 +479,7 @@ TEST_F(TvsProgram, IsSilentAfterARelease) {
   ClearLog();
   ClearLockCalls();
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), IsEmpty());
 }
@@ -500,7 +492,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   Notify(100);
   BeforeNextLock(Module::ReleaseAll);
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
 }
 
 TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTaken) {
@@ -512,7 +504,7 @@ TEST_F(TvsProgram, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeItIsTake
     Module("other").SubscribePES(nullptr, nullptr);
   });
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
 }
 
 // ReleaseAll unlocks before it closes the lock. A module that subscribes in between still receives its notifications.
@@ -525,7 +517,7 @@ TEST_F(TvsProgram, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module::ReleaseAll();
   Notify(100);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
@@ -542,7 +534,7 @@ TEST_F(TvsProgram, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   Notify(101);
   Notify(101);
   WaitForServices();
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
 }
 
 TEST_F(TvsProgram, IsToldAlthoughTheLockRefusesForAWhile) {
@@ -553,7 +545,7 @@ TEST_F(TvsProgram, IsToldAlthoughTheLockRefusesForAWhile) {
     RefuseLocks(refusals);
     WaitForServices();
   }
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
 }
 
 TEST_F(TvsProgram, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextAnew) {
@@ -563,12 +555,12 @@ TEST_F(TvsProgram, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextAnew
   Notify(100);
   RefuseLocks(kAlways);
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), ElementsAre("16 no subscription for program !"));
   RefuseLocks(0);
   Notify(100);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TEST_F(TvsProgram, DropsANotificationWhenMemoryIsShort) {
@@ -577,7 +569,7 @@ TEST_F(TvsProgram, DropsANotificationWhenMemoryIsShort) {
   // The record, and Ecore's wake-up.
   std::thread([] { FailFirstAllocations(2, [] { Notify(100); }); }).join();
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_EQ(LogCount("16 no subscription for program !"), 2);
 }
 

@@ -11,6 +11,7 @@
 #include "fake_dlog.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
+#include "modules_called.h"
 #include "short_memory.h"
 
 using testing::ElementsAre;
@@ -45,14 +46,6 @@ template <char kModule> void OnSection(bool flag, unsigned short number, unsigne
   if (const std::function<void()> during = g_during) {
     during();
   }
-}
-
-std::string Told() {
-  std::string told;
-  for (const Call &call : g_calls) {
-    told += call.module;
-  }
-  return told;
 }
 
 void Notify(int key) { Module::t_SectionCallback(true, 0, nullptr, key); }
@@ -250,7 +243,7 @@ TEST_P(TvsSectionForm, GivesEachModuleAKeyOfItsOwn) {
   EXPECT_THAT(*Module::m_pSectionSubscriptions, SizeIs(2));
   Notify(CopyOf("b")->m_GetKey(5));
   Notify(CopyOf("a")->m_GetKey(5));
-  EXPECT_EQ(Told(), "ba");
+  EXPECT_EQ(ModulesCalled(g_calls), "ba");
   EXPECT_EQ(g_calls[0].stream, 5);
   EXPECT_EQ(g_calls[1].stream, 5);
 }
@@ -280,7 +273,7 @@ TEST_P(TvsSectionForm, LeavesAKeyThatComesAgainWithItsFirstModule) {
   EXPECT_TRUE(Subscribe(b, 5));
   EXPECT_THAT(*Module::m_pSectionSubscriptions, ElementsAre(Pair(copy_a->m_GetKey(5), copy_a)));
   Notify(copy_b->m_GetKey(5));
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_EQ(copy_b->m_sectionHandle, GetParam().keeps_handle ? 101 : 0);
 
   Module::m_pSectionSubscriptions->clear();
@@ -317,7 +310,7 @@ TEST_P(TvsSectionForm, DropsANotificationThatComesBeforeTheServiceHasAnswered) {
   Module module = WithCallback("mod");
   fake_tv_service.during[GetParam().call] = [] { std::thread(Notify, fake_tv_service.section_key).join(); };
   Subscribe(module, 1);
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
 
@@ -376,7 +369,7 @@ TEST_F(TvsSection, UnsubscribingACriteriaSubscriptionLeavesItFiled) {
   EXPECT_THAT(ServiceCalls(), ElementsAre("section.Unsubscribe(100)"));
   EXPECT_THAT(LogMessages(), IsEmpty());
   Notify(CopyOf("mod")->m_GetKey(1));
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TEST_F(TvsSection, UnsubscribingAnEarlierFilterOfAModuleOnlyAsksTheService) {
@@ -439,7 +432,7 @@ TEST_F(TvsSection, UnsubscribingLetsANotificationThroughWhileTheServiceIsAsked) 
     Module::ReleaseAll();
   };
   EXPECT_TRUE(module.UnsubscribeSection(101));
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // --- Notifications ---
@@ -457,7 +450,7 @@ TEST_F(TvsSection, DropsANotificationOfAnUnknownKeySilently) {
   ClearLockCalls();
   Notify(key + 1);
   Notify(key ^ INT32_MIN); // differs only in the bits above the stream
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), ElementsAre("Lock", "Unlock", "Lock", "Unlock"));
 }
@@ -508,7 +501,7 @@ TEST_F(TvsSection, IsSilentWhenAllIsReleasedJustBeforeTheLockIsTaken) {
   const int key = fake_tv_service.section_key;
   BeforeNextLock(Module::ReleaseAll);
   Notify(key);
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!"));
 }
 
@@ -525,7 +518,7 @@ TEST_F(TvsSection, ModuleSubscribesUnsubscribesAndReleasesAllInItsCallback) {
   EXPECT_THAT(*Module::m_pSectionSubscriptions, ElementsAre(Pair(CopyOf("mod")->m_GetKey(2), CopyOf("mod"))));
   Notify(fake_tv_service.section_key);
   EXPECT_EQ(Module::m_pSectionSubscriptions, nullptr);
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
 }
 
 TEST_F(TvsSection, LogsInTheNameOfWhatIsCalled) {
@@ -550,7 +543,7 @@ TEST_F(TvsSection, DropsANotificationWhenMemoryIsShort) {
   int failures = 0;
   FailEachAllocation([] { Notify(fake_tv_service.section_key); }, [&](int) { ++failures; });
   EXPECT_EQ(failures, 1) << "the module's name";
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre("16 No subscriptions !", "2 Call section callback of '" + std::string(kLongName) + "'"));
 }

@@ -12,6 +12,7 @@
 #include "fake_ecore_post.h"
 #include "fake_kestrel.h"
 #include "fake_tv_service.h"
+#include "modules_called.h"
 #include "short_memory.h"
 
 using lumio::testing::WaitForServices;
@@ -79,7 +80,7 @@ struct Caption {
 };
 
 struct Call {
-  char callback;
+  char module;
   const void *data; // address
   unsigned long long pts;
   std::vector<unsigned char> payload;
@@ -97,15 +98,6 @@ template <class Data, char kName> void OnData(Data &data, void *user_data) {
   if (const std::function<void()> during = g_during) {
     during();
   }
-}
-
-// The callbacks that were called, in order.
-std::string Told() {
-  std::string told;
-  for (const Call &call : g_calls) {
-    told += call.callback;
-  }
-  return told;
 }
 
 template <class Stream> class TvsStream : public testing::Test {
@@ -201,7 +193,7 @@ TYPED_TEST(TvsStream, RepeatedSubscriptionReplacesCallbackAndUserData) {
   EXPECT_THAT(*TypeParam::Names(), SizeIs(1));
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "b");
+  EXPECT_EQ(ModulesCalled(g_calls), "b");
   EXPECT_EQ(g_calls[0].user_data, &this->b_);
   ClearServiceCalls();
   EXPECT_TRUE(TypeParam::Unsubscribe(module));
@@ -354,7 +346,7 @@ TYPED_TEST(TvsStream, ObjectsOfOneNameAreOneModule) {
   this->template Subscribe<'b'>(second);
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "b");
+  EXPECT_EQ(ModulesCalled(g_calls), "b");
   EXPECT_TRUE(TypeParam::Unsubscribe(first));
   EXPECT_EQ(TypeParam::Names(), nullptr);
   EXPECT_FALSE(TypeParam::Unsubscribe(second));
@@ -445,7 +437,7 @@ TYPED_TEST(TvsStream, TellsTheModulesInTheOrderOfTheirNamesWithTheSameData) {
   this->template Subscribe<'a'>(a);
   this->Notify(5);
   WaitForServices();
-  ASSERT_EQ(Told(), "acb");
+  ASSERT_EQ(ModulesCalled(g_calls), "acb");
   EXPECT_EQ(g_calls[1].data, g_calls[0].data);
   EXPECT_EQ(g_calls[2].data, g_calls[0].data);
   EXPECT_EQ(g_calls[2].pts, 7U) << "each module sees what the ones before have changed";
@@ -460,7 +452,7 @@ TYPED_TEST(TvsStream, ReportsAModuleWithoutACallbackAndGoesOn) {
   WaitForServices();
   EXPECT_THAT(LogMessagesWithLock(),
               ElementsAre(this->Message("16 failed to find % subscription instance : name = a")));
-  EXPECT_EQ(Told(), "b");
+  EXPECT_EQ(ModulesCalled(g_calls), "b");
 }
 
 TYPED_TEST(TvsStream, LogsInTheNameOfWhatIsCalled) {
@@ -483,7 +475,7 @@ TYPED_TEST(TvsStream, ReportsANameWithoutACopy) {
   this->Notify();
   WaitForServices();
   EXPECT_THAT(LogMessages(), ElementsAre(this->Message("16 failed to find % subscription instance : name = nobody")));
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 TYPED_TEST(TvsStream, DoesNotTellTheOtherStream) {
@@ -494,7 +486,7 @@ TYPED_TEST(TvsStream, DoesNotTellTheOtherStream) {
   Module::t_PesDataCallback(packet, nullptr);
   Module::t_CaptionCallback(caption, nullptr);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // The record holds a derived class, so this tests that the virtual destructor runs, and before any module is called.
@@ -511,7 +503,7 @@ TYPED_TEST(TvsStream, HandlerReleasesTheRecordsData) {
   typename TypeParam::Event event = {new Derived};
   EXPECT_EQ(Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event), 0);
   EXPECT_TRUE(released);
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
 }
 
 TYPED_TEST(TvsStream, IsSilentAfterTheEndOfTheStream) {
@@ -522,7 +514,7 @@ TYPED_TEST(TvsStream, IsSilentAfterTheEndOfTheStream) {
   ClearLog();
   ClearLockCalls();
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_THAT(LockCalls(), IsEmpty());
 }
@@ -534,7 +526,7 @@ TYPED_TEST(TvsStream, IsSilentAfterARelease) {
   Module::ReleaseAll();
   ClearLockCalls();
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LockCalls(), IsEmpty());
 }
 
@@ -543,7 +535,7 @@ TYPED_TEST(TvsStream, LetsANotificationThroughWhileTheServiceIsAsked) {
   fake_tv_service.during[this->Service("Subscribe")] = [this] { std::thread([this] { this->Notify(); }).join(); };
   this->template Subscribe<'a'>(module);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // --- What modules do in a callback ---
@@ -559,7 +551,7 @@ TYPED_TEST(TvsStream, ModuleUnsubscribesInItsCallback) {
   };
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "ab") << "both were subscribed when the delivery began";
+  EXPECT_EQ(ModulesCalled(g_calls), "ab") << "both were subscribed when the delivery began";
 }
 
 TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
@@ -571,10 +563,10 @@ TYPED_TEST(TvsStream, ModuleSubscribesInItsCallback) {
   };
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "a") << "the other module subscribed too late for this notification";
+  EXPECT_EQ(ModulesCalled(g_calls), "a") << "the other module subscribed too late for this notification";
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "aab");
+  EXPECT_EQ(ModulesCalled(g_calls), "aab");
 }
 
 TYPED_TEST(TvsStream, ModuleReplacesTheNextOnesCallbackInItsCallback) {
@@ -587,7 +579,7 @@ TYPED_TEST(TvsStream, ModuleReplacesTheNextOnesCallbackInItsCallback) {
   };
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "ac");
+  EXPECT_EQ(ModulesCalled(g_calls), "ac");
 }
 
 TYPED_TEST(TvsStream, ModuleReleasesAllInItsCallback) {
@@ -599,7 +591,7 @@ TYPED_TEST(TvsStream, ModuleReleasesAllInItsCallback) {
   this->Notify();
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
                                          this->Message("16 failed to find % subscription instance : name = b")));
 }
@@ -617,12 +609,12 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndSubscribesAnewInItsCallback) {
   data.pts = 5;
   TypeParam::Notify(data, nullptr);
   WaitForServices();
-  EXPECT_EQ(Told(), "ac") << "a module is looked up by its name when its turn comes";
+  EXPECT_EQ(ModulesCalled(g_calls), "ac") << "a module is looked up by its name when its turn comes";
   EXPECT_EQ(g_calls[1].pts, 6U) << "the same data, as the first module left it";
   EXPECT_EQ(g_calls[1].user_data, &this->b_);
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "acc");
+  EXPECT_EQ(ModulesCalled(g_calls), "acc");
 }
 
 // Each name is looked up in turn, so one that is missing does not end the walk.
@@ -639,7 +631,7 @@ TYPED_TEST(TvsStream, ModuleReleasesAllAndTheLastSubscribesAnewInItsCallback) {
   };
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "ad");
+  EXPECT_EQ(ModulesCalled(g_calls), "ad");
   EXPECT_EQ(LogCount(this->Message("16 failed to find % subscription instance : name = b")), 1);
 }
 
@@ -652,7 +644,7 @@ TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedJustBeforeTheNamesAreCopied) {
   this->Notify();
   BeforeNextLock(Module::ReleaseAll);
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
 }
 
 TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeTheNamesAreCopied) {
@@ -665,7 +657,7 @@ TYPED_TEST(TvsStream, IsSilentWhenAllIsReleasedAndTheLockMadeAnewJustBeforeTheNa
     Module("other").MonitoringType(type); // takes the lock and leaves it created
   });
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
 }
 
 TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
@@ -675,7 +667,7 @@ TYPED_TEST(TvsStream, ReportsAModuleWhenAllIsReleasedJustBeforeItIsLookedUp) {
   this->Notify();
   BeforeNextLock([] { BeforeNextLock(Module::ReleaseAll); });
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_THAT(LogMessages(), ElementsAre("2 Release All TVS subscriptions !!",
                                          this->Message("16 failed to find % subscription instance : name = mod")));
 }
@@ -687,7 +679,7 @@ TYPED_TEST(TvsStream, TellsWhoSubscribedWhileAReleaseClosedTheLock) {
   Module::ReleaseAll();
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // --- A lock that refuses ---
@@ -700,7 +692,7 @@ TYPED_TEST(TvsStream, IsToldAlthoughTheLockRefusesForAWhile) {
     RefuseLocks(refusals);
     WaitForServices();
   }
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 0);
 }
 
@@ -717,12 +709,12 @@ TYPED_TEST(TvsStream, DropsANotificationWhenTheLockAlwaysRefusesAndTriesTheNextA
   typename TypeParam::Event event = {new Derived};
   Module::m_DeferredEventHandler(nullptr, Module::m_eventType[TypeParam::kIndex], &event);
   EXPECT_TRUE(released);
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
   RefuseLocks(0);
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "aa");
+  EXPECT_EQ(ModulesCalled(g_calls), "aa");
 }
 
 TYPED_TEST(TvsStream, DropsTheRestOfANotificationWhenTheLockRefusesFromACallbackOn) {
@@ -734,7 +726,7 @@ TYPED_TEST(TvsStream, DropsTheRestOfANotificationWhenTheLockRefusesFromACallback
   this->Notify();
   WaitForServices();
   RefuseLocks(0);
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_THAT(LogMessages(), ElementsAre(TypeParam::kDropped));
 }
 
@@ -745,11 +737,11 @@ TYPED_TEST(TvsStream, DropsANotificationWhenTheLockCannotBeCreated) {
   RefuseNextCreate();
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "");
+  EXPECT_EQ(ModulesCalled(g_calls), "");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 1);
   this->Notify();
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 // --- Short memory ---
@@ -762,7 +754,7 @@ TYPED_TEST(TvsStream, DropsANotificationOnAThreadWhenMemoryIsShort) {
   // The data's copy, its payload, the record, and Ecore's wake-up.
   std::thread([&] { FailFirstAllocations(4, [&] { TypeParam::Notify(data, nullptr); }); }).join();
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 4);
 }
 
@@ -775,7 +767,7 @@ TYPED_TEST(TvsStream, DropsANotificationThatTheLoopDoesNotTake) {
   RefuseNextPost();
   this->Notify(3);
   WaitForServices();
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
   EXPECT_EQ(LogCount(TypeParam::kDropped), 2);
 }
 
@@ -803,7 +795,7 @@ TYPED_TEST(TvsStream, DropsANotificationInTheHandlerWhenMemoryIsShort) {
         EXPECT_FALSE(AnyLockHeld());
       });
   EXPECT_GE(failures, 3) << "the name, twice, and the key";
-  EXPECT_EQ(Told(), "a");
+  EXPECT_EQ(ModulesCalled(g_calls), "a");
 }
 
 } // namespace
