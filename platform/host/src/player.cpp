@@ -66,7 +66,7 @@ private:
 std::vector<ServiceInfo> InfoOf(const ServiceList &services, const Demultiplexer *demultiplexer) {
   std::vector<ServiceInfo> list;
   for (const auto &[id, service] : services.Services()) {
-    ServiceInfo info{id, services.IdOf(id), service.name, service.provider, false, {}};
+    ServiceInfo info{id, services.IdOf(id), service.name, service.provider, service.pmt_pid, false, {}};
     for (const ElementaryStream &stream : service.pmt.streams) {
       info.streams.push_back({stream.pid, stream.type, NameOf(stream.kind), stream.component_tag});
       info.scrambled = info.scrambled || (demultiplexer && demultiplexer->WasScrambled(stream.pid));
@@ -102,7 +102,7 @@ void PacketTap::Pass(const std::uint8_t *packet) {
 
 Player::Player(const Options &options, PacketTap &tap)
     : options_(options), tap_(tap), programmes_(g_programmes), carousel_budget_(kCarouselBudget),
-      wanted_service_(options.service), speed_(options.speed > 0 ? options.speed : 1) {
+      paused_(options.paused), wanted_service_(options.service), speed_(options.speed > 0 ? options.speed : 1) {
   for (std::uint16_t pid = 0; pid <= kSitPid; ++pid) {
     demultiplexer_.WantSections(pid, IsTablePid(pid));
   }
@@ -353,10 +353,12 @@ void Player::EndPass() {
     MakeDecoders();
     return;
   }
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ended_ = true; // who is told that the signal is lost may ask
+  }
   is_locked_ = false;
   SetSignal(SIGNAL_TYPE_LOCK, {0, 0});
-  const std::lock_guard<std::mutex> lock(mutex_);
-  ended_ = true;
 }
 
 // Waits until what was told has been taken, where nothing else limits how much there is of it.

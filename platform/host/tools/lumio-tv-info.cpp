@@ -1,7 +1,7 @@
 // lumio-tv info: what a transport stream carries, for people or as JSON.
 #include <cstdio>
 #include <cstring>
-#include <ctime>
+
 #include <nlohmann/json.hpp>
 
 #include "lumio-tv.h"
@@ -13,24 +13,6 @@ namespace {
 
 using namespace lumio::broadcast;
 using Json = nlohmann::ordered_json;
-
-std::string TimeText(std::int64_t time) {
-  const auto seconds = static_cast<std::time_t>(time);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
-}
-
-std::string LanguageText(int language) {
-  std::string text;
-  for (const int shift : {16, 8, 0}) {
-    const char letter = static_cast<char>(language >> shift & 0xff);
-    text += letter >= ' ' && letter < 0x7f ? letter : '?';
-  }
-  return text;
-}
 
 const char *KindText(CaptionKind kind) { return kind == CaptionKind::kTeletext ? "teletext" : "cea608"; }
 
@@ -122,8 +104,7 @@ void PrintProgramme(const char *when, const Programme *programme) {
   }
   printf("    %-10s %s  ", when, programme->has_start ? TimeText(programme->data.startTime).c_str() : "(no time)");
   if (programme->has_duration) {
-    printf("%u:%02u:%02u  ", programme->data.duration / 3600, programme->data.duration / 60 % 60,
-           programme->data.duration % 60);
+    printf("%s  ", DurationText(programme->data.duration).c_str());
   }
   printf("%s\n", programme->data.title.c_str());
 }
@@ -148,13 +129,6 @@ void PrintService(const Service &service, const Statistics &statistics) {
     const std::size_t count = programmes->List().size();
     printf("    programmes %zu known\n", count);
   }
-}
-
-std::string OneLine(std::string text) {
-  for (std::size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i)) {
-    text.replace(i, 1, " / ");
-  }
-  return text;
 }
 
 void PrintContents(const Statistics &statistics) {

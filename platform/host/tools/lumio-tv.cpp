@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -10,9 +11,11 @@ using lumio::tool::Arguments;
 
 constexpr const char *kUsage = "usage: lumio-tv info [--json] FILE...\n"
                                "       lumio-tv make FILE\n"
+                               "       lumio-tv watch [--fast] [--service ID] FILE\n"
                                "\n"
-                               "info  tells what a transport stream carries.\n"
-                               "make  writes the sample broadcast.\n"
+                               "info   tells what a transport stream carries.\n"
+                               "make   writes the sample broadcast.\n"
+                               "watch  plays a transport stream and prints what modules are told of it.\n"
                                "\n"
                                "Exit status: 0 done; 1 a file could not be used; 2 wrong usage.\n";
 
@@ -24,6 +27,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"info", lumio::tool::Info},
     {"make", lumio::tool::Make},
+    {"watch", lumio::tool::Watch},
 };
 
 int PrintUsage(FILE *to, int status) {
@@ -32,6 +36,37 @@ int PrintUsage(FILE *to, int status) {
 }
 
 } // namespace
+
+std::string lumio::tool::TimeText(std::int64_t time) {
+  const auto seconds = static_cast<std::time_t>(time);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
+}
+
+std::string lumio::tool::DurationText(unsigned seconds) {
+  char text[32];
+  snprintf(text, sizeof text, "%u:%02u:%02u", seconds / 3600, seconds / 60 % 60, seconds % 60);
+  return text;
+}
+
+std::string lumio::tool::LanguageText(int language) {
+  std::string text;
+  for (const int shift : {16, 8, 0}) {
+    const char letter = static_cast<char>(language >> shift & 0xff);
+    text += letter >= ' ' && letter < 0x7f ? letter : '?';
+  }
+  return text;
+}
+
+std::string lumio::tool::OneLine(std::string text) {
+  for (std::size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i)) {
+    text.replace(i, 1, " / ");
+  }
+  return text;
+}
 
 int lumio::tool::Complain(const std::string &what, const std::string &why) {
   fprintf(stderr, "lumio-tv: %s: %s\n", what.c_str(), why.c_str());

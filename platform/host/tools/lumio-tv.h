@@ -1,6 +1,7 @@
 // The commands of lumio-tv, each in a file of its own.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,13 @@ using Arguments = std::vector<std::string>; // behind the command's name
 // Each returns the process's exit status.
 int Info(const Arguments &arguments);
 int Make(const Arguments &arguments);
+int Watch(const Arguments &arguments);
+
+// What several commands print.
+std::string TimeText(std::int64_t time); // seconds since the epoch, as 2026-11-21T20:15:00Z
+std::string DurationText(unsigned seconds);
+std::string LanguageText(int language); // three letters, the last one lowest
+std::string OneLine(std::string text);  // its rows divided by " / "
 
 // Says on stderr what went wrong. @return kFailed
 int Complain(const std::string &what, const std::string &why);

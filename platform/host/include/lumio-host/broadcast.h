@@ -61,7 +61,8 @@ enum class AtEnd {
 struct Options {
   Clock clock = Clock::RealTime;
   AtEnd atEnd = AtEnd::Loop;
-  double speed = 1; ///< of the stream's clock, for `RealTime`
+  double speed = 1;    ///< of the stream's clock, for `RealTime`
+  bool paused = false; ///< whether it begins with `Pause`
   int service = 0;  ///< number of the service to tune to; 0 is the one with the lowest number
   /**
    * Without clock: called on the player's thread after each portion of the stream, when all callbacks of the service
@@ -85,6 +86,7 @@ struct ServiceInfo {
   TCServiceId serviceId; ///< how programmes name it
   std::string name;      ///< UTF-8
   std::string provider;  ///< UTF-8
+  unsigned short pmtPid; ///< packet identifier of the table of its streams
   bool scrambled;        ///< whether a packet of it was scrambled so far
   std::vector<StreamInfo> streams;
 };
