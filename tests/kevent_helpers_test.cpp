@@ -1,4 +1,5 @@
 // The cursor property and the application's cache flags.
+#include "journal.h"
 #include "kevent_fixture.h"
 
 using testing::Contains;
@@ -79,6 +80,19 @@ TEST_F(CacheList, IsInvalidatedAfterTheKeyWasHandled) {
   const std::vector<std::string> log = TakeLog();
   EXPECT_EQ(log[log.size() - 2], "16 Return key [type: 0]  press was handled by [domain], priority[3].");
   EXPECT_EQ(log.back(), kInvalidated);
+}
+
+TEST_F(CacheList, IsInvalidatedAfterTheTimeOfTheKeyWasTaken) {
+  Ecore_Event_Key key = {};
+  key.keyname = "Return";
+  Add(domain, "handler");
+  fake_clock.on_read = [&] { Note(Stand() ? "time" : "time, too late"); };
+  CallBack(ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_DOWN, &key);
+  Raise();
+  CallBack(ECORE_EVENT_KEY_UP, ECORE_EVENT_KEY_UP, &key);
+  fake_clock.on_read = nullptr;
+  EXPECT_THAT(TakeJournal(), ElementsAre("time", "mark [lumio] begin _key_cb", "handler", "mark [lumio] end _key_cb",
+                                         "time", "time", "mark [lumio] end _key_cb", "time"));
 }
 
 TEST_F(CacheList, IsNotTouchedByKeysThatAreNotDispatched) {
