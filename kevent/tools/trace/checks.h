@@ -1,4 +1,4 @@
-// Mistakes in the use of the library: each is told when it is made, with what to do about it.
+// Reports mistakes in the use of the library when they are made, with advice on what to do.
 #pragma once
 
 #include <string>
@@ -6,23 +6,23 @@
 namespace lumio::trace {
 
 struct Mistake {
-  const char *function; // that was called
-  std::string argument; // its name; empty when the call as a whole is the mistake
-  std::string value;    // of the argument
-  std::string module;   // domain or module; empty when not known
+  const char *function; // the called function
+  std::string argument; // the argument's name; empty if the call as a whole is the mistake
+  std::string value;    // the argument's value
+  std::string module;   // domain or module; empty if not known
   std::string advice;   // what is wrong and what to do
 };
 
-// Prints the mistake with the function at `caller`; ends the process after it when that was asked for. A mistake that
-// is made again at the same place is only counted.
+// Prints the mistake with the function at `caller`, then ends the process if the user asked for that. A mistake that is
+// repeated at the same place is only counted.
 void Report(const Mistake &mistake, const void *caller);
 
-// The rules that most functions share. Each returns whether it was kept.
+// Check the rules that most functions share. Each returns whether the call keeps the rule.
 bool CheckEina(const char *function, const void *caller);
 bool CheckEcore(const char *function, const void *caller);
 bool CheckMainLoop(const char *function, const std::string &module, const void *caller);
 
-// How many mistakes were reported so far.
+// Returns the number of mistakes reported so far.
 int Mistakes();
 
 std::string Pointer(const void *pointer);

@@ -1,4 +1,4 @@
-// The tracer's times: nanoseconds of the monotonic clock, which is the X server's and Ecore's as well.
+// The tracer's times: nanoseconds on the monotonic clock, which the X server and Ecore use, too.
 #pragma once
 
 #include <ctime>

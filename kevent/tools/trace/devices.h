@@ -1,14 +1,14 @@
-// Which input device sent the last key, by its name at the X server.
+// Names the input device that sent the last key, as the X server does.
 #pragma once
 
 #include <string>
 
 namespace lumio::trace {
 
-// To be told of each X generic event that the library gets.
+// Call it for each X generic event that the library receives.
 void NoteGenericEvent(const void *event);
 
-// Name of the device, or what the library takes it for as long as the server has not told; "-" without a display.
+// Returns the device's name; until the server has named one, the library's guess; "-" without a display.
 std::string CurrentDevice();
 
 } // namespace lumio::trace

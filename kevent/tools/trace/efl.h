@@ -1,4 +1,4 @@
-// What is up of EFL, without being linked with it: a program may bring it later, or never.
+// Tells which parts of EFL are initialised. It does not link EFL: a program may load EFL later, or never.
 #pragma once
 
 namespace lumio::trace {
@@ -6,10 +6,10 @@ namespace lumio::trace {
 bool IsEinaUp();
 bool IsEcoreUp();
 bool IsEcoreEventUp();
-// Whether there is a display to connect to, and nobody has connected to it.
+// Returns whether DISPLAY names a display and nobody has connected to it.
 bool IsXMissing();
 bool IsXUp();
-// On the thread that called ecore_init. False before.
+// Returns whether this is the thread that called ecore_init; false before that call.
 bool IsMainLoopThread();
 
 } // namespace lumio::trace

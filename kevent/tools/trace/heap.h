@@ -1,14 +1,14 @@
-// Memory that the library frees: where it comes from, and who else frees it.
+// Checks the memory that the library frees: where it comes from, and who else frees it.
 #pragma once
 
 namespace lumio::trace {
 
-// What the address is when it cannot come from malloc ("on the stack", for example); null when it can.
+// Returns what the address is if it cannot come from malloc ("on the stack", for example); null if it can.
 const char *WhyNotFromHeap(const void *address);
 
-// The library will free it. From now on the program must not.
+// Records that the library will free the memory. From now on the program must not.
 void LibraryOwns(void *data);
-// The library frees it now. The program must not do so again.
+// Records that the library frees the memory now. The program must not free it again.
 void LibraryFrees(void *data);
 
 } // namespace lumio::trace

@@ -1,4 +1,4 @@
-// One key on its way through the library: what is known of it, and how it is printed.
+// One key on its way through the library: what the tracer knows of it, and how it prints it.
 #pragma once
 
 #include <string>
@@ -35,7 +35,7 @@ struct Asked {
   bool took_it;
 };
 
-// From the moment the library gets the key to the moment it is done with it.
+// Lives from the moment the library receives the key until the library is done with it.
 class KeyEvent : public LogListener {
 public:
   KeyEvent(const char *name, bool press, unsigned timestamp);
@@ -49,7 +49,7 @@ public:
 
   bool WasWalked() const { return walked_; }
   Outcome Result() const;
-  // When the X server sent it, on the monotonic clock; kNotKnown for keys that do not come from there.
+  // When the X server sent it, on the monotonic clock; kNotKnown for keys that the server did not send.
   Nanoseconds Posted() const { return posted_; }
 
 private:
@@ -68,12 +68,12 @@ private:
   std::string device_;
   Nanoseconds wall_;
   Nanoseconds begin_;
-  Nanoseconds since_; // the last key; kNotKnown for the first one
+  Nanoseconds since_; // time since the last key; kNotKnown for the first one
   Nanoseconds posted_ = kNotKnown;
   Nanoseconds took_ = 0;
   const char *waited_for_ = nullptr;
   std::vector<Asked> asked_;
-  Outcome filter_ = Outcome::kNobodyAsked; // what a filter of the library made of it
+  Outcome filter_ = Outcome::kNobodyAsked; // what the library's filters decided
   bool asking_ = false;
   bool walked_ = false;
   bool head_printed_ = false;

@@ -1,9 +1,9 @@
-// The library's log lines, as they are written: they tell what its calls do not.
+// Receives the library's log messages as they are written. They say what the results of its calls do not.
 #pragma once
 
 namespace lumio::trace {
 
-// While it exists, it hears the lines that this thread has the library log. The youngest of a thread hears them.
+// While it exists, it receives the messages that the library logs on this thread. A thread's newest listener gets them.
 class LogListener {
 public:
   LogListener();
@@ -11,7 +11,7 @@ public:
   LogListener(const LogListener &) = delete;
   LogListener &operator=(const LogListener &) = delete;
 
-  // `format` is the message's own, without what stands before every message; `message` is its text.
+  // `format` is the message's own format, without the beginning that all messages share; `message` is its text.
   virtual void Heard(const char *format, const char *message) = 0;
 
 private:

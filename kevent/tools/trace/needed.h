@@ -1,4 +1,4 @@
-// What a program is linked with.
+// Reads which libraries a program is linked with.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace lumio::trace {
 
-// The libraries that an ELF file names; none for a file of another kind.
+// Returns the libraries that an ELF file needs; none if it is another kind of file.
 std::vector<std::string> NeededLibraries(const std::string &file);
 
 } // namespace lumio::trace

@@ -1,21 +1,21 @@
-// The functions behind those of the tracer: what a call goes on to.
+// Finds the functions that the tracer's own functions pass their calls on to.
 #pragma once
 
 #include <atomic>
 
 namespace lumio::trace {
 
-// The definition that a call would reach without the tracer; null when there is none. The library may come in later,
-// with local names, and go again.
+// Returns the definition that a call would reach without the tracer; null if there is none. A program may load the
+// library later, with local names, and unload it again.
 void *FindNext(const char *name);
 
-// A variable of the library or of EFL as the program sees it; null when there is none.
+// Returns the variable of the library or of EFL that the program sees; null if there is none.
 void *FindVariable(const char *name);
 
-// Ends the process: something is called that nobody defines.
+// Ends the process, because it called a function that nothing defines.
 [[noreturn]] void NobodyDefines(const char *name);
 
-// Counts the objects that were unloaded. What was found before may be gone.
+// Counts the objects that were unloaded: each may take with it what was found before.
 extern std::atomic<unsigned> g_unloads;
 
 template <class Signature> class Next;

@@ -19,10 +19,10 @@ private:
   char text_[128];
 };
 
-// Exists while the callbacks of one notification are called. Those that go through thunks find it by its thread.
+// Exists while the callbacks of one notification run. Thunks find it by the thread that they run on.
 class Notification {
 public:
-  static constexpr Nanoseconds kNoWait = -2; // it did not go through a queue
+  static constexpr Nanoseconds kNoWait = -2; // for notifications that do not pass a queue
 
   // `about` outlives the object.
   Notification(const char *kind, const Words &about, Nanoseconds waited = kNoWait);
@@ -32,12 +32,12 @@ public:
 
   static Notification *Current();
 
-  // Somebody was told. Prints it.
+  // Prints that a module received it.
   void Told(const std::string &module, const std::string &symbol, Nanoseconds took);
-  // As one whole call: how many callbacks ran in it is what the library logged.
+  // Prints one line for all callbacks together. Their number comes from the library's log.
   void ToldAsOne(const std::string &modules, int callbacks, Nanoseconds took);
   int Count() const { return told_; }
-  // Prints that nobody was told.
+  // Prints that no module received it.
   void ToldNobody(const char *why);
 
 private:
@@ -51,7 +51,7 @@ private:
   Notification *outer_;
 };
 
-// Runs a callback and tells of it.
+// Runs a callback and prints it.
 class NotifiedCall {
 public:
   explicit NotifiedCall(ThunkTarget &target)

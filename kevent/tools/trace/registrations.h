@@ -1,4 +1,4 @@
-// Callbacks that are registered under their addresses, one module each.
+// Records callbacks that are registered by address, each by one module.
 #pragma once
 
 #include <map>
@@ -20,10 +20,10 @@ public:
   void Add(const std::string &module, const void *callback);
   void Remove(const void *callback);
 
-  // "light, recorder": the modules in the order in which they are called.
+  // Returns the modules in the order of their calls, as in "light, recorder".
   std::string Modules() const;
 
-  // With the lock held.
+  // Call it with the lock held.
   void Visit(const CallbackVisitor &visit) const;
   void Print(Text &text) const;
 
@@ -37,7 +37,7 @@ private:
   std::map<const void *, Entry> entries_;
 };
 
-// Counts down when it goes: a callback may throw.
+// Counts down in its destructor, because a callback may throw.
 class InLock {
 public:
   explicit InLock(int &depth) : depth_(depth) {}

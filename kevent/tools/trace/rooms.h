@@ -1,4 +1,4 @@
-// What the files that stand before one subsystem each tell the others.
+// What the files that wrap one subsystem each offer to the others.
 #pragma once
 
 #include <Ecore.h>
@@ -11,27 +11,27 @@
 
 namespace lumio::trace {
 
-// A callback that is registered: what it is, of which module, its name when it was registered, and where it is.
+// Receives a registered callback: its kind, its module, its name at the registration, and its address.
 using CallbackVisitor =
     std::function<void(const char *what, const std::string &module, const Symbol &symbol, const void *address)>;
 
-// All with the lock held.
+// Call these with the lock held.
 void VisitKeyCallbacks(const CallbackVisitor &visit);
 void VisitBannerCallbacks(const CallbackVisitor &visit);
 void VisitPvrCallbacks(const CallbackVisitor &visit);
 void VisitStateCallbacks(const CallbackVisitor &visit);
 void VisitTvCallbacks(const CallbackVisitor &visit);
 
-// With the lock held, or in a signal handler while nobody holds it. Without allocation.
+// Call these with the lock held, or in a signal handler while nobody holds it. They allocate nothing.
 void PrintKeyState(Text &text);
 void PrintBannerState(Text &text);
 void PrintPvrState(Text &text);
 void PrintStateState(Text &text);
 void PrintTvState(Text &text);
 
-// The library installs its Ecore handlers through this.
+// The library calls this to install its Ecore handlers.
 Ecore_Event_Handler *AddEventHandler(int type, Ecore_Event_Handler_Cb callback, const void *data, const void *caller);
-// The library has asked all handlers that it asks of the current key.
+// Call it when the library has asked the last handler about the current key.
 void NoteWalkEnded();
 
 } // namespace lumio::trace

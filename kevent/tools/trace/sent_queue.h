@@ -1,6 +1,7 @@
-// Notifications between the service's call and the main loop: when each was sent. They come out in the order in which
-// they went in, but for those of several threads that went in at the same time, and those that were lost on the way;
-// so each is known by its content.
+// Records when the service sent each notification that the main loop has not yet delivered.
+//
+// Notifications mostly arrive in the order in which they were sent. Several threads may send at the same time, though,
+// and some notifications are lost, so the queue recognises each by its content.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +13,7 @@
 
 namespace lumio::trace {
 
-// A number that is the same for the same content.
+// Returns a number that is the same for the same content.
 class Content {
 public:
   Content &Add(const void *bytes, size_t size) {
@@ -32,18 +33,18 @@ private:
 class SentQueue {
 public:
   void Push(std::uint64_t content);
-  // The last one of this content was not sent after all.
+  // Forgets the last one of this content: it was not sent after all.
   void TakeBack(std::uint64_t content);
-  // When the next one of this content was sent; kNotKnown when more are on their way than are remembered.
+  // Returns when the next one of this content was sent; kNotKnown if more are on their way than the queue holds.
   Nanoseconds Pop(std::uint64_t content);
 
-  // For the state, while nobody changes it.
+  // For printing the state. Call it while no thread changes the queue.
   unsigned long long Length() const { return sent_ - popped_; }
   Nanoseconds LongestWait() const { return longest_; }
 
 private:
   static constexpr size_t kRemembered = 65536;
-  static constexpr int kLookAhead = 32; // notifications that may have overtaken or been lost
+  static constexpr int kLookAhead = 32; // how many notifications may be out of order or lost
 
   struct Entry {
     std::uint64_t content;

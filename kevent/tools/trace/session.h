@@ -1,4 +1,4 @@
-// What holds for the whole traced process: the options, the lock over what is known, and what is written.
+// What the whole traced process shares: the options, the lock, and the output.
 #pragma once
 
 #include <mutex>
@@ -10,8 +10,8 @@ namespace lumio::trace {
 
 const Options &TheOptions();
 
-// Guards all that the tracer knows of the modules. SIGUSR1 asks for the state at any moment: when the lock is held
-// then, whoever holds it prints the state as it gives the lock back.
+// Guards everything that the tracer knows of the modules. SIGUSR1 can ask for the state at any moment. If the lock is
+// held at that moment, its holder prints the state when it releases the lock.
 class Lock {
 public:
   Lock();
@@ -20,24 +20,24 @@ public:
   Lock &operator=(const Lock &) = delete;
 };
 
-// Tells the state on SIGUSR1, unless the program handles the signal. To be called again with an address in Ecore after
-// that has come up or gone.
+// Prints the state on SIGUSR1, unless the program handles the signal. Call it again, with an address in Ecore, after
+// Ecore was initialised or shut down.
 void ListenForSignal(const void *ecore);
-// The program handles the signal by way of Ecore.
+// Call it when the program handles the signal through Ecore.
 void LeaveSignalToProgram();
 
-// "20:15:01.204", as every line of the trace begins.
+// Prints the time with which every line of the trace begins, as in "20:15:01.204".
 void AppendClock(Text &text, Nanoseconds wall);
-// Seconds since the epoch for JSON.
+// Prints seconds since the epoch, for JSON.
 void AppendUnixTime(Text &text, Nanoseconds wall);
 
-// The beginning of a line about an event: time and kind. In JSON: the object's first fields.
+// Begins a line about an event with its time and kind; in JSON, with the object's first fields.
 void AppendHead(Text &text, Nanoseconds wall, const char *kind);
-// The beginning of a line that goes on with the event of the line before.
+// Begins a line that continues the event of the line before.
 constexpr char kMore[] = "             |        ";
 constexpr char kEnd[] = "             =        ";
 
-// Writes what is in `text` at once, so that lines of several threads are never mixed, and clears it.
+// Writes `text` in one call, so that the lines of several threads never mix, and clears it.
 void Put(Text &text);
 
 } // namespace lumio::trace

@@ -1,9 +1,9 @@
-// All that the tracer knows, printed at once.
+// Prints everything that the tracer knows.
 #pragma once
 
 namespace lumio::trace {
 
-// With the lock held, or in a signal handler while nobody holds it. Allocates nothing.
+// Call it with the lock held, or in a signal handler while nobody holds it. It allocates nothing.
 void PrintState();
 
 } // namespace lumio::trace

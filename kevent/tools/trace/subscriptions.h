@@ -1,4 +1,4 @@
-// What the modules have subscribed to at the TV service.
+// Records what the modules have subscribed to at the TV service.
 #pragma once
 
 #include <string>
@@ -15,30 +15,30 @@ constexpr int kTvKinds = 6;
 const char *NameOf(TvKind kind);
 
 void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle);
-// One subscription of the module to this; false when there is none.
+// Removes one subscription of the module to this; returns false if there is none.
 bool EndSubscription(TvKind kind, const std::string &module, const std::string &what);
-// The subscription with this handle, when `ended`. Returns `ended`.
+// Removes the subscription with this handle if `ended`. Returns `ended`.
 bool EndIf(bool ended, TvKind kind, int handle);
 void EndAllSubscriptions();
 
-// The module that holds a handle; empty when nobody does.
+// Returns the module that holds a handle; empty if none does.
 std::string OwnerOf(TvKind kind, int handle);
 
-// The service refused a stream that all modules share; for as long as nobody has unsubscribed.
+// Whether the service refused a stream that all modules share. Holds until all have unsubscribed.
 void NoteRefusal(TvKind kind);
 bool WasRefused(TvKind kind);
 
-// The callback that the library has filed under this name by way of another object, or before this one was set; empty
-// when it is this one. Files it when there is none.
+// Returns the callback that the library already has under this name, from another object or from before this one was
+// set; empty if it is this one. Records this one if there is none.
 std::string OtherCallback(const std::string &module, const char *stream, const void *object, const void *callback);
 
-// Whether the library has filed a callback under this name.
+// Returns whether the library has a callback under this name.
 bool HasCallback(const std::string &module, const char *stream);
 
-// To be called when Ecore goes: notifications that come later crash.
+// Call it when Ecore shuts down: notifications that arrive later crash.
 void CheckSubscriptionsEnded(const void *caller);
 
-// With the lock held, or in a signal handler while nobody holds it.
+// Call it with the lock held, or in a signal handler while nobody holds it.
 void PrintSubscriptions(Text &text);
 
 } // namespace lumio::trace

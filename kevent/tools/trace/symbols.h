@@ -1,4 +1,4 @@
-// Names of code: which function of which object an address belongs to.
+// Finds which function of which object an address belongs to.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 namespace lumio::trace {
 
 struct Symbol {
-  std::string name;           // "Guide::OnPress", or "libguide.so+0x12a0" where the object tells no name
+  std::string name;           // "Guide::OnPress", or "libguide.so+0x12a0" if the object has no name for it
   std::string object;         // the file's name, "libguide.so"
-  const void *base = nullptr; // where the object is loaded; null when the address is in none
+  const void *base = nullptr; // where the object is loaded; null if the address is in none
 };
 
 Symbol SymbolOf(const void *address);
@@ -20,7 +20,7 @@ template <class Result, class... Arguments> Symbol SymbolOf(Result (*function)(A
 // "Guide::OnPress (libguide.so)"
 std::string Describe(const Symbol &symbol);
 
-// Whether the address belongs to liblumio-kevent.
+// Returns whether the address belongs to liblumio-kevent.
 bool IsInLibrary(const void *address);
 
 } // namespace lumio::trace

@@ -1,4 +1,4 @@
-// A text of bounded length that is put together without allocating, so that a signal handler may do it too.
+// A text of bounded length. Building it allocates nothing, so that a signal handler can do it, too.
 #pragma once
 
 #include <cstdarg>
@@ -18,11 +18,11 @@ public:
   // Not negative; filled with zeros to so many digits.
   void AppendNumber(long long number, int digits);
 
-  // What other people named. Control characters become '?'.
+  // Appends a name that the program chose. Control characters become '?'.
   void AppendClean(const char *text);
-  // The same, filled with blanks to a width.
+  // The same, padded with blanks to a width.
   void AppendColumn(const char *text, int width);
-  // With quotes and escapes, as JSON has it.
+  // Appends a JSON string, with quotes and escapes.
   void AppendQuoted(const char *text);
 
   // "1.204 s", "12.304 ms"; "?" when not known
@@ -34,7 +34,7 @@ public:
 
   void Clear() { size_ = 0; }
   bool IsEmpty() const { return size_ == 0; }
-  // Whether little room is left.
+  // Returns whether little room is left.
   bool IsNearlyFull() const { return size_ > sizeof buffer_ - kReserve; }
 
   const char *Data() const { return buffer_; }

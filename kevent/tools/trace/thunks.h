@@ -1,5 +1,5 @@
-// Functions that stand for other functions, for callbacks that bring no data of their own: a fixed number of them for
-// each kind of callback, since code cannot be made while the program runs.
+// Functions that stand in for callbacks that receive no data of their own. Each kind of callback has a fixed number of
+// them, because code cannot be made while the program runs.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace lumio::trace {
 
-// What a thunk stands for. Never changes once it is taken: the library may keep a thunk for as long as it likes.
+// What a thunk stands in for. It never changes once it is set, because the library may keep a thunk for ever.
 struct ThunkTarget {
   std::string module;
   Symbol symbol;
@@ -35,8 +35,8 @@ public:
   using Function = Result (*)(Arguments...);
   static constexpr int kCount = 128;
 
-  // The thunk of the function for that module, the same each time; the function itself when it is null or no thunk is
-  // left. With the lock held.
+  // Returns the thunk of the function for that module, the same each time; the function itself if it is null or no
+  // thunk is left. Call it with the lock held.
   static Function For(const std::string &module, Function function) {
     if (!function) {
       return nullptr;
@@ -57,7 +57,7 @@ public:
     return kThunks[used];
   }
 
-  // Whether functions are called without a thunk.
+  // Returns whether some functions are called without a thunk.
   static bool IsExhausted() { return exhausted_; }
 
   template <class Visit> static void ForEach(Visit visit) {

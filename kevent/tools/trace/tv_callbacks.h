@@ -1,4 +1,4 @@
-// The modules' callbacks of the TV service's notifications, and what stands for them in the library's copies.
+// The modules' callbacks for the TV service's notifications, and the thunks in the library's copies.
 #pragma once
 
 #include <TVServiceSubscriber.h>
@@ -12,8 +12,8 @@ CTVServiceSubscriber::CaptionCallback ThunkOf(const std::string &module,
                                               CTVServiceSubscriber::CaptionCallback callback);
 CTVServiceSubscriber::DsmCallback ThunkOf(const std::string &module, CTVServiceSubscriber::DsmCallback callback);
 
-// While it exists, the object's signal, programme, section and DSM callbacks are thunks: the library makes its copy
-// meanwhile.
+// While it exists, the object's signal, programme, section and DSM callbacks are thunks, so that the library copies the
+// thunks.
 class SwappedCallbacks {
 public:
   explicit SwappedCallbacks(CTVServiceSubscriber &object);
@@ -30,8 +30,8 @@ private:
   CTVServiceSubscriber::DsmCallback dsm_;
 };
 
-// What the service answered to the last signal subscription of this thread since it was asked last; positive when it
-// agreed or was not asked.
+// Returns the service's answer to this thread's last signal subscription since the last call of this function; positive
+// if the service agreed or was not asked.
 int TakeSignalAnswer();
 
 } // namespace lumio::trace

@@ -1,4 +1,4 @@
-// What the main loop is kept busy with, and for how long.
+// Measures what keeps the main loop busy, and for how long.
 #pragma once
 
 #include "clock.h"
@@ -6,11 +6,11 @@
 
 namespace lumio::trace {
 
-// A callback that runs, from the object's construction to its destruction. What keeps the main loop too long is told
-// when it ends.
+// A running callback: it runs from the object's construction to its destruction. If it kept the main loop too long, the
+// tracer reports it when it ends.
 class Work {
 public:
-  // Both texts outlive the object.
+  // Both texts must outlive the object.
   Work(const char *module, const char *symbol);
   ~Work();
   Work(const Work &) = delete;
@@ -23,17 +23,17 @@ private:
   bool on_main_loop_;
 };
 
-// The main loop has come to an event that waited for it since `posted`. Tells when the loop was silent for too long
-// without a callback that the tracer knows.
+// Call it when the main loop has reached an event that waited for it since `posted`. Reports a silence of the loop that
+// was too long if no callback that the tracer knows explains it.
 void NoteArrival(Nanoseconds posted);
-// The main loop is about to wait for events.
+// Call it when the main loop is about to wait for events.
 void NoteIdle();
 
-// What an event that waited since `posted` waited for: the last callback that kept the loop too long meanwhile; null
-// when there was none. Counts it as the cost of that callback.
+// Returns what an event that waited since `posted` waited for: the last callback that kept the loop too long in that
+// time; null if there was none. Adds the event to what that callback cost.
 const char *WaitedFor(Nanoseconds posted);
 
-// For the state: what runs now, and what kept the main loop. With the lock held or in a signal handler.
+// Print, for the state, what runs now and what kept the main loop. Call them with the lock held or in a signal handler.
 void AppendRunning(Text &text);
 void PrintStalls(Text &text);
 
