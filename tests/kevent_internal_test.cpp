@@ -65,7 +65,9 @@ TEST_F(ManagerTeardown, ForgetsEverything) {
     Add(second, "handler", priority, LUMIO_KEVENT_RELEASE);
   }
   Press();
+  const ReleaseWatch released(handler);
   FailToOpen(0);
+  EXPECT_EQ(released.Count(), 1);
   EXPECT_THAT(TakeLog(), ElementsAre("2 XInput Extension isn't supported.", kNoDomain, kNotInitialised,
                                      kNotInitialised)); // a line per domain
   EXPECT_THAT(TakeJournal(), ElementsAre("handler del", "handler del", "handler del", "enterer del"));

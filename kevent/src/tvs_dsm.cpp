@@ -102,7 +102,7 @@ void CTVServiceSubscriber::t_DsmCallback(TSDsmMessage &message) {
     return;
   }
   if (const auto callback = CallbackOf(message.sessionHandle)) {
-    // Deliberate: not tested for null. DetachDsm says when it is (docs/surprises.md).
+    // Deliberate: not tested for null. A module that detached before it attached crashes here (docs/surprises.md).
     (*callback)(message);
   }
 }

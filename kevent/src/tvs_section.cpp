@@ -134,7 +134,8 @@ void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, u
   const Target target = TargetOf(key);
   if (target.callback) {
     LUMIO_LOG(kTrace, "Call section callback of '%s'", target.name.c_str());
-    // Deliberate: the stream number arrives as unsigned 16 bits, so -1 becomes 65535 (docs/surprises.md).
+    // Deliberate: the stream number is cut to unsigned 16 bits. A module that subscribed to -1 sees 65535
+    // (docs/surprises.md).
     target.callback(flag, number, data, static_cast<std::uint16_t>(key));
   }
 }
