@@ -203,6 +203,8 @@ void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t 
   }
   const bool was_painting = channel.mode == Mode::kPaintOn && channel.has_new_text;
   if (was_painting && command != kCarriageReturn && command != 0x21 && command != 0x24 && command < 0x30) {
+    constexpr std::uint8_t kSpace = 0x20; // ends the last word, without which it is not displayed
+    Decode({pair.second_field, {kSpace, static_cast<std::uint8_t>(vbi_par8(0))}});
     TellDisplayed(index, pts); // what is painted is complete
   }
   Decode(pair);

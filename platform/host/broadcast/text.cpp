@@ -9,6 +9,7 @@ namespace lumio::broadcast {
 
 namespace {
 
+constexpr const char *kBasicPlane = "UTF-16BE";
 constexpr const char *kReplacement = "\xef\xbf\xbd"; // U+FFFD
 constexpr std::uint8_t kLineBreak = 0x8a;
 constexpr std::uint8_t kEuro = 0xa4; // in the default table only
@@ -28,7 +29,7 @@ Table TableOf(Bytes text) {
   case 0x10:
     return {text.size() < 3 ? "" : Iso8859(text.Get16(1)), 3};
   case 0x11:
-    return {"UTF-16BE", 1};
+    return {kBasicPlane, 1};
   case 0x12:
     return {"EUC-KR", 1};
   case 0x13:
@@ -48,7 +49,8 @@ Table TableOf(Bytes text) {
 // A converter to UTF-8. Each thread has its own of each table, since one cannot be shared.
 class Converter {
 public:
-  explicit Converter(const std::string &encoding) : iconv_(iconv_open("UTF-8", encoding.c_str())) {}
+  explicit Converter(const std::string &encoding)
+      : iconv_(iconv_open("UTF-8", encoding.c_str())), unit_(encoding == kBasicPlane ? 2 : 1) {}
   ~Converter() {
     if (IsThere()) {
       iconv_close(iconv_);
@@ -73,15 +75,16 @@ public:
       to.append(room, sizeof room - out_left);
       if (result == static_cast<std::size_t>(-1) && errno != E2BIG && !flushed) {
         to += kReplacement;
-        const bool cut = errno == EINVAL;
-        in += cut ? in_left : 1;
-        in_left = cut ? 0 : in_left - 1;
+        const std::size_t skipped = errno == EINVAL ? in_left : std::min(unit_, in_left);
+        in += skipped;
+        in_left -= skipped;
       }
     }
   }
 
 private:
   iconv_t iconv_;
+  std::size_t unit_; // bytes of the shortest character
 };
 
 Converter &ConverterOf(const std::string &encoding) {
@@ -141,7 +144,7 @@ std::string DecodeText(Bytes text) {
   Converter &converter = ConverterOf(table.encoding);
   const Bytes characters = text.From(table.selector);
   std::string result;
-  if (table.encoding == "UTF-16BE" || table.encoding == "UTF-8") {
+  if (table.encoding == kBasicPlane || table.encoding == "UTF-8") {
     converter.Append(result, characters);
     return WithoutControls(result);
   }
