@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "recording.h"
 #include "tv-service.h"
 
 namespace lumio::broadcast {
@@ -224,6 +225,7 @@ std::vector<ServiceInfo> Player::Services() {
 // The thread's work
 
 void Player::Run() {
+  RecordInterruption();
   while (WaitUntilDue()) {
     PlayPortion();
     Settle();
@@ -306,6 +308,7 @@ void Player::PlayPacket(const std::uint8_t *raw) {
     SetSignal(SIGNAL_TYPE_LOCK, {1, 0});
   }
   tap_.Pass(raw);
+  RecordPacket(raw);
   demultiplexer_.Push(packet);
   if (!packet.IsErroneous()) {
     WatchScrambling(packet.Pid());
@@ -348,6 +351,7 @@ void Player::EndPass() {
   pass_was_empty_ = true;
   if (goes_on) {
     demultiplexer_.Interrupt();
+    RecordInterruption();
     services_.Restart();
     time_.Interrupt();
     MakeDecoders();

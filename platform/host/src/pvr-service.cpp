@@ -1,10 +1,14 @@
+#include <lumio-host/broadcast.h>
 #include <lumio-host/pvr-control.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <memory>
 
 #include "call_plan.h"
 #include "delivery_thread.h"
+#include "recording.h"
 
 namespace {
 
@@ -58,17 +62,20 @@ public:
   void Tell(pvr_state_e state) { Post(states, state); }
 
   int Start(int program) {
+    const bool is_real = lumio::broadcast::IsOpen();
     const std::lock_guard<std::mutex> lock(mutex_);
     const int request = ++requests_;
     if (state_ == PVR_STATE_RECORDING) {
       TellResult(PVR_OPERATION_START, request, PVR_RESULT_CONFLICT, {0, program, 0});
       Tell(PVR_STATE_CONFLICT);
       Tell(PVR_STATE_RECORDING);
-    } else if (free_space_ == 0) {
+    } else if (is_real ? !OpenFile(program) : free_space_ == 0) {
       TellResult(PVR_OPERATION_START, request, PVR_RESULT_DISK_FULL, {0, program, 0});
+      CloseFile();
       Enter(PVR_STATE_DISK_FULL);
     } else {
       recording_ = {request, program, 0};
+      lumio::SetRecording(real_);
       TellResult(PVR_OPERATION_START, request, PVR_RESULT_OK, recording_);
       Enter(PVR_STATE_RECORDING);
     }
@@ -80,8 +87,17 @@ public:
     const int request = ++requests_;
     if (state_ != PVR_STATE_RECORDING) {
       TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_IDLE, {});
+      return request;
+    }
+    const bool is_complete = !real_ || real_->Finish();
+    if (real_) {
+      recording_.duration = real_->Seconds();
+    }
+    if (!is_complete) {
+      EndFull(request);
     } else {
       TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_OK, recording_);
+      CloseFile();
       Enter(PVR_STATE_IDLE);
     }
     return request;
@@ -89,7 +105,7 @@ public:
 
   void Advance(int seconds) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != PVR_STATE_RECORDING) {
+    if (state_ != PVR_STATE_RECORDING || real_) {
       return;
     }
     const int recorded = std::clamp(seconds, 0, free_space_);
@@ -99,7 +115,11 @@ public:
 
   void SetFreeSpace(int mebibytes) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    LeaveFree(std::max(mebibytes, 0));
+    if (real_) {
+      free_space_ = std::max(mebibytes, 0); // of the simulated disk
+    } else {
+      LeaveFree(std::max(mebibytes, 0));
+    }
   }
 
   pvr_state_e State() {
@@ -119,10 +139,21 @@ public:
   Registration<svc_pvr_result_cb> results;
   Registration<svc_pvr_state_cb> states;
 
+  // Writes what the file of a recording that goes on at exit still lacks.
+  void FinishFile() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (real_) {
+      real_->Finish();
+    }
+  }
+
 private:
   // The service's own thread ends at exit, while everything that existed at the first use of the service still exists.
   PvrService() {
-    std::atexit([] { Get().thread_.Stop(); });
+    std::atexit([] {
+      Get().FinishFile();
+      Get().thread_.Stop();
+    });
   }
 
   struct Recording {
@@ -147,7 +178,38 @@ private:
   // The caller of these holds the lock, so that notifications are posted in the order of the events.
 
   void TellResult(pvr_operation_e operation, int request, pvr_result_e result, const Recording &recording) {
-    Tell({operation, request, result, recording.program, recording.duration, free_space_, 0});
+    const int free_space = real_ ? real_->FreeSpace() : free_space_;
+    Tell({operation, request, result, recording.program, recording.duration, free_space, 0});
+  }
+
+  // Creates the file of a real recording.
+  bool OpenFile(int program) {
+    const bool is_service = program > 0 && program <= UINT16_MAX;
+    const int request = requests_;
+    real_ = std::make_shared<lumio::Recording>(static_cast<std::uint16_t>(is_service ? program : 0),
+                                               [this, request] { OnFull(request); });
+    return real_->Open();
+  }
+
+  // The real recording has ended, or could not begin.
+  void CloseFile() {
+    lumio::SetRecording(nullptr);
+    real_.reset();
+  }
+
+  // The player's thread calls it, without the lock.
+  void OnFull(int request) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (real_ && recording_.request == request) {
+      recording_.duration = real_->Seconds();
+      EndFull(request);
+    }
+  }
+
+  void EndFull(int request) {
+    TellResult(PVR_OPERATION_STOP, request, PVR_RESULT_DISK_FULL, recording_);
+    CloseFile();
+    Enter(PVR_STATE_DISK_FULL);
   }
 
   void Enter(pvr_state_e state) {
@@ -158,8 +220,7 @@ private:
   void LeaveFree(int mebibytes) {
     free_space_ = mebibytes;
     if (state_ == PVR_STATE_RECORDING && free_space_ == 0) {
-      TellResult(PVR_OPERATION_STOP, recording_.request, PVR_RESULT_DISK_FULL, recording_);
-      Enter(PVR_STATE_DISK_FULL);
+      EndFull(recording_.request);
     } else if (state_ == PVR_STATE_DISK_FULL && free_space_ > 0) {
       Enter(PVR_STATE_IDLE);
     }
@@ -172,6 +233,7 @@ private:
   int free_space_ = lumio::pvr::kInitialFreeSpace;
   int requests_ = 0;
   Recording recording_;
+  std::shared_ptr<lumio::Recording> real_; // that writes it, null while the recorder is simulated
   lumio::DeliveryThread thread_;
 };
 

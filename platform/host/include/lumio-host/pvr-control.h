@@ -2,9 +2,26 @@
  * @file pvr-control.h
  * Controls the desktop's PVR service from a test or a demo.
  *
- * On the desktop, the functions of `pvr-service.h` talk to a simulated recorder inside this process. It writes nothing
- * to a disk, and its time passes only in `AdvanceRecording`. It reports results and states on the one thread of the
- * service, in the order of the calls made here, to the callbacks that are registered at the time of delivery.
+ * On the desktop, the functions of `pvr-service.h` talk to a recorder inside this process. It reports results and
+ * states on the one thread of the service, in the order of the calls made here, to the callbacks that are registered at
+ * the time of delivery.
+ *
+ * Without a broadcast (see `broadcast.h`) the recorder is simulated: it writes nothing to a disk, and its time passes
+ * only in `AdvanceRecording`.
+ *
+ * With a broadcast, it records the service whose service_id is the number of the programme, whatever service the
+ * television shows. The file is a transport stream: a PAT and an SDT that list only this service; the service's PMT and
+ * EIT; and the packets of its streams and its clock as they were broadcast. Nothing is written before the stream has
+ * told the service's PMT; what is written reaches the file every 64 packets and can be played even if the process is
+ * killed. The file lies in the directory that the environment variable `LUMIO_RECORDINGS` names, else in the user's
+ * videos folder (`XDG_VIDEOS_DIR` of the environment or of `user-dirs.dirs`, else `~/Videos`), which is created if it
+ * is missing. It is named after the time of the start in UTC and the programme, `20261121T201500Z-101.ts`; if that file
+ * exists, the name gets a number. Such a recording differs from a simulated one as follows:
+ * - `duration` is the recorded time by the service's clock, `free_space` that of the folder's disk;
+ * - a file that cannot be created is answered as a full disk; one that cannot be written further ends the recording as
+ *   a full disk does. The log says why;
+ * - `AdvanceRecording` and `SetFreeSpace` do not affect it. After a full disk, the next start tries again;
+ * - it goes on when the broadcast is closed or another one is opened, with what that one has of the service.
  *
  * The recorder answers requests as follows:
  * - start: `PVR_RESULT_OK`, then `PVR_STATE_RECORDING`;
