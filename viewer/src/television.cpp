@@ -29,7 +29,7 @@ void Television::ShowKey(const KeyJourney &journey) {
   console_.ShowKey(journey);
   screen_.ShowKey(journey);
   if (describe_) {
-    console_.PrintCanvas("key", screen_.Keys().Newest());
+    console_.PrintCanvas("key", screen_.Keys().Row(0));
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <Edje.h>
 
+#include <algorithm>
 #include <array>
 
 #include "../key_words.h"
@@ -9,16 +10,9 @@
 namespace {
 
 constexpr size_t kKeys = 10;
-constexpr std::array<const char *, 7> kColumns = {"time", "key", "kind", "device", "asked", "outcome", "duration"};
-
-const char *Text(Evas_Object *row, const char *column) {
-  const char *text = edje_object_part_text_get(row, column);
-  return text ? text : "";
-}
-
-void SetText(Evas_Object *row, const char *column, const std::string &text) {
-  edje_object_part_text_unescaped_set(row, column, text.c_str());
-}
+constexpr std::array<const char *, 7> kParts = {"time", "key", "kind", "device", "asked", "outcome", "duration"};
+constexpr size_t kKind = 2;
+constexpr size_t kOutcome = 5;
 
 // The signals by which the theme gives a row its colours.
 void SetState(Evas_Object *row, const std::string &kind, const std::string &outcome) {
@@ -29,31 +23,60 @@ void SetState(Evas_Object *row, const std::string &kind, const std::string &outc
 
 } // namespace
 
-KeyOverlay::KeyOverlay(const Canvas &canvas) : rows_(canvas, "keys:rows", "key row", kKeys) {}
+KeyOverlay::KeyOverlay(const Canvas &canvas) : rows_(canvas, "keys:rows", "key row", kKeys) { rows_.SetCursor(0); }
 
-void KeyOverlay::Show(const KeyJourney &journey) {
-  for (size_t row = kKeys - 1; row > 0; --row) {
-    for (const char *column : kColumns) {
-      SetText(rows_[row], column, Text(rows_[row - 1], column));
-    }
-    SetState(rows_[row], Text(rows_[row], "kind"), Text(rows_[row], "outcome"));
+KeyOverlay::~KeyOverlay() {
+  if (job_) {
+    ecore_job_del(job_);
   }
-  Evas_Object *newest = rows_[0];
-  SetText(newest, "time", TimeOfDay(journey.time));
-  SetText(newest, "key", journey.key);
-  SetText(newest, "kind", Kind(journey));
-  SetText(newest, "device", journey.device.empty() ? SourceName(journey.source) : journey.device);
-  SetText(newest, "asked", Asked(journey));
-  SetText(newest, "outcome", Outcome(journey));
-  SetText(newest, "duration", Duration(journey));
-  SetState(newest, Kind(journey), Outcome(journey));
-  rows_.SetCursor(0);
 }
 
-std::string KeyOverlay::Row(size_t row) const {
+void KeyOverlay::Show(const KeyJourney &journey) {
+  lines_.push_front({TimeOfDay(journey.time), journey.key, Kind(journey),
+                     journey.device.empty() ? SourceName(journey.source) : journey.device, Asked(journey),
+                     Outcome(journey), Duration(journey)});
+  lines_.resize(std::min(lines_.size(), kKeys));
+  written_ = false;
+  WriteSoon();
+}
+
+void KeyOverlay::SetShown(bool shown) {
+  shown_ = shown;
+  WriteSoon();
+}
+
+std::string KeyOverlay::Row(size_t row) {
+  Write();
   std::string line;
-  for (const char *column : kColumns) {
-    line.append(line.empty() ? "" : "  ").append(Text(rows_[row], column));
+  for (const char *part : kParts) {
+    const char *text = edje_object_part_text_get(rows_[row], part);
+    line.append(line.empty() ? "" : "  ").append(text ? text : "");
   }
   return line;
+}
+
+void KeyOverlay::WriteSoon() {
+  if (shown_ && !written_ && !job_) {
+    job_ = ecore_job_add(
+        [](void *data) {
+          auto *self = static_cast<KeyOverlay *>(data);
+          self->job_ = nullptr;
+          self->Write();
+        },
+        this);
+  }
+}
+
+void KeyOverlay::Write() {
+  for (size_t row = 0; !written_ && row < lines_.size(); ++row) {
+    WriteRow(row, lines_[row]);
+  }
+  written_ = true;
+}
+
+void KeyOverlay::WriteRow(size_t row, const Line &line) {
+  for (size_t column = 0; column < kColumns; ++column) {
+    edje_object_part_text_unescaped_set(rows_[row], kParts[column], line[column].c_str());
+  }
+  SetState(rows_[row], line[kKind], line[kOutcome]);
 }

@@ -1,6 +1,10 @@
-// The last keys and what became of them, on rows of the theme.
+// Shows the last keys and what happened to them on rows of the theme.
 #pragma once
 
+#include <Ecore.h>
+
+#include <array>
+#include <deque>
 #include <string>
 
 #include "rows.h"
@@ -10,13 +14,28 @@ struct KeyJourney;
 class KeyOverlay {
 public:
   explicit KeyOverlay(const Canvas &canvas);
+  ~KeyOverlay();
+  KeyOverlay(const KeyOverlay &) = delete;
+  KeyOverlay &operator=(const KeyOverlay &) = delete;
 
-  // The newest key comes on top; the oldest one leaves.
+  // Adds a key: it comes on top, and the oldest one leaves.
   void Show(const KeyJourney &journey);
-  // The newest row, as the theme has it, in the columns of a line of the console.
-  std::string Newest() const { return Row(0); }
-  std::string Row(size_t row) const;
+  // While the overlay is not shown its rows are not drawn either.
+  void SetShown(bool shown);
+  // Returns a row as the theme has it, in the columns of a line of the console. Row 0 is the newest.
+  std::string Row(size_t row);
 
 private:
+  static constexpr size_t kColumns = 7;
+  using Line = std::array<std::string, kColumns>;
+
+  void WriteSoon();
+  void Write();
+  void WriteRow(size_t row, const Line &line);
+
   Rows rows_;
+  std::deque<Line> lines_; // the newest first
+  bool shown_ = false;
+  bool written_ = true;
+  Ecore_Job *job_ = nullptr; // writes once the keys that wait are dispatched
 };

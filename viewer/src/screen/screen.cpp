@@ -21,6 +21,17 @@ bool Has(Evas_Object *theme, const std::string &part) {
   return edje_object_part_exists(theme, part.c_str()) == EINA_TRUE;
 }
 
+// What Edje has as the part's text. Of a text block that is markup.
+std::string Text(Evas_Object *theme, const std::string &part) {
+  const char *text = edje_object_part_text_get(theme, part.c_str());
+  char *plain = text ? evas_textblock_text_markup_to_utf8(nullptr, text) : nullptr;
+  const bool is_markup =
+      text && std::string(evas_object_type_get(edje_object_part_object_get(theme, part.c_str()))) == "textblock";
+  std::string shown = !text ? "" : is_markup ? plain : text;
+  std::free(plain);
+  return shown;
+}
+
 void SetLevel(Evas_Object *theme, const char *part, double x, double y) {
   edje_object_part_drag_value_set(theme, part, std::clamp(x, 0., 1.), std::clamp(y, 0., 1.));
 }
@@ -75,10 +86,10 @@ void Screen::Show(const std::string &item, const std::string &text, const Detail
     ShowState(item, text);
     return;
   }
-  Signal("show", item);
+  SetShown(item, true);
 }
 
-void Screen::Hide(const std::string &item) { Signal("hide", item); }
+void Screen::Hide(const std::string &item) { SetShown(item, false); }
 
 void Screen::ShowKey(const KeyJourney &journey) { keys_.Show(journey); }
 
@@ -92,10 +103,7 @@ std::string Screen::Shown(const std::string &item) const {
   }
   for (const std::string &place : Places(item)) {
     if (Has(theme_, place)) {
-      char *text = edje_object_part_text_unescaped_get(theme_, place.c_str());
-      std::string shown = text ? text : "";
-      free(text);
-      return shown;
+      return Text(theme_, place);
     }
   }
   return "";
@@ -107,6 +115,13 @@ void Screen::Write(const std::string &item, const std::string &text) {
       edje_object_part_text_unescaped_set(theme_, place.c_str(), text.c_str());
     }
   }
+}
+
+void Screen::SetShown(const std::string &item, bool shown) {
+  if (item == "keys") {
+    keys_.SetShown(shown);
+  }
+  Signal(shown ? "show" : "hide", item);
 }
 
 void Screen::Signal(const std::string &signal, const std::string &item) {

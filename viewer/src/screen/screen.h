@@ -34,7 +34,7 @@ public:
 
   // What the theme has of the item: its text, "(hidden)", or nothing where it has no place for the item.
   std::string Shown(const std::string &item) const;
-  const KeyOverlay &Keys() const { return keys_; }
+  KeyOverlay &Keys() { return keys_; }
 
 private:
   struct Programme {
@@ -43,6 +43,7 @@ private:
   };
 
   void Write(const std::string &item, const std::string &text);
+  void SetShown(const std::string &item, bool shown);
   void Signal(const std::string &signal, const std::string &item);
   void ShowState(const std::string &item, const std::string &state);
   void ShowChannel();

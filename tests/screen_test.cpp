@@ -1,0 +1,295 @@
+// What the viewer draws, on a real X server: what Edje says is shown, and what a screenshot says.
+#include "screen/screen.h"
+
+#include <Edje.h>
+#include <Eina.h>
+#include <gmock/gmock.h>
+#include <lumio-host/testing.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "display.h"
+#include "key_journal.h"
+#include "screen/test_card.h"
+#include "x_connection.h"
+#include "x_observer.h"
+
+using lumio::testing::TurnLoop;
+using lumio::testing::TurnLoopUntil;
+using testing::HasSubstr;
+
+namespace {
+
+// An area of the picture, in parts of its width and height.
+struct Area {
+  double left, top, right, bottom;
+};
+
+class ScreenOnDisplay : public testing::Test {
+protected:
+  ScreenOnDisplay() {
+    for (const auto &[name, value] : display_.Environment()) {
+      setenv(name.c_str(), value.c_str(), 1);
+    }
+    x_ = std::make_unique<XConnection>();
+    canvas_ = std::make_unique<Canvas>(LUMIO_THEME);
+    screen_ = std::make_unique<Screen>(*canvas_, std::make_unique<TestCard>(*canvas_), WallClock(true));
+    observer_ = std::make_unique<XObserver>(display_.Name());
+    TurnLoopUntil([&] { return canvas_->Frames() > 0 && observer_->IsVisible(canvas_->Window()); });
+    empty_ = Shot();
+  }
+  ~ScreenOnDisplay() override {
+    observer_.reset();
+    screen_.reset();
+    canvas_.reset();
+    x_.reset();
+    eina_mmap_safety_enabled_set(EINA_FALSE); // a file that Edje has for the life of the process
+  }
+
+  Presentation &Television() { return *screen_; }
+
+  Picture Shot() {
+    TurnLoop();
+    canvas_->Draw();
+    return observer_->Shot(canvas_->Window());
+  }
+
+  std::string Text(const std::string &part) const {
+    const char *text = edje_object_part_text_get(canvas_->Theme(), part.c_str());
+    return text ? text : "";
+  }
+
+  // What the picture differs in from `before` fills the area, and nothing differs outside of it.
+  void ExpectChange(const Picture &before, const Area &area) {
+    const Picture after = Shot();
+    const Box box = Difference(before, after);
+    const double right = after.width, bottom = after.height, slack = 2;
+    EXPECT_GE(box.left, area.left * right - slack);
+    EXPECT_GE(box.top, area.top * bottom - slack);
+    EXPECT_LE(box.right, area.right * right + slack);
+    EXPECT_LE(box.bottom, area.bottom * bottom + slack);
+    EXPECT_GE((box.right - box.left) * (box.bottom - box.top),
+              0.5 * (area.right - area.left) * right * (area.bottom - area.top) * bottom);
+  }
+
+  void Resize(int width, int height) {
+    observer_->Resize(canvas_->Window(), width, height);
+    TurnLoopUntil([&] {
+      const Picture shot = Shot();
+      return shot.width == width && shot.height == height;
+    });
+  }
+
+  lumio::PrivateDisplay display_;
+  std::unique_ptr<XConnection> x_;
+  std::unique_ptr<Canvas> canvas_;
+  std::unique_ptr<Screen> screen_;
+  std::unique_ptr<XObserver> observer_;
+  Picture empty_;
+};
+
+const Details kList = {{"One", "Two", "Three"}, 1};
+
+TEST_F(ScreenOnDisplay, ShowsEachItemInItsPlaceAndNowhereElse) {
+  const struct {
+    const char *item;
+    const char *text;
+    Details details;
+    const char *shown; // what Edje has
+    Area area;
+  } items[] = {
+      {"captions", "Here is the news.", {}, "Here is the news.", {0.3, 0.88, 0.7, 0.95}},
+      {"data service", "module 3: sunny", {}, "module 3: sunny", {0.62, 0.1, 0.9625, 0.42}},
+      {"volume", "40", {}, "40", {0.9, 0.52, 0.9625, 0.95}},
+      {"info", "what is on now", {}, "what is on now", {0.0375, 0.45, 0.882, 0.95}},
+      {"guide", "One; Two; Three", kList, "One; [Two]; Three", {0.14, 0.1, 0.86, 0.74}},
+      {"guide", "loading", {}, "loading", {0.14, 0.1, 0.86, 0.74}},
+      {"menu", "Two", kList, "One; [Two]; Three", {0.0375, 0.1, 0.32, 0.5}},
+      {"record indicator", "recording", {}, "recording", {0.815, 0.03, 0.9625, 0.085}},
+      {"keys", "the last ten keys", {}, "the last ten keys", {0.0125, 0.56, 0.9875, 0.98}},
+      {"remote", "click to press a key", {}, "click to press a key", {0.785, 0.03, 0.9875, 0.97}},
+  };
+  for (const auto &[item, text, details, shown, area] : items) {
+    SCOPED_TRACE(item);
+    Television().Show(item, text, details);
+    EXPECT_EQ(screen_->Shown(item), shown);
+    ExpectChange(empty_, area);
+    Television().Hide(item);
+    EXPECT_EQ(screen_->Shown(item), "(hidden)");
+    EXPECT_EQ(Shot(), empty_);
+  }
+}
+
+TEST_F(ScreenOnDisplay, ShowsTheRestInTheInformation) {
+  const Area panel = {0.0375, 0.45, 0.882, 0.95};
+  Television().Show("info", "what is on now");
+  for (const char *item : {"tuner", "teletext", "stream meter", "recorder", "services", "layout", "unused keys",
+                           "transcript", "subscriptions", "light", "now", "next"}) {
+    SCOPED_TRACE(item);
+    const Picture before = Shot();
+    Television().Show(item, "12 of something");
+    EXPECT_EQ(screen_->Shown(item), "12 of something");
+    const Box box = Difference(before, Shot());
+    EXPECT_FALSE(box.IsEmpty());
+    EXPECT_GE(box.left, panel.left * before.width);
+    EXPECT_GE(box.top, panel.top * before.height);
+    EXPECT_LE(box.right, panel.right * before.width);
+    EXPECT_LE(box.bottom, panel.bottom * before.height);
+  }
+}
+
+TEST_F(ScreenOnDisplay, NamesTheChannelAndWhatIsOn) {
+  const std::int64_t evening = WallClock(true).Now();
+  Television().Show("services", "One, Two", {{"One", "Two"}});
+  Television().Show("now", "Evening News", {{}, 0, evening - 300, evening + 600});
+  Television().Show("next", "The Weather");
+  Television().Show("channel", "2");
+  EXPECT_EQ(Text("channel:text"), "2");
+  EXPECT_EQ(Text("channel:name"), "Two");
+  EXPECT_EQ(Text("channel:now"), "Evening News");
+  EXPECT_EQ(Text("channel:next"), "The Weather");
+  EXPECT_EQ(Text("channel:time"), "20:15 \xe2\x80\x93 20:30");
+  EXPECT_EQ(Text("channel:clock"), "20:20");
+  double progress = 0;
+  edje_object_part_drag_value_get(canvas_->Theme(), "channel:progress.level", &progress, nullptr);
+  EXPECT_NEAR(progress, 1. / 3, 0.001);
+  Television().Show("channel", "3");
+  EXPECT_EQ(Text("channel:name"), "") << "a channel without a service";
+}
+
+TEST_F(ScreenOnDisplay, FillsTheVolumeBar) {
+  for (const int level : {0, 40, 100}) {
+    Television().Show("volume", std::to_string(level));
+    double filled = 0;
+    edje_object_part_drag_value_get(canvas_->Theme(), "volume:bar.level", nullptr, &filled);
+    EXPECT_NEAR(filled, level / 100., 0.001);
+  }
+}
+
+TEST_F(ScreenOnDisplay, SaysThatThereIsNoSignal) {
+  Television().Show("picture", "no signal");
+  EXPECT_EQ(screen_->Shown("picture"), "no signal");
+  ExpectChange(empty_, {0, 0, 1, 1});
+  Television().Show("picture", "moving");
+  EXPECT_EQ(screen_->Shown("picture"), "(hidden)");
+  EXPECT_EQ(Shot(), empty_);
+}
+
+TEST_F(ScreenOnDisplay, IsDarkInStandbyButForTheLight) {
+  Television().Show("light", "green");
+  EXPECT_EQ(Shot(), empty_);
+  Television().Show("info", "what is on now");
+  Television().Show("light", "red");
+  const Picture standby = Shot();
+  const Picture black = {standby.width, standby.height, std::vector<unsigned>(standby.pixels.size(), 0)};
+  const Box light = Difference(black, standby);
+  EXPECT_NEAR((light.left + light.right) / 2., standby.width / 2., 2);
+  EXPECT_LE(light.right - light.left, 12);
+  EXPECT_LE(light.bottom - light.top, 12);
+  Television().Hide("info");
+  Television().Show("light", "green");
+  EXPECT_EQ(Shot(), empty_);
+}
+
+TEST_F(ScreenOnDisplay, ScrollsALongListWithItsCursor) {
+  Details list;
+  for (int i = 1; i <= 12; ++i) {
+    list.entries.push_back(std::to_string(i));
+  }
+  const auto shown_at = [&](size_t cursor) {
+    list.cursor = cursor;
+    Television().Show("guide", "", list);
+    return screen_->Shown("guide");
+  };
+  EXPECT_EQ(shown_at(0), "[1]; 2; 3; 4; 5; 6; 7; 8");
+  EXPECT_EQ(shown_at(7), "1; 2; 3; 4; 5; 6; 7; [8]");
+  EXPECT_EQ(shown_at(8), "2; 3; 4; 5; 6; 7; 8; [9]");
+  EXPECT_EQ(shown_at(11), "5; 6; 7; 8; 9; 10; 11; [12]");
+  EXPECT_EQ(shown_at(10), "5; 6; 7; 8; 9; 10; [11]; 12");
+  EXPECT_EQ(shown_at(2), "[3]; 4; 5; 6; 7; 8; 9; 10");
+  list.entries.resize(2);
+  EXPECT_EQ(shown_at(0), "[1]; 2") << "no empty row while there is an entry for it";
+}
+
+TEST_F(ScreenOnDisplay, ShowsTextAsItStands) {
+  Television().Show("captions", "<b>1 & 2</b>");
+  EXPECT_EQ(screen_->Shown("captions"), "<b>1 & 2</b>");
+  Television().Show("channel", "%s");
+  EXPECT_EQ(screen_->Shown("channel"), "%s");
+}
+
+TEST_F(ScreenOnDisplay, IsSixteenToNineInAWindowOfAnyShape) {
+  for (const auto &[width, height] : {std::pair{640, 360}, {700, 700}, {900, 200}}) {
+    Resize(width, height);
+    int x = 0, y = 0, w = 0, h = 0;
+    evas_object_geometry_get(canvas_->Theme(), &x, &y, &w, &h);
+    EXPECT_NEAR(w * 9, h * 16, 16);
+    EXPECT_TRUE(w == width || h == height);
+    EXPECT_NEAR(x, (width - w) / 2., 1);
+    EXPECT_NEAR(y, (height - h) / 2., 1);
+    const Picture shot = Shot();
+    for (int row = 0; row < height; ++row) {
+      for (int column = 0; column < width; ++column) {
+        if (column < x || column >= x + w || row < y || row >= y + h) {
+          ASSERT_EQ(shot.pixels[static_cast<size_t>(row * width + column)] & 0xffffffU, 0U);
+        }
+      }
+    }
+  }
+}
+
+TEST_F(ScreenOnDisplay, IsWholeAgainAfterItWasIconifiedOrCovered) {
+  Television().Show("menu", "Two", kList);
+  const Picture before = Shot();
+  observer_->Cover(canvas_->Window());
+  Television().Show("volume", "40");
+  Shot();
+  Television().Hide("volume");
+  observer_->Uncover();
+  TurnLoopUntil([&] { return Shot() == before; });
+  observer_->Iconify(canvas_->Window());
+  Television().Show("volume", "40");
+  TurnLoop();
+  Television().Hide("volume");
+  observer_->Restore(canvas_->Window());
+  TurnLoopUntil([&] { return observer_->IsVisible(canvas_->Window()) && Shot() == before; });
+}
+
+KeyJourney Journey(int number) {
+  KeyJourney journey;
+  journey.time = 1000 + number;
+  journey.key = "F" + std::to_string(number);
+  journey.press = number % 2 == 0;
+  journey.source = 4;
+  journey.device = "HWKeys";
+  return journey;
+}
+
+TEST_F(ScreenOnDisplay, HasTheLastTenKeysOnTheOverlay) {
+  Television().Show("keys", "the last ten keys");
+  for (int number = 1; number <= 12; ++number) {
+    KeyJourney journey = Journey(number);
+    if (number == 12) {
+      journey.asked = {"menu", "volume"};
+      journey.taker = "volume";
+      journey.duration = 0.0125;
+    } else if (number == 11) {
+      journey.device = "";
+      journey.asked = {"menu"};
+    } else {
+      journey.unasked = "dropped: burst";
+    }
+    Television().ShowKey(journey);
+  }
+  EXPECT_THAT(screen_->Keys().Row(0),
+              testing::EndsWith("  F12  press  HWKeys  asked menu, volume  taken by volume  12.500 ms"));
+  EXPECT_THAT(screen_->Keys().Row(1), HasSubstr("  F11  release  other device  asked menu  taken by nobody  "));
+  EXPECT_THAT(screen_->Keys().Row(2), HasSubstr("  F10  press  HWKeys  asked nobody  dropped: burst  -"));
+  EXPECT_THAT(screen_->Keys().Row(9), HasSubstr("  F3  release  "));
+}
+
+} // namespace
