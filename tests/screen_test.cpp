@@ -102,7 +102,7 @@ TEST_F(ScreenOnDisplay, ShowsEachItemInItsPlaceAndNowhereElse) {
     const char *shown; // what Edje has
     Area area;
   } items[] = {
-      {"captions", "Here is the news.", {}, "Here is the news.", {0.3, 0.88, 0.7, 0.95}},
+      {"captions", "Here is the news.", {}, "Here is the news.", {0.35, 0.89, 0.64, 0.95}},
       {"data service", "module 3: sunny", {}, "module 3: sunny", {0.62, 0.1, 0.9625, 0.42}},
       {"volume", "40", {}, "40", {0.9, 0.52, 0.9625, 0.95}},
       {"info", "what is on now", {}, "what is on now", {0.0375, 0.45, 0.882, 0.95}},

@@ -1,8 +1,11 @@
 // Runs the sample viewer as a process, on a display and without one.
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -12,6 +15,7 @@
 #include "temporary_directory.h"
 
 #include <X11/Xlib.h> // after gmock, whose names its macros would replace
+#include <X11/extensions/XTest.h>
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -73,9 +77,15 @@ protected:
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
-    std::vector<std::string> command = {LUMIO_VIEWER, "--studio", "--still"};
+    viewer_ = std::make_unique<lumio::Program>(Command(options), environment);
+  }
+
+  // Both streams of the viewer are read as one.
+  static std::vector<std::string> Command(const std::vector<std::string> &options) {
+    std::vector<std::string> command = {"/bin/sh",    "-c",       "exec \"$0\" \"$@\" 2>&1",
+                                        LUMIO_VIEWER, "--studio", "--still"};
     command.insert(command.end(), options.begin(), options.end());
-    viewer_ = std::make_unique<lumio::Program>(command, environment);
+    return command;
   }
 
   void StartAndTakeKeyboard() {
@@ -106,6 +116,27 @@ protected:
   void Tap(const std::string &key) {
     display_.Press(lumio::device::kHardwareKeys, key);
     display_.Release(lumio::device::kHardwareKeys, key);
+  }
+
+  // Returns the next line about what the key overlay shows.
+  std::string ExpectKeyOnCanvas() {
+    std::optional<std::string> line;
+    do {
+      line = viewer_->ReadLine(Deadline());
+    } while (line && line->find("  canvas  key  ") == std::string::npos);
+    return line.value_or("");
+  }
+
+  // Clicks with the mouse at a place in parts of the window's size.
+  void Click(Window window, double x, double y) {
+    XWindowAttributes attributes = {};
+    XGetWindowAttributes(x_.get(), window, &attributes);
+    XTestFakeMotionEvent(x_.get(), -1, static_cast<int>(x * attributes.width), static_cast<int>(y * attributes.height),
+                         CurrentTime);
+    for (const Bool down : {True, False}) {
+      XTestFakeButtonEvent(x_.get(), 1, down, CurrentTime);
+    }
+    XSync(x_.get(), False);
   }
 
   void ExpectOrderlyEnd() {
@@ -220,5 +251,194 @@ TEST_P(ViewerSignal, EndsTheViewerInOrder) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ByAsking, ViewerSignal, testing::Values(SIGINT, SIGTERM));
+
+// --- Keys, as users try them -----------------------------------------------------------------------------------------
+
+TEST_F(Viewer, TakesKeysOnlyWhileItHasTheFocus) {
+  Start({});
+  ExpectLine("ready, keys come here while the window has the focus");
+  ExpectLine("here: keys come");
+  const Window window = FocusedWindow();
+  EXPECT_EQ(XGrabKeyboard(x_.get(), DefaultRootWindow(x_.get()), False, GrabModeAsync, GrabModeAsync, CurrentTime),
+            GrabSuccess);
+  XSync(x_.get(), False);
+  ExpectLine("elsewhere: no keys come");
+  XUngrabKeyboard(x_.get(), CurrentTime);
+  XSync(x_.get(), False);
+  ExpectLine("here: keys come");
+  XSetInputFocus(x_.get(), DefaultRootWindow(x_.get()), RevertToNone, CurrentTime);
+  XSync(x_.get(), False);
+  ExpectLine("elsewhere: no keys come");
+  Tap("F6");
+  XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
+  XSync(x_.get(), False);
+  ExpectLine("here: keys come");
+  Tap("F7");
+  EXPECT_THAT(KeyLine(), HasSubstr("  F7  "));
+}
+
+TEST_F(Viewer, SaysWhenAnotherViewerHasTheKeys) {
+  Start({});
+  ExpectLine("here: keys come");
+  auto first = std::move(viewer_);
+  Start({});
+  ExpectLine("here: keys come");
+  viewer_.swap(first);
+  ExpectLine("elsewhere: no keys come");
+}
+
+TEST_F(Viewer, PutsTheLineOfAKeyAheadOfWhatTheKeyBringsAbout) {
+  StartAndTakeKeyboard();
+  Tap("XF86AudioRaiseVolume");
+  const std::string key = KeyLine();
+  EXPECT_THAT(key, HasSubstr("  key     XF86AudioRaiseVolume  press"));
+  const std::string volume = *viewer_->ReadLine(Deadline());
+  EXPECT_THAT(volume, EndsWith("  screen  volume                11"));
+  EXPECT_LE(key.substr(0, 12), volume.substr(0, 12));
+}
+
+TEST_F(Viewer, TakesEveryKeyThatItsHelpNames) {
+  const Ended help = RunToEnd("--help", {});
+  StartAndTakeKeyboard();
+  for (const char *key : {"F1",
+                          "F2",
+                          "Menu",
+                          "Up",
+                          "Down",
+                          "Return",
+                          "Escape",
+                          "m",
+                          "Escape",
+                          "XF86AudioRaiseVolume",
+                          "XF86AudioLowerVolume",
+                          "minus",
+                          "KP_Add",
+                          "Up",
+                          "Down",
+                          "Prior",
+                          "Next",
+                          "1",
+                          "9",
+
+                          "XF86RaiseChannel",
+                          "XF86LowerChannel",
+                          "i",
+                          "XF86Info",
+                          "g",
+                          "c",
+                          "r",
+                          "XF86Red",
+                          "s"}) {
+    Tap(key);
+    EXPECT_THAT(KeyLine(), AllOf(HasSubstr("  " + std::string(key) + " "), HasSubstr("  taken by "),
+                                 testing::Not(HasSubstr("taken by nobody"))));
+    KeyLine();
+  }
+  Tap("XF86PowerOff");
+  ExpectOrderlyEnd();
+}
+
+TEST_F(Viewer, ShowsNoBytesThatAreNotText) {
+  StartAndTakeKeyboard();
+  viewer_->WriteLine("caption \x1b[31mred\xff\xc2\x9b \xe2\x80\xaeltr \xc3\xa4");
+  const std::string line = ExpectLine("\xc3\xa4");
+  EXPECT_THAT(line, EndsWith("captions              \xef\xbf\xbd[31mred\xef\xbf\xbd\xef\xbf\xbd "
+                             "\xef\xbf\xbdltr \xc3\xa4"));
+}
+
+TEST_F(Viewer, SaysWhatIsWrongWithAGuide) {
+  const std::string binary = store_ / "binary";
+  std::ofstream(binary) << "20:15 News\n\x01\x02\xff\n";
+  const std::pair<std::string, std::string> guides[] = {{store_ / "none", "no programme guide in " + (store_ / "none")},
+                                                        {store_ / "", "no programme guide in " + (store_ / "")},
+                                                        {binary, "the programme guide in " + binary + " is not text"}};
+  for (const auto &[file, message] : guides) {
+    Start({"--grab", "--guide", file});
+    ExpectLine("all keys of this display come here");
+    Tap("g");
+    ExpectLine("  guide                 " + message);
+  }
+}
+
+TEST_F(Viewer, ListsTheOrdersOfTheStudio) {
+  StartAndTakeKeyboard();
+  viewer_->WriteLine("help");
+  ExpectLine("caption TEXT: a caption");
+  ExpectLine("subscriptions: what the TV service serves, and to whom");
+}
+
+// --- The remote control on the screen --------------------------------------------------------------------------------
+
+std::vector<KeySym> Keymap(Display *display) {
+  int first = 0, last = 0, width = 0;
+  XDisplayKeycodes(display, &first, &last);
+  KeySym *symbols = XGetKeyboardMapping(display, static_cast<KeyCode>(first), last - first + 1, &width);
+  std::vector<KeySym> keymap(symbols, symbols + (last - first + 1) * width);
+  XFree(symbols);
+  return keymap;
+}
+
+TEST_F(Viewer, PressesKeysOfTheKeymapWithTheButtonsOfItsRemoteControl) {
+  Start({"--remote"});
+  ExpectLine("here: keys come");
+  const Window window = FocusedWindow();
+  Tap("F9"); // of a device with keys that the XTEST keyboard lacks
+  EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  F9  press  HWKeys  "));
+  ExpectKeyOnCanvas();
+  Click(window, 0.82, 0.23); // the core keyboard takes over the keymap of the device that sends
+  EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  1  press  "));
+  ExpectKeyOnCanvas();
+  const std::vector<KeySym> keymap = Keymap(x_.get());
+  // In the order of its lines of three, two or three buttons, in parts of the window.
+  const std::pair<std::pair<double, double>, const char *> buttons[] = {{{0.83, 0.13}, "XF86Standby"},
+                                                                        {{0.82, 0.23}, "1"},
+                                                                        {{0.885, 0.33}, "5"},
+                                                                        {{0.95, 0.43}, "9"},
+                                                                        {{0.83, 0.52}, "XF86AudioRaiseVolume"},
+                                                                        {{0.94, 0.52}, "Prior"},
+                                                                        {{0.885, 0.72}, "Up"},
+                                                                        {{0.885, 0.82}, "Return"},
+                                                                        {{0.95, 0.92}, "r"}};
+  for (const auto &[place, key] : buttons) {
+    Click(window, place.first, place.second);
+    const std::string line = ExpectKeyOnCanvas();
+    EXPECT_THAT(line,
+                AllOf(HasSubstr("  " + std::string(key) + "  press  "), HasSubstr("  Virtual core XTEST keyboard  ")));
+    EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  " + std::string(key) + "  release  "));
+  }
+  EXPECT_EQ(FocusedWindow(), window);
+  EXPECT_EQ(Keymap(x_.get()), keymap);
+}
+
+// --- Ends ------------------------------------------------------------------------------------------------------------
+
+TEST_F(Viewer, SaysThatItsWindowWasDestroyed) {
+  StartAndTakeKeyboard();
+  XDestroyWindow(x_.get(), FocusedWindow());
+  XSync(x_.get(), False);
+  ExpectLine("lumio-viewer: another program has destroyed the window");
+  ExpectLine("closed in order");
+  EXPECT_EQ(EXIT_FAILURE, viewer_->Wait(Deadline()));
+}
+
+TEST_F(Viewer, SaysThatTheServerHasGone) {
+  StartAndTakeKeyboard();
+  x_.reset();
+  display_.Stop();
+  ExpectLine("lumio-viewer: the X server has gone, or has closed the connection");
+  EXPECT_EQ(EXIT_FAILURE, viewer_->Wait(Deadline()));
+}
+
+TEST_F(Viewer, EndsWhileAModuleIsBusy) {
+  const std::string pipe = store_ / "guide";
+  mkfifo(pipe.c_str(), 0600);
+  Start({"--grab", "--guide", pipe});
+  ExpectLine("all keys of this display come here");
+  Tap("g");
+  ExpectLine("loading");
+  viewer_->Signal(SIGTERM);
+  ExpectLine("lumio-viewer: ended while a module was busy");
+  EXPECT_EQ(EXIT_FAILURE, viewer_->Wait(Deadline()));
+}
 
 } // namespace

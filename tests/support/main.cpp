@@ -23,6 +23,11 @@ __attribute__((constructor)) void KeepTemporaryFilesInMemory() {
   }
 }
 
+// For the programs that a test starts. The options of its own process are read before this.
+__attribute__((constructor)) void SuppressLeaksOfLibraries() {
+  setenv("LSAN_OPTIONS", "suppressions=" LSAN_SUPPRESSIONS ":print_suppressions=0", 0);
+}
+
 std::set<std::string> OpenDescriptors() {
   std::set<std::string> open;
   DIR *directory = opendir("/proc/self/fd");
@@ -38,7 +43,9 @@ std::set<std::string> OpenDescriptors() {
 // LeakSanitizer's hook. The dynamic linker keeps memory for libraries that EFL loads; LeakSanitizer knows it as such
 // only if no test replaces malloc. Weak, so that a suite with more suppressions can define its own.
 extern "C" const char *__lsan_default_suppressions();
-extern "C" __attribute__((weak)) const char *__lsan_default_suppressions() { return "leak:ld-linux\n"; }
+extern "C" __attribute__((weak)) const char *__lsan_default_suppressions() {
+  return "leak:ld-linux\nleak:libevas.so\nleak:eina_module_new\n";
+}
 
 int main(int argc, char **argv) {
   // A death test runs in a new process, which has all its threads. An emulator that cannot start one sets the variable.
