@@ -22,7 +22,7 @@ constexpr int kTerminations = 100;
 constexpr std::chrono::milliseconds kTerminationWait{100};
 constexpr size_t kLastLines = 20;                      // of the server's log, shown in an error message
 constexpr char kDebianServer[] = "/usr/lib/xorg/Xorg"; // Debian's Xorg in PATH may require a console
-constexpr char kNoServer[] = "It cannot be run. Install Debian's xserver-xorg-core, for example with scripts/setup.\n";
+constexpr char kNoServer[] = "It cannot be run. Install Debian's xserver-xorg-core and xserver-xorg-video-dummy.\n";
 
 [[noreturn]] void FailWithErrno(const std::string &what) { throw std::runtime_error(what + ": " + strerror(errno)); }
 
