@@ -2,13 +2,13 @@
 #include <lumio-banner-state.h>
 
 #include <gtest/gtest.h>
+#include <lumio-host/testing.h>
 #include <vconf.h>
 
 #include <cstdlib>
 #include <random>
 
 #include "fork.h"
-#include "temporary_directory.h"
 
 namespace {
 
@@ -16,13 +16,10 @@ constexpr int kBanners = 32;
 
 class BannerStore : public testing::Test {
 protected:
-  BannerStore() {
-    setenv("LUMIO_VCONF_DIR", (directory_ / "store").c_str(), 1);
-    setenv("LUMIO_LOG", "none", 1);
-  }
+  BannerStore() { setenv("LUMIO_LOG", "none", 1); }
 
 private:
-  const lumio::TemporaryDirectory directory_;
+  const lumio::testing::EmptyStore store_;
 };
 
 int State(int banner_id) {

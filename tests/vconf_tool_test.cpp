@@ -1,16 +1,17 @@
 // Runs lumio-vconf as its users do.
 #include <lumio-banner-state.h>
+#include <lumio-host/testing.h>
 #include <vconf.h>
 
 #include "run_command.h"
 #include "stored.h"
-#include "temporary_directory.h"
 
 #include <gmock/gmock.h>
 
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <list>
 #include <map>
@@ -67,13 +68,12 @@ void ExpectRefused(const Arguments &arguments, Status status, const std::string 
 class VconfTool : public testing::Test {
 protected:
   VconfTool() {
-    setenv("LUMIO_VCONF_DIR", Store().c_str(), 1);
     signal(SIGPIPE, SIG_DFL); // in case the test was started with another action
   }
 
-  std::string Store() const { return directory_ / "store"; }
+  static std::string Store() { return getenv("LUMIO_VCONF_DIR"); }
 
-  const lumio::TemporaryDirectory directory_;
+  const lumio::testing::EmptyStore store_;
 };
 
 TEST_F(VconfTool, SetsGetsAndUnsetsAKey) {
