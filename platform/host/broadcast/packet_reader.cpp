@@ -6,7 +6,6 @@ namespace lumio::broadcast {
 
 namespace {
 
-constexpr std::size_t kBufferSize = std::size_t{1} << 20;
 constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
 constexpr int kSure = 5; // sync bytes in a row that tell the packet size
@@ -16,7 +15,7 @@ constexpr int kConfident = 3; // sync bytes in a row that tell the place once th
 
 } // namespace
 
-PacketReader::PacketReader(ByteSource &source) : source_(source), buffer_(kBufferSize) {}
+PacketReader::PacketReader(ByteSource &source, std::size_t buffer_size) : source_(source), buffer_(buffer_size) {}
 
 // Whether `count` bytes are there from the position on.
 bool PacketReader::Have(std::size_t count) {
@@ -112,7 +111,7 @@ bool PacketReader::FindPacket() {
 
 // Finds the first packet. What stands before the place that told the distance may be packets too, if some are damaged.
 bool PacketReader::FindFirst() {
-  Have(kBufferSize);
+  Have(buffer_.size());
   if (!FindStride() && !FindLongest()) {
     return false;
   }

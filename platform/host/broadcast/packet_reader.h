@@ -10,10 +10,12 @@ namespace lumio::broadcast {
 
 constexpr std::size_t kPacketSize = 188; // of a packet as such, whatever stands before or after it
 constexpr std::uint8_t kSyncByte = 0x47;
+constexpr std::size_t kBufferSize = std::size_t{1} << 20;
 
 class PacketReader {
 public:
-  explicit PacketReader(ByteSource &source);
+  // The buffer has room for several packets; a larger one makes reading faster.
+  explicit PacketReader(ByteSource &source, std::size_t buffer_size = kBufferSize);
 
   // The 188 bytes of the next packet, which stay there until the next call; null at the end.
   const std::uint8_t *Next() {
