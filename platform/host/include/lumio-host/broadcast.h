@@ -59,11 +59,11 @@ enum class AtEnd {
 
 /** How a stream is played. */
 struct Options {
-  Clock clock = Clock::RealTime;
-  AtEnd atEnd = AtEnd::Loop;
-  double speed = 1;    ///< of the stream's clock, for `RealTime`
-  bool paused = false; ///< whether it begins with `Pause`
-  int service = 0;  ///< number of the service to tune to; 0 is the one with the lowest number
+  Clock clock = Clock::RealTime; ///< how time passes
+  AtEnd atEnd = AtEnd::Loop;     ///< what happens at the end
+  double speed = 1;              ///< of the stream's clock, for `RealTime`
+  bool paused = false;           ///< whether it begins with `Pause`
+  int service = 0;               ///< number of the service to tune to; 0 is the one with the lowest number
   /**
    * Without clock: called on the player's thread after each portion of the stream, when all callbacks of the service
    * have returned. The player goes on when the function that it gets was called, on any thread; a program whose
@@ -82,13 +82,13 @@ struct StreamInfo {
 
 /** A service of the stream. */
 struct ServiceInfo {
-  int id;                ///< its number, service_id
-  TCServiceId serviceId; ///< how programmes name it
-  std::string name;      ///< UTF-8
-  std::string provider;  ///< UTF-8
-  unsigned short pmtPid; ///< packet identifier of the table of its streams
-  bool scrambled;        ///< whether a packet of it was scrambled so far
-  std::vector<StreamInfo> streams;
+  int id;                          ///< its number, service_id
+  TCServiceId serviceId;           ///< how programmes name it
+  std::string name;                ///< UTF-8
+  std::string provider;            ///< UTF-8
+  unsigned short pmtPid;           ///< packet identifier of the table of its streams
+  bool scrambled;                  ///< whether a packet of it was scrambled so far
+  std::vector<StreamInfo> streams; ///< in the order of its table
 };
 
 /** What was counted since `Open`. */
