@@ -1,9 +1,8 @@
 // Runs the benchmarks with or without the platform's log and store:
 //   --platform=real  use a store of this run's own and write the log to /dev/null (the default)
 //   --platform=none  replace them with functions that do nothing, to measure the library alone
-#include <Ecore.h>
-#include <Ecore_Input.h>
 #include <benchmark/benchmark.h>
+#include <lumio-host/testing.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +11,6 @@
 #include <cstring>
 
 #include "ratio_reporter.h"
-#include "temporary_directory.h"
 
 namespace {
 
@@ -33,17 +31,11 @@ void RestartWithoutPlatform(char **argv) {
 }
 
 void Run() {
-  const lumio::TemporaryDirectory store;
-  setenv("LUMIO_VCONF_DIR", store.Path().c_str(), 1);
   setenv("LUMIO_LOG", "/dev/null", 1);
-  ecore_app_no_system_modules();
-  ecore_init();
-  ecore_event_init();
-  eina_log_domain_level_set("eina_safety", EINA_LOG_LEVEL_CRITICAL); // without a display EFL warns about X events
+  const lumio::testing::Session session;
+  const lumio::testing::EmptyStore store;
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  ecore_event_shutdown();
-  ecore_shutdown();
 }
 
 } // namespace
