@@ -104,8 +104,8 @@ TEST(SampleBroadcast, ChangesItsProgrammes) {
     }
     return Json();
   };
-  EXPECT_EQ(table(0x4e)["versions"], Json({0, 1}));
-  EXPECT_EQ(table(0x50)["versions"], Json({0}));
+  EXPECT_EQ(table(0x4e)["versions"], Json::array({0, 1}));
+  EXPECT_EQ(table(0x50)["versions"], Json::array({0}));
   EXPECT_THAT(RunCommand({LUMIO_TV, "info", LUMIO_SAMPLE}).output, HasSubstr("programmes 24 known"));
 }
 

@@ -76,8 +76,8 @@ lumio_kevent *lumio_kevent_init(const char *domain);
  * Closes a domain and deletes its handlers. Call on the main-loop thread.
  *
  * During a dispatch the call only marks the domain: its handlers receive keys until the outermost dispatch ends. The
- * library refuses a handle that is null, foreign or already closed, with a log message, unless a new domain has the
- * same address.
+ * library refuses a handle that is null, foreign or already closed, unless a new domain has the same address. It logs a
+ * message, except for a foreign or closed handle during a dispatch.
  *
  * After the library has dropped a press for its age, every deletion only marks, until the process ends. A marked
  * handler is not called again, but the handlers of a marked domain are. To silence a module for certain, delete its
