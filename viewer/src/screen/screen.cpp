@@ -8,7 +8,7 @@
 namespace {
 
 constexpr char kHidden[] = "(hidden)";
-constexpr size_t kMenuRows = 5;
+constexpr size_t kMenuRows = 4;
 constexpr size_t kGuideRows = 8;
 constexpr double kLoudest = 100;
 
