@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -283,6 +284,75 @@ TEST(Trace, TellsOfEachKeyOfTheDemoWhatTheViewersJournalTells) {
   for (size_t i = 0; i < traced.size(); ++i) {
     EXPECT_EQ(traced[i], journal[i]) << "key " << i + 1;
   }
+}
+
+// --- Record and replay -----------------------------------------------------------------------------------------------
+
+// A line of JSON without the numbers that say when something happened and how long it took.
+std::string WithoutTimes(std::string json) {
+  for (const std::string &name : {std::string("\"time\":"), std::string("_ms\":")}) {
+    for (size_t at = json.find(name); at != std::string::npos; at = json.find(name, at + 1)) {
+      const size_t number = at + name.size();
+      json.erase(number, json.find_first_of(",}", number) - number);
+    }
+  }
+  return json;
+}
+
+bool IsOfKind(const std::string &json, const Words &kinds) {
+  return std::any_of(kinds.begin(), kinds.end(),
+                     [&](const std::string &kind) { return json.rfind("{\"event\":\"" + kind + "\"", 0) == 0; });
+}
+
+// Leaves out stalls, and who waited for them, which are a matter of time. What is told on threads of the services has
+// no order among what the main loop does, and comes behind it.
+Words Decisions(const std::string &file) {
+  Words decisions;
+  for (const std::string &line : Lines(Contents(file))) {
+    if (!IsOfKind(line, {"stall", "silence"})) {
+      decisions.push_back(WithoutTimes(line.substr(0, line.find(",\"waited_for\""))));
+    }
+  }
+  std::stable_partition(decisions.begin(), decisions.end(), [](const std::string &line) {
+    return !IsOfKind(line, {"section", "dsm", "pvr"});
+  });
+  return decisions;
+}
+
+TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
+  const lumio::TemporaryDirectory directory;
+  lumio::Program director({LUMIO_DIRECTOR, "--under",
+                           LUMIO_TRACE " --json -o " + directory / "trace" + " --record=" + directory / "session"},
+                          {});
+  while (director.ReadLine(Never())) {
+  }
+  EXPECT_EQ(director.Wait(Never()), 0);
+  const Words recorded = Decisions(directory / "trace");
+  EXPECT_GT(recorded.size(), 80u);
+  for (int round = 0; round < 2; ++round) {
+    lumio::Program replay(
+        {LUMIO_REPLAY, "--json", "-o", directory / "replayed", directory / "session", LUMIO_VIEWER, "--studio"},
+        {{"LUMIO_LOG", "none"}});
+    while (replay.ReadLine(Never())) {
+    }
+    EXPECT_EQ(replay.Wait(Never()), 0);
+    const Words replayed = Decisions(directory / "replayed");
+    ASSERT_EQ(replayed.size(), recorded.size());
+    for (size_t i = 0; i < recorded.size(); ++i) {
+      EXPECT_EQ(replayed[i], recorded[i]) << "line " << i + 1;
+    }
+  }
+}
+
+TEST(Trace, ReplaysRecordingsOnly) {
+  const lumio::TemporaryDirectory directory;
+  std::ofstream(directory / "other") << "lumio-record 99\n";
+  for (const std::string &file : {directory / "other", directory / "missing"}) {
+    lumio::Program replay({LUMIO_REPLAY, file, "true"}, {});
+    EXPECT_EQ(replay.Wait(Never()), 1);
+  }
+  lumio::Program usage({LUMIO_REPLAY}, {});
+  EXPECT_EQ(usage.Wait(Never()), 2);
 }
 
 // --- What modules do wrong -------------------------------------------------------------------------------------------

@@ -49,6 +49,14 @@ const std::string &NameOf(int device) {
   return name->second;
 }
 
+void NotePlugs(const XIHierarchyEvent &event) {
+  for (int i = 0; i < event.num_info; ++i) {
+    if (event.info[i].flags & (XIDeviceEnabled | XIDeviceDisabled)) {
+      RecordPlug(QueryName(event.info[i].deviceid), (event.info[i].flags & XIDeviceEnabled) != 0);
+    }
+  }
+}
+
 const char *NameOfSourceType() {
   static constexpr const char *kNames[] = {"remote control", "panel keys", "touch remote", "function-osd",
                                            "other device"};
@@ -66,11 +74,10 @@ void NoteGenericEvent(const void *event) {
   const auto *changed = static_cast<const XIDeviceChangedEvent *>(generic->data);
   constexpr int kCoreKeyboard = 3; // fixed by the X server
   if (generic->evtype == XI_HierarchyChanged) {
+    NotePlugs(*static_cast<const XIHierarchyEvent *>(generic->data));
     g_names.clear();
-    RecordDevices();
   } else if (generic->evtype == XI_DeviceChanged && changed->deviceid == kCoreKeyboard) {
     g_source = changed->sourceid;
-    RecordDevice(NameOf(g_source));
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include "devices.h"
 #include "efl.h"
+#include "player.h"
 #include "record.h"
 #include "session.h"
 #include "work.h"
@@ -72,7 +73,8 @@ KeyEvent::KeyEvent(const char *name, bool press, unsigned timestamp)
   g_last_key = begin_;
   NoteArrival(posted_);
   waited_for_ = WaitedFor(posted_);
-  RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_);
+  NoteReplayed(true);
+  number_ = RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_);
 }
 
 // The filters come before the first handler is asked; what is logged later is a handler's doing.
@@ -89,6 +91,8 @@ void KeyEvent::Heard(const char *format, const char *) {
 
 void KeyEvent::Answered(const Asked &asked) {
   asked_.push_back(asked);
+  asked_.back().took += HoldBack(number_, static_cast<int>(asked_.size()) - 1, asked.took);
+  RecordHold(number_, static_cast<int>(asked_.size()) - 1, asked.took);
   if (IsPrintedAsItHappens()) {
     PrintText();
   }
@@ -96,6 +100,9 @@ void KeyEvent::Answered(const Asked &asked) {
 
 void KeyEvent::End() {
   took_ = Now() - begin_;
+  if (Result() == Outcome::kAging) {
+    RecordAging(number_);
+  }
   if (!IsWanted()) {
     return;
   }

@@ -73,6 +73,7 @@ private:
   Nanoseconds took_ = 0;
   const char *waited_for_ = nullptr;
   std::vector<Asked> asked_;
+  int number_ = 0;                         // in the recording
   Outcome filter_ = Outcome::kNobodyAsked; // what the library's filters decided
   bool asking_ = false;
   bool walked_ = false;

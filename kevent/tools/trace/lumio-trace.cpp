@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include "needed.h"
@@ -30,6 +31,7 @@ Runs PROGRAM and tells what the modules that it holds do with liblumio-kevent, a
   -o FILE          write to FILE instead of standard error
   --stall=TIME     tell of what keeps the main loop for longer; the default is 100ms, 0 is never
   --abort          end the program with the first mistake
+  --record=FILE    write the program's input to FILE, for lumio-replay
   --summary        tell the state at the end, as SIGUSR1 does at any time
 )";
 
@@ -133,6 +135,18 @@ std::string Preload(const std::string &own, const std::string &before, const std
   return preload;
 }
 
+// What lumio-replay asks for, which runs this command.
+void TakeReplay(Options &options) {
+  const char *replay = getenv(lumio::trace::kReplayVariable);
+  if (!replay) {
+    return;
+  }
+  std::istringstream words(replay);
+  words >> options.speed >> options.replay_keys >> std::ws;
+  std::getline(words, options.replay);
+  unsetenv(lumio::trace::kReplayVariable);
+}
+
 int Run(Options &options, char **command) {
   const std::string library = FindLibrary();
   if (library.empty()) {
@@ -143,6 +157,7 @@ int Run(Options &options, char **command) {
     Complain("the dynamic linker cannot load " + library + ": a blank or a colon is in its path");
     return kCannotRun;
   }
+  TakeReplay(options);
   const char *before = getenv("LD_PRELOAD");
   options.preload = before ? before : "";
   setenv("LD_PRELOAD", Preload(library, options.preload, FindProgram(command[0])).c_str(), 1);
@@ -153,14 +168,20 @@ int Run(Options &options, char **command) {
   return error == ENOENT ? kNotFound : kCannotRun;
 }
 
-enum { kKeys = 256, kTv, kOnly, kDropped, kJson, kStall, kAbort, kSummary, kHelp };
+enum { kKeys = 256, kTv, kOnly, kDropped, kJson, kStall, kAbort, kSummary, kRecord, kHelp };
 
 constexpr option kOptions[] = {
-    {"keys", no_argument, nullptr, kKeys},       {"tv", no_argument, nullptr, kTv},
-    {"only", required_argument, nullptr, kOnly}, {"dropped", no_argument, nullptr, kDropped},
-    {"json", no_argument, nullptr, kJson},       {"stall", required_argument, nullptr, kStall},
-    {"abort", no_argument, nullptr, kAbort},     {"summary", no_argument, nullptr, kSummary},
-    {"help", no_argument, nullptr, kHelp},       {},
+    {"keys", no_argument, nullptr, kKeys},
+    {"tv", no_argument, nullptr, kTv},
+    {"only", required_argument, nullptr, kOnly},
+    {"dropped", no_argument, nullptr, kDropped},
+    {"json", no_argument, nullptr, kJson},
+    {"stall", required_argument, nullptr, kStall},
+    {"abort", no_argument, nullptr, kAbort},
+    {"summary", no_argument, nullptr, kSummary},
+    {"record", required_argument, nullptr, kRecord},
+    {"help", no_argument, nullptr, kHelp},
+    {},
 };
 
 struct Request {
@@ -204,6 +225,12 @@ void Obey(int option, Request &request) {
   case 'o':
     request.output = OpenOutput(optarg);
     if (request.output < 0) {
+      request.status = 1;
+    }
+    break;
+  case kRecord:
+    request.options.record = OpenOutput(optarg);
+    if (request.options.record < 0) {
       request.status = 1;
     }
     break;

@@ -11,7 +11,9 @@ std::string Write(const Options &options) {
   text << "keys=" << options.keys << "\nothers=" << options.others << "\ntv=" << options.tv
        << "\ndropped=" << options.dropped << "\njson=" << options.json << "\nabort=" << options.abort
        << "\nsummary=" << options.summary << "\nstall=" << options.stall << "\nonly=" << options.only
-       << "\noutput=" << options.output << "\nrecord=" << options.record << "\npreload=" << options.preload << "\n";
+       << "\noutput=" << options.output << "\nrecord=" << options.record << "\nreplay=" << options.replay
+       << "\nspeed=" << options.speed << "\nreplay_keys=" << options.replay_keys << "\npreload=" << options.preload
+       << "\n";
   return text.str();
 }
 
@@ -33,6 +35,12 @@ Options ReadOptions(const std::string &text) {
       options.output = static_cast<int>(number);
     } else if (name == "record") {
       options.record = static_cast<int>(number);
+    } else if (name == "speed") {
+      options.speed = strtod(value.c_str(), nullptr);
+    } else if (name == "replay") {
+      options.replay = value;
+    } else if (name == "replay_keys") {
+      options.replay_keys = static_cast<int>(number);
     }
     for (const auto &[flag_name, flag] :
          {std::pair("keys", &Options::keys), std::pair("others", &Options::others), std::pair("tv", &Options::tv),

@@ -10,6 +10,9 @@ namespace lumio::trace {
 // The variable's name. The library removes the variable before the program can see it.
 constexpr char kVariable[] = "LUMIO_TRACE";
 
+// What lumio-replay asks of lumio-trace: speed, descriptor and file, with blanks between.
+constexpr char kReplayVariable[] = "LUMIO_REPLAY";
+
 struct Options {
   bool keys = true;     // trace keys
   bool others = true;   // trace banners, states and PVR notifications
@@ -19,10 +22,13 @@ struct Options {
   bool abort = false; // at the first mistake
   bool summary = false;
   Nanoseconds stall = 100 * kMillisecond;
-  std::string only;    // one domain or module; empty for all
-  int output = 2;      // descriptor
-  int record = -1;     // descriptor, or -1
-  std::string preload; // LD_PRELOAD as the program must see it; empty if it was not set
+  std::string only;     // one domain or module; empty for all
+  int output = 2;       // descriptor
+  int record = -1;      // descriptor, or -1
+  double speed = 1;     // of the replay
+  std::string replay;   // the recording to play; empty for none
+  int replay_keys = -1; // descriptor that takes the keys to press and answers each with a byte
+  std::string preload;  // LD_PRELOAD as the program must see it; empty if it was not set
 };
 
 std::string Write(const Options &options);

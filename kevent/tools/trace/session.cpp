@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "record.h"
 #include "state.h"
 
 namespace lumio::trace {
@@ -36,7 +37,7 @@ const Options *TakeOptions() {
     unsetenv(kVariable);
     RestorePreload(options->preload);
   }
-  for (const int descriptor : {options->output, options->record}) {
+  for (const int descriptor : {options->output, options->record, options->replay_keys}) {
     if (descriptor > STDERR_FILENO) {
       fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     }
@@ -73,6 +74,7 @@ __attribute__((constructor)) void Begin() {
 }
 
 __attribute__((destructor)) void End() {
+  RecordEnd();
   if (TheOptions().summary) {
     const Lock lock;
     PrintState();

@@ -1,11 +1,15 @@
 #include "subscriptions.h"
 
+#include <TVServiceSubscriber.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <utility>
 #include <vector>
 
 #include "checks.h"
+#include "next.h"
 #include "session.h"
 #include "symbols.h"
 
@@ -18,6 +22,7 @@ struct Subscription {
   std::string module;
   std::string what;
   int handle;
+  int number; // see SubscriptionName
 };
 
 struct Filed {
@@ -29,6 +34,7 @@ struct Subscriptions {
   std::vector<Subscription> all;
   std::map<std::pair<std::string, std::string>, Filed> callbacks; // by module and stream
   bool refused[kTvKinds] = {};
+  std::map<std::pair<TvKind, std::string>, int> made; // subscriptions that each module has made so far
 };
 
 Subscriptions &g_subscriptions = *new Subscriptions; // never destroyed: modules unsubscribe as late as at exit
@@ -54,7 +60,7 @@ const char *NameOf(TvKind kind) {
   return kNames[static_cast<int>(kind)];
 }
 
-void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle) {
+void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle, int stream) {
   const Lock lock;
   auto &all = g_subscriptions.all;
   const bool is_one_for_all = kind == TvKind::kPes || kind == TvKind::kCaption;
@@ -62,7 +68,8 @@ void NoteSubscription(TvKind kind, const std::string &module, const std::string 
                        return one.kind == kind && one.module == module;
                      });
   if (!known) {
-    all.push_back({kind, module, what, handle});
+    const int ordinal = g_subscriptions.made[{kind, module}]++;
+    all.push_back({kind, module, what, handle, stream < 0 ? ordinal : stream});
   }
 }
 
@@ -95,6 +102,41 @@ std::string OwnerOf(TvKind kind, int handle) {
     }
   }
   return "";
+}
+
+SubscriptionName NameOfHandle(TvKind kind, int handle) {
+  const Lock lock;
+  for (const Subscription &one : g_subscriptions.all) {
+    if (one.kind == kind && one.handle == handle) {
+      return {one.module, one.number};
+    }
+  }
+  return {};
+}
+
+SubscriptionName NameOfSection(int key) {
+  static Next<CTVServiceSubscriber *(std::string, std::string)> get_subscriber(
+      "_ZN20CTVServiceSubscriber15m_GetSubscriberENSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES5_");
+  const int stream = key & 0xffff;
+  const Lock lock;
+  for (const Subscription &one : g_subscriptions.all) {
+    const auto address = reinterpret_cast<std::uintptr_t>(
+        one.kind == TvKind::kSection && one.number == stream ? get_subscriber(one.module, "section") : nullptr);
+    if (address != 0 && static_cast<std::uint32_t>(address << 16) == (static_cast<std::uint32_t>(key) & 0xffff0000)) {
+      return {one.module, stream};
+    }
+  }
+  return {};
+}
+
+int HandleOf(TvKind kind, const SubscriptionName &name) {
+  const Lock lock;
+  for (const Subscription &one : g_subscriptions.all) {
+    if (one.kind == kind && one.module == name.module && one.number == name.number) {
+      return one.handle;
+    }
+  }
+  return -1;
 }
 
 void NoteRefusal(TvKind kind) {

@@ -14,7 +14,7 @@ constexpr int kTvKinds = 6;
 // "signal"
 const char *NameOf(TvKind kind);
 
-void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle);
+void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle, int stream = -1);
 // Removes one subscription of the module to this; returns false if there is none.
 bool EndSubscription(TvKind kind, const std::string &module, const std::string &what);
 // Removes the subscription with this handle if `ended`. Returns `ended`.
@@ -23,6 +23,17 @@ void EndAllSubscriptions();
 
 // Returns the module that holds a handle; empty if none does.
 std::string OwnerOf(TvKind kind, int handle);
+
+// A subscription as a recording names it: the module, and which of its subscriptions of this kind, counted from 0. Of
+// sections, which the service names by their stream, it is the stream.
+struct SubscriptionName {
+  std::string module;
+  int number = -1;
+};
+SubscriptionName NameOfHandle(TvKind kind, int handle);
+SubscriptionName NameOfSection(int key);
+// The handle that goes by that name now; negative when there is none.
+int HandleOf(TvKind kind, const SubscriptionName &name);
 
 // Whether the service refused a stream that all modules share. Holds until all have unsubscribed.
 void NoteRefusal(TvKind kind);

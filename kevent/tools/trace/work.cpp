@@ -69,7 +69,6 @@ void Remember(const char *who, Nanoseconds begin, Nanoseconds end) {
   stall.begin = begin;
   stall.end = end;
   stall.cost = 0;
-  RecordStall(end - begin);
 }
 
 bool IsTooLong(Nanoseconds duration) { return TheOptions().stall > 0 && duration >= TheOptions().stall; }
@@ -121,6 +120,7 @@ void NoteArrival(Nanoseconds posted) {
     char who[160];
     snprintf(who, sizeof who, "what the main loop did after %.100s", g_last_symbol);
     Remember(who, silent_since, now);
+    RecordSilence(now - silent_since);
   }
   g_last_sign = now;
 }

@@ -16,9 +16,12 @@
 #include "checks.h"
 #include "log_listener.h"
 #include "next.h"
+#include "player.h"
+#include "record.h"
 #include "rooms.h"
 #include "session.h"
 #include "symbols.h"
+#include "work.h"
 
 using namespace lumio::trace;
 
@@ -33,6 +36,16 @@ thread_local LogListener *g_listener;
 
 Next<int(int, unsigned long, unsigned long, unsigned long, unsigned long)> g_prctl("prctl");
 Next<int(void *)> g_dlclose("dlclose");
+
+Next<Ecore_Idle_Enterer *(Ecore_Task_Cb, const void *)> g_idle_enterer_add("ecore_idle_enterer_add");
+Ecore_Task_Cb g_idle_callback; // the library's own
+
+Eina_Bool OnIdle(void *data) {
+  NoteIdle();
+  RecordIdle();
+  NoteReplayIdle();
+  return g_idle_callback(data);
+}
 
 using LogFunction = int (*)(int, int, const char *, const char *, ...);
 
@@ -139,6 +152,21 @@ extern "C" __attribute__((visibility("default"))) int prctl(int option, ...) {
 extern "C" __attribute__((visibility("default"))) Ecore_Event_Handler *
 ecore_event_handler_add(int type, Ecore_Event_Handler_Cb func, const void *data) {
   return AddEventHandler(type, func, data, __builtin_return_address(0));
+}
+
+extern "C" __attribute__((visibility("default"))) Ecore_Idle_Enterer *ecore_idle_enterer_add(Ecore_Task_Cb func,
+                                                                                             const void *data) {
+  if (!IsInLibrary(__builtin_return_address(0))) {
+    return g_idle_enterer_add(func, data);
+  }
+  g_idle_callback = func;
+  return g_idle_enterer_add(OnIdle, data);
+}
+
+extern "C" __attribute__((visibility("default"))) void ecore_main_loop_begin(void) {
+  static Next<void()> next("ecore_main_loop_begin");
+  next();
+  RecordEnd();
 }
 
 extern "C" __attribute__((visibility("default"))) int dlclose(void *handle) {

@@ -9,6 +9,8 @@
 #include "log_listener.h"
 #include "next.h"
 #include "notification.h"
+#include "player.h"
+#include "record.h"
 #include "registrations.h"
 #include "rooms.h"
 #include "session.h"
@@ -112,6 +114,7 @@ template <class Tell> void Told(const char *what, int value, const Registrations
   } else {
     notification.ToldNobody("nobody was told");
   }
+  NoteReplayed(false);
 }
 
 } // namespace
@@ -137,11 +140,13 @@ int CPvrServiceSubscriber::UnRegisterPvrStateCb(PvrStateCallback callback) {
 }
 
 void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *userData) {
+  RecordPvrResult(result);
   Told("result", result.result, g_results, [&] { g_told_result(result, userData); });
 }
 
 bool CPvrServiceSubscriber::t_PvrStateCB(pvr_state_e state, void *userData) {
   bool told = false;
+  RecordPvrState(state);
   Told("state", static_cast<int>(state), g_states, [&] { told = g_told_state(state, userData); });
   return told;
 }

@@ -10,6 +10,8 @@
 #include "log_listener.h"
 #include "next.h"
 #include "notification.h"
+#include "player.h"
+#include "record.h"
 #include "registrations.h"
 #include "rooms.h"
 #include "session.h"
@@ -87,6 +89,7 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
   CheckLock(kAnnounce, "", __builtin_return_address(0));
   Words words;
   words.Set(TheOptions().json ? "\"state\":%d" : "%d", static_cast<int>(state));
+  RecordState(static_cast<int>(state));
   Notification notification("state", words);
   StateListener listener;
   Nanoseconds took = 0;
@@ -102,6 +105,7 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
   } else {
     notification.ToldNobody("nobody was told");
   }
+  NoteReplayed(false);
 }
 
 namespace lumio::trace {

@@ -10,6 +10,8 @@
 #include "log_listener.h"
 #include "next.h"
 #include "notification.h"
+#include "player.h"
+#include "record.h"
 #include "session.h"
 #include "subscriptions.h"
 #include "symbols.h"
@@ -73,6 +75,16 @@ Variable<void *> g_dsm_subscriptions("_ZN20CTVServiceSubscriber19m_pDsmSubscript
 bool IsNull(Variable<void *> &pointer) { return !pointer.Get() || !*pointer.Get(); }
 
 // --- Checks ----------------------------------------------------------------------------------------------------------
+
+// Asks the service by way of `ask`, which returns whether it agreed.
+template <class Ask> bool Request(const char *call, const Ask &ask) {
+  const int number = NoteRequest(call);
+  const bool agreed = ask();
+  if (!agreed) {
+    RecordRefusal(call, number);
+  }
+  return agreed;
+}
 
 // Names the operation and whoever calls it.
 struct Call {
@@ -164,11 +176,13 @@ bool CTVServiceSubscriber::SubscribeSignal(ESignalType type, void *userData, EPr
   }
   TakeSignalAnswer();
   const SwappedCallbacks swapped(*this);
+  const int number = NoteRequest("signal");
   const bool subscribed = g_subscribe_signal(this, type, userData, profile, screenId);
   if (subscribed) {
     NoteSubscription(TvKind::kSignal, m_name, SignalText(type, profile, screenId), 0);
   }
   if (TakeSignalAnswer() <= 0) {
+    RecordRefusal("signal", number);
     call.Tell("type", std::to_string(type),
               "the service refused " + SignalText(type, profile, screenId) +
                   ", and the result tells success all the same: no notification will come");
@@ -210,7 +224,8 @@ void CheckProgram(const Call &call, const Subscriber &object) {
   }
 }
 
-bool NoteProgram(const Subscriber &object, bool subscribed, int handle) {
+// `handle` by reference: the service fills it while the other arguments are made.
+bool NoteProgram(const Subscriber &object, bool subscribed, const int &handle) {
   if (subscribed) {
     NoteSubscription(TvKind::kProgram, object.m_name, "handle " + std::to_string(handle), handle);
   }
@@ -228,21 +243,26 @@ void CTVServiceSubscriber::SetProgramCallback(ProgramCallback cb) {
 bool CTVServiceSubscriber::SubscribeProgram(const TCProgramFilteringItem &item, int &handle) {
   CheckProgram({"CTVServiceSubscriber::SubscribeProgram", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
-  return NoteProgram(*this, g_subscribe_program(this, item, handle), handle);
+  return NoteProgram(*this, Request("program", [&] { return g_subscribe_program(this, item, handle); }), handle);
 }
 
 bool CTVServiceSubscriber::SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type,
                                                   int &handle) {
   CheckProgram({"CTVServiceSubscriber::SubscribeProgramListPF", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
-  return NoteProgram(*this, g_subscribe_list_pf(this, arg, serviceId, type, handle), handle);
+  return NoteProgram(
+      *this, Request("program list pf", [&] { return g_subscribe_list_pf(this, arg, serviceId, type, handle); }),
+      handle);
 }
 
 bool CTVServiceSubscriber::SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first,
                                                 unsigned int second, ESubscribeType type, int &handle) {
   CheckProgram({"CTVServiceSubscriber::SubscribeProgramList", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
-  return NoteProgram(*this, g_subscribe_list(this, arg, serviceId, first, second, type, handle), handle);
+  return NoteProgram(
+      *this,
+      Request("program list", [&] { return g_subscribe_list(this, arg, serviceId, first, second, type, handle); }),
+      handle);
 }
 
 bool CTVServiceSubscriber::UnSubscribeProgram(int handle) {
@@ -271,11 +291,11 @@ void CheckSection(const Call &call, const Subscriber &object) {
   }
 }
 
-bool NoteSection(const Subscriber &object, bool subscribed, short stream, int handle) {
+bool NoteSection(const Subscriber &object, bool subscribed, short stream, const int &handle) {
+  const auto pid = static_cast<unsigned short>(stream);
   if (subscribed) {
-    NoteSubscription(
-        TvKind::kSection, object.m_name,
-        "stream " + std::to_string(static_cast<unsigned short>(stream)) + ", handle " + std::to_string(handle), handle);
+    NoteSubscription(TvKind::kSection, object.m_name,
+                     "stream " + std::to_string(pid) + ", handle " + std::to_string(handle), handle, pid);
   }
   return subscribed;
 }
@@ -291,14 +311,17 @@ void CTVServiceSubscriber::SetSectionCallback(SectionCallback cb) {
 bool CTVServiceSubscriber::SubscribeSection(short streamId, const TCSectionCriteriaHelper &criteria, int &handle) {
   CheckSection({"CTVServiceSubscriber::SubscribeSection", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
-  return NoteSection(*this, g_subscribe_section(this, streamId, criteria, handle), streamId, handle);
+  return NoteSection(*this, Request("section", [&] { return g_subscribe_section(this, streamId, criteria, handle); }),
+                     streamId, handle);
 }
 
 bool CTVServiceSubscriber::SubscribeSectionByFilter(short streamId, const TCSectionFilterCriteriaHelper &filter,
                                                     int &handle) {
   CheckSection({"CTVServiceSubscriber::SubscribeSectionByFilter", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
-  return NoteSection(*this, g_subscribe_filter(this, streamId, filter, handle), streamId, handle);
+  return NoteSection(*this,
+                     Request("section filter", [&] { return g_subscribe_filter(this, streamId, filter, handle); }),
+                     streamId, handle);
 }
 
 bool CTVServiceSubscriber::UnsubscribeSection(int handle) {
@@ -349,7 +372,8 @@ void CheckStreamEnd(const Call &call, TvKind kind) {
 bool CTVServiceSubscriber::SubscribePES(PesCallback cb, void *userData) {
   const Call call{"CTVServiceSubscriber::SubscribePES", m_name, __builtin_return_address(0)};
   CheckStream(call, TvKind::kPes, this, cb);
-  return NoteStream(call, TvKind::kPes, g_subscribe_pes(this, ThunkOf(m_name, cb), userData));
+  return NoteStream(call, TvKind::kPes,
+                    Request("pes", [&] { return g_subscribe_pes(this, ThunkOf(m_name, cb), userData); }));
 }
 
 bool CTVServiceSubscriber::UnsubscribePES() {
@@ -360,7 +384,8 @@ bool CTVServiceSubscriber::UnsubscribePES() {
 bool CTVServiceSubscriber::SubscribeCaption(CaptionCallback cb, void *userData) {
   const Call call{"CTVServiceSubscriber::SubscribeCaption", m_name, __builtin_return_address(0)};
   CheckStream(call, TvKind::kCaption, this, cb);
-  return NoteStream(call, TvKind::kCaption, g_subscribe_caption(this, ThunkOf(m_name, cb), userData));
+  return NoteStream(call, TvKind::kCaption,
+                    Request("caption", [&] { return g_subscribe_caption(this, ThunkOf(m_name, cb), userData); }));
 }
 
 bool CTVServiceSubscriber::UnsubscribeCaption() {
@@ -383,8 +408,9 @@ bool CTVServiceSubscriber::AttachDsm(DsmCallback cb, unsigned int &sessionHandle
     CheckShared(call, "dsm", this, cb);
   }
   const bool is_first = !m_dsmCallback;
-  const bool attached =
-      g_attach(this, ThunkOf(m_name, cb), sessionHandle, target, serviceType, attachType, userData, flag);
+  const bool attached = Request("dsm", [&] {
+    return g_attach(this, ThunkOf(m_name, cb), sessionHandle, target, serviceType, attachType, userData, flag);
+  });
   if (is_first) {
     m_dsmCallback = cb; // the module's object has its own; the library calls the copy's
   }

@@ -13,6 +13,8 @@
 #include "log_listener.h"
 #include "next.h"
 #include "notification.h"
+#include "player.h"
+#include "record.h"
 #include "rooms.h"
 #include "sent_queue.h"
 #include "session.h"
@@ -138,6 +140,7 @@ void Send(TvKind kind, const char *function, const Event &event, const void *cal
     Words words;
     Describe(event, words);
     Notification(NameOf(kind), words).ToldNobody("dropped: nobody has subscribed");
+    NoteReplayed(false);
   }
 }
 
@@ -149,6 +152,8 @@ template <class Event, class Callback> Eina_Bool Receive(TvKind kind, void *data
   Words words;
   Describe(received, words);
   NoteArrival(posted);
+  NoteReplayed(true);
+  RecordNotification(received);
   Notification notification(NameOf(kind), words, posted == kNotKnown ? kNotKnown : Now() - posted);
   const Eina_Bool result = g_handler(data, type, event);
   if (notification.Count() == 0) {
@@ -287,21 +292,26 @@ void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, u
   const int stream = key & 0xffff;
   words.Set(TheOptions().json ? "\"stream\":%d,\"flag\":%s,\"number\":%d" : "stream %d, %s, %d", stream,
             flag ? "true" : "false", number);
+  const SubscriptionName subscription = NameOfSection(key);
+  RecordSection(flag, number, data, stream, subscription.module);
   Notification notification(NameOf(TvKind::kSection), words);
   g_told_section(flag, number, data, key);
   if (notification.Count() == 0) {
     notification.ToldNobody("nobody has subscribed");
   }
+  NoteReplayed(false);
 }
 
 void CTVServiceSubscriber::t_DsmCallback(TSDsmMessage &message) {
   Words words;
   words.Set(TheOptions().json ? "\"session\":%d" : "session %d", message.sessionHandle);
+  RecordDsm(message, NameOfHandle(TvKind::kDsm, message.sessionHandle));
   Notification notification(NameOf(TvKind::kDsm), words);
   g_told_dsm(message);
   if (notification.Count() == 0) {
     notification.ToldNobody("nobody has attached");
   }
+  NoteReplayed(false);
 }
 
 Eina_Bool CTVServiceSubscriber::m_DeferredEventHandler(void *data, int type, void *event) {

@@ -1,0 +1,189 @@
+// lumio-replay: plays a recording of lumio-trace to a program, on a private display.
+#include <display.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "options.h"
+#include "recording.h"
+#include "temporary_directory.h"
+
+namespace {
+
+using lumio::trace::Recording;
+
+constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER] [OPTION]... FILE PROGRAM [ARGUMENT]...
+Runs PROGRAM on a private display and plays it the session that lumio-trace --record=FILE has written.
+
+  --speed=NUMBER  play that many times as fast; only at 1 are the program's decisions the same
+  OPTION          as of lumio-trace: what is told of the replay
+)";
+
+constexpr int kUsageError = 2;
+
+struct Request {
+  std::string speed = "1";
+  std::vector<std::string> trace_options;
+  std::string file;
+  std::vector<std::string> command;
+};
+
+// The devices of a television and those of the recording.
+lumio::DisplayOptions DisplayFor(const Recording &recording) {
+  lumio::DisplayOptions options;
+  std::set<std::string> known;
+  for (const lumio::InputDevice &device : options.devices) {
+    known.insert(device.name);
+  }
+  for (const auto &event : recording.events) {
+    const bool is_plug = event.kind == "plug" || event.kind == "unplug";
+    const std::string name = event.IsKey() ? event.Word(1) : is_plug ? event.Word(0) : "";
+    if (!name.empty() && known.insert(name).second) {
+      options.devices.push_back({name, lumio::Plug::kAttached});
+    }
+  }
+  return options;
+}
+
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
+[[noreturn]] void RunProgram(const Request &request, const Variables &environment, int player,
+                             const std::string &store) {
+  for (const auto &[name, value] : environment) {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
+  setenv("LUMIO_VCONF_DIR", store.c_str(), 1);
+  const std::string replay =
+      request.speed + " " + std::to_string(player) + " " + std::filesystem::absolute(request.file).string();
+  setenv(lumio::trace::kReplayVariable, replay.c_str(), 1);
+  std::vector<std::string> words = {std::filesystem::read_symlink("/proc/self/exe").parent_path() / "lumio-trace"};
+  words.insert(words.end(), request.trace_options.begin(), request.trace_options.end());
+  words.insert(words.end(), request.command.begin(), request.command.end());
+  std::vector<char *> arguments;
+  for (std::string &word : words) {
+    arguments.push_back(word.data());
+  }
+  arguments.push_back(nullptr);
+  execv(arguments[0], arguments.data());
+  fprintf(stderr, "lumio-replay: cannot start %s: %s\n", arguments[0], strerror(errno));
+  _exit(127);
+}
+
+std::vector<std::string> SplitAtTabs(const std::string &line) {
+  std::vector<std::string> words;
+  std::istringstream stream(line);
+  for (std::string word; std::getline(stream, word, '\t');) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+// Reads a line of the player; empty when there is none any more.
+std::string ReadLine(int player) {
+  std::string line;
+  for (char byte; read(player, &byte, 1) == 1 && byte != '\n';) {
+    line += byte;
+  }
+  return line;
+}
+
+// Serves the player until it is done; returns what went wrong.
+std::string Serve(lumio::PrivateDisplay &display, int player) {
+  for (std::string line = ReadLine(player); !line.empty(); line = ReadLine(player)) {
+    const std::vector<std::string> words = SplitAtTabs(line);
+    if (words[0] == "press") {
+      display.Press(words.at(1), words.at(2));
+    } else if (words[0] == "release") {
+      display.Release(words.at(1), words.at(2));
+    } else if (words[0] == "plug" || words[0] == "unplug") {
+      display.SetPlug(words.at(1), words[0] == "plug" ? lumio::Plug::kAttached : lumio::Plug::kUnplugged);
+    }
+    const bool done = words[0] == "end" || words[0] == "failed";
+    if (write(player, "", 1) != 1 || done) {
+      return words[0] == "failed" ? words.at(1) : "";
+    }
+  }
+  return "";
+}
+
+int Replay(const Request &request) {
+  const Recording recording = lumio::trace::ReadRecording(request.file);
+  const lumio::TemporaryDirectory store;
+  lumio::PrivateDisplay display(DisplayFor(recording));
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+    throw std::runtime_error(strerror(errno));
+  }
+  const Variables environment = display.Environment(); // which names this process
+  const pid_t program = fork();
+  if (program == 0) {
+    close(ends[0]);
+    RunProgram(request, environment, ends[1], store.Path());
+  }
+  close(ends[1]);
+  const std::string failure = Serve(display, ends[0]);
+  kill(program, SIGTERM);
+  int status = 0;
+  waitpid(program, &status, 0);
+  close(ends[0]);
+  if (!failure.empty()) {
+    throw std::runtime_error(failure);
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Empty command when the arguments are wrong.
+Request ReadArguments(int argc, char **argv) {
+  Request request;
+  int at = 1;
+  for (; at < argc && argv[at][0] == '-'; ++at) {
+    const std::string option = argv[at];
+    if (option.rfind("--speed=", 0) == 0) {
+      request.speed = option.substr(8);
+    } else {
+      request.trace_options.push_back(option);
+      if (option == "-o" && at + 1 < argc) {
+        request.trace_options.emplace_back(argv[++at]);
+      }
+    }
+  }
+  if (at + 1 < argc && strtod(request.speed.c_str(), nullptr) > 0) {
+    request.file = argv[at];
+    request.command.assign(argv + at + 1, argv + argc);
+  }
+  return request;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+    fputs(kUsage, stdout);
+    return EXIT_SUCCESS;
+  }
+  const Request request = ReadArguments(argc, argv);
+  if (request.command.empty()) {
+    fputs(kUsage, stderr);
+    return kUsageError;
+  }
+  signal(SIGPIPE, SIG_IGN); // a program that has ended reads no answer
+  try {
+    return Replay(request);
+  } catch (const std::exception &error) {
+    fprintf(stderr, "lumio-replay: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}
