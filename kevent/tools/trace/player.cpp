@@ -70,10 +70,11 @@ const Recording *TheRecording() {
   return recording;
 }
 
-std::atomic<unsigned> g_begun{0};       // events that the program has got to
-std::atomic<unsigned> g_keys_sent{0};   // that the X server has sent
-std::atomic<unsigned> g_idle_count{0};  // of the main loop
-std::atomic<unsigned> g_idle_wanted{0}; // count that says that the main loop is done with what it has got to
+std::atomic<unsigned> g_begun{0};            // events that the program has got to
+std::atomic<unsigned> g_keys_sent{0};        // that the X server has sent
+std::atomic<Nanoseconds> g_longest_delay{0}; // of a key, after its time
+std::atomic<unsigned> g_idle_count{0};       // of the main loop
+std::atomic<unsigned> g_idle_wanted{0};      // count that says that the main loop is done with what it has got to
 
 void Sleep() { std::this_thread::sleep_for(std::chrono::microseconds(200)); }
 
@@ -254,10 +255,14 @@ void PlayAll(Nanoseconds begin) {
       throw std::runtime_error("the program does not get to an event that it got to when it was recorded, before " +
                                event.kind + " " + (event.words.empty() ? "" : event.words[0]));
     }
-    SleepUntil(begin + static_cast<Nanoseconds>(static_cast<double>(event.time) / TheOptions().speed));
+    const Nanoseconds due = begin + static_cast<Nanoseconds>(static_cast<double>(event.time) / TheOptions().speed);
+    SleepUntil(due);
     const int played = Play(event);
     if (played == 0 && event.IsNotification()) {
       throw std::runtime_error("nobody has subscribed to an event that was told when it was recorded: " + event.kind);
+    }
+    if (event.IsKey()) {
+      g_longest_delay = std::max(g_longest_delay.load(), Now() - due);
     }
     sent += static_cast<unsigned>(played);
     sent_before_queue = event.is_queued ? sent_before_queue : sent;
@@ -372,6 +377,8 @@ Nanoseconds HoldBack(int key, int handler, Nanoseconds took) {
   const unsigned queued = QueuedBehind(key);
   if (queued > 0 && IsSlowest(key, handler)) {
     WaitFor([&] { return g_keys_sent >= static_cast<unsigned>(key) + queued; });
+    // On a busy machine they came late. They must not wait for less time than they did.
+    SleepUntil(Now() + (hold == TheRecording()->holds.end() ? 0 : g_longest_delay.load()));
   }
   return Now() - begin;
 }
