@@ -4,6 +4,7 @@
 #include <Edje.h>
 #include <Eina.h>
 #include <gmock/gmock.h>
+#include <kevent.h>
 #include <lumio-host/testing.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 
 #include "display.h"
 #include "key_journal.h"
+#include "pointer.h"
 #include "screen/test_card.h"
 #include "x_connection.h"
 #include "x_observer.h"
@@ -257,6 +259,20 @@ TEST_F(ScreenOnDisplay, IsWholeAgainAfterItWasIconifiedOrCovered) {
   Television().Hide("volume");
   observer_->Restore(canvas_->Window());
   TurnLoopUntil([&] { return observer_->IsVisible(canvas_->Window()) && Shot() == before; });
+}
+
+TEST_F(ScreenOnDisplay, ShowsTheMousePointerWhenItMovesAndHidesItByWayOfTheLibrary) {
+  const unsigned long window = canvas_->Window();
+  ecore_x_window_focus(canvas_->Window());
+  const Pointer pointer(canvas_->Window());
+  TurnLoopUntil([&] { return observer_->HasFocus(window); });
+  lumio_cursor_show_after_movement();
+  TurnLoopUntil([&] { return !observer_->IsPointerDrawn(); });
+  observer_->MovePointer(window, 100, 100);
+  observer_->MovePointer(window, 110, 110);
+  TurnLoopUntil([&] { return observer_->IsPointerDrawn(); });
+  lumio_cursor_show_after_movement();
+  TurnLoopUntil([&] { return !observer_->IsPointerDrawn(); });
 }
 
 KeyJourney Journey(int number) {

@@ -5,8 +5,11 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "device_names.h"
@@ -80,6 +83,36 @@ protected:
     viewer_ = std::make_unique<lumio::Program>(Command(options), environment);
   }
 
+  void StartWithoutStudio() {
+    Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
+    for (const auto &[name, value] : display_.Environment()) {
+      environment[name] = value;
+    }
+    viewer_ = std::make_unique<lumio::Program>(std::vector<std::string>{LUMIO_VIEWER, "--grab"}, environment);
+  }
+
+  // The memory of the process that has the display's only window.
+  int ResidentKilobytes() {
+    std::ifstream status("/proc/" + std::to_string(Pid(FocusedWindow())) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.rfind("VmRSS:", 0) == 0) {
+        return std::stoi(line.substr(6));
+      }
+    }
+    return -1;
+  }
+
+  // The item of a line about the screen.
+  static std::string ItemOf(const std::string &line) {
+    const std::string screen = "  screen  ";
+    const size_t start = line.find(screen);
+    if (start == std::string::npos) {
+      return "";
+    }
+    const size_t item = start + screen.size();
+    return line.substr(item, line.find("  ", item) - item);
+  }
+
   // Both streams of the viewer are read as one.
   static std::vector<std::string> Command(const std::vector<std::string> &options) {
     std::vector<std::string> command = {"/bin/sh",    "-c",       "exec \"$0\" \"$@\" 2>&1",
@@ -144,17 +177,26 @@ protected:
     EXPECT_EQ(EXIT_SUCCESS, viewer_->Wait(Deadline()));
   }
 
-  std::string Title(Window window) {
+  // The bytes of a property; Xlib gives a number of 32 bits eight of them.
+  std::string Property(Window window, const char *name) {
     Atom type = 0;
     int format = 0;
     unsigned long count = 0;
     unsigned long left = 0;
-    unsigned char *text = nullptr;
-    XGetWindowProperty(x_.get(), window, XInternAtom(x_.get(), "_NET_WM_NAME", False), 0, 64, False, AnyPropertyType,
-                       &type, &format, &count, &left, &text);
-    std::string title(reinterpret_cast<char *>(text), count);
-    XFree(text);
-    return title;
+    unsigned char *data = nullptr;
+    XGetWindowProperty(x_.get(), window, XInternAtom(x_.get(), name, False), 0, 64, False, AnyPropertyType, &type,
+                       &format, &count, &left, &data);
+    std::string bytes(reinterpret_cast<char *>(data), count * (format == 32 ? sizeof(long) : 1));
+    XFree(data);
+    return bytes;
+  }
+
+  std::string Title(Window window) { return Property(window, "_NET_WM_NAME"); }
+
+  long Pid(Window window) {
+    long pid = 0;
+    std::memcpy(&pid, Property(window, "_NET_WM_PID").data(), sizeof pid);
+    return pid;
   }
 
   Window FocusedWindow() {
@@ -409,6 +451,52 @@ TEST_F(Viewer, PressesKeysOfTheKeymapWithTheButtonsOfItsRemoteControl) {
   EXPECT_EQ(FocusedWindow(), window);
   EXPECT_EQ(Keymap(x_.get()), keymap);
 }
+
+// --- Without a studio ------------------------------------------------------------------------------------------------
+
+TEST_F(Viewer, HasSomethingToShowOfEveryModuleByItself) {
+  StartWithoutStudio();
+  std::set<std::string> missing = {
+      "light",        "picture",    "tuner",       "services",         "now",         "next",    "teletext", "captions",
+      "stream meter", "transcript", "recorder",    "record indicator", "layout",      "channel", "volume",   "info",
+      "guide",        "menu",       "unused keys", "viewer",           "data service"};
+  const auto read_until = [&](const std::function<bool(const std::string &line)> &last) {
+    std::optional<std::string> line;
+    do {
+      line = viewer_->ReadLine(Deadline());
+      missing.erase(ItemOf(line.value_or("")));
+    } while (line && !last(*line));
+  };
+  read_until([](const std::string &line) { return line.find("all keys of this display") != std::string::npos; });
+  for (const char *key : {"Up", "XF86AudioRaiseVolume", "i", "g", "r", "F5", "m"}) {
+    Tap(key);
+    read_until([](const std::string &line) { return line.find("  release  ") != std::string::npos; });
+  }
+  read_until([&](const std::string &) { return missing.empty(); });
+  EXPECT_THAT(missing, testing::IsEmpty());
+}
+
+#if !defined(__SANITIZE_ADDRESS__) &&                                                                                  \
+    !defined(__SANITIZE_THREAD__) // which keep what is freed, and look for leaks anyway
+TEST_F(Viewer, KeepsNoMemoryOfTenThousandKeys) {
+  StartWithoutStudio();
+  ExpectLine("all keys of this display come here");
+  Tap("F1");
+  const auto use = [&](int batches) {
+    for (int batch = 0; batch < batches; ++batch) {
+      for (int i = 0; i < 100; ++i) {
+        Tap("XF86AudioRaiseVolume");
+      }
+      for (int i = 0; i < 200; ++i) {
+        KeyLine();
+      }
+    }
+    return ResidentKilobytes();
+  };
+  const int before = use(10);
+  EXPECT_LE(use(50), before + 1024);
+}
+#endif
 
 // --- Ends ------------------------------------------------------------------------------------------------------------
 

@@ -2,6 +2,7 @@
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/Xfixes.h>
 
 #include <algorithm>
 
@@ -57,6 +58,27 @@ void XObserver::Iconify(Window window) const {
 void XObserver::Restore(Window window) const {
   XMapWindow(display_, window);
   XSync(display_, False);
+}
+
+bool XObserver::HasFocus(unsigned long window) const {
+  Window focused = 0;
+  int revert_to = 0;
+  XGetInputFocus(display_, &focused, &revert_to);
+  return focused == window;
+}
+
+void XObserver::MovePointer(unsigned long window, int x, int y) const {
+  XWarpPointer(display_, None, window, 0, 0, 0, 0, x, y);
+  XSync(display_, False);
+}
+
+bool XObserver::IsPointerDrawn() const {
+  XFixesCursorImage *image = XFixesGetCursorImage(display_);
+  const unsigned long *end = image->pixels + image->width * image->height;
+  const bool drawn = std::any_of(static_cast<const unsigned long *>(image->pixels), end,
+                                 [](unsigned long pixel) { return pixel >> 24U & 0xffU; });
+  XFree(image);
+  return drawn;
 }
 
 void XObserver::Cover(Window window) {

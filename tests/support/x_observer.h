@@ -37,6 +37,11 @@ public:
   void Resize(unsigned long window, int width, int height) const;
   void Iconify(unsigned long window) const;
   void Restore(unsigned long window) const;
+  bool HasFocus(unsigned long window) const;
+  // Moves the mouse pointer to a place in the window.
+  void MovePointer(unsigned long window, int x, int y) const;
+  // Whether the pointer has a picture now.
+  bool IsPointerDrawn() const;
   // Puts a window of its own over the other one.
   void Cover(unsigned long window);
   void Uncover();

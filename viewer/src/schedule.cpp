@@ -40,9 +40,9 @@ template <class Array> const char *At(const Array &array, int index) {
 
 // A recording of half a minute in every one.
 void Record(int second) {
-  if (second % 60 == 10) {
+  if (second % 60 == 2) {
     lumio::pvr::StartRecording(second / 60 + 1);
-  } else if (second % 60 == 40) {
+  } else if (second % 60 == 32) {
     lumio::pvr::StopRecording();
   }
 }
