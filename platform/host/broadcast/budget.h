@@ -7,7 +7,7 @@ namespace lumio::broadcast {
 
 class Budget {
 public:
-  explicit Budget(std::size_t bytes) : left_(bytes) {}
+  explicit Budget(std::size_t bytes) : all_(bytes), left_(bytes) {}
 
   // Whether there was as much left; if not, nothing is taken.
   bool Take(std::size_t bytes) {
@@ -18,8 +18,11 @@ public:
     return true;
   }
   void Give(std::size_t bytes) { left_ += bytes; }
+  // Whether there is so much left that buffers may be kept for later.
+  bool IsAmple() const { return left_ > all_ / 2; }
 
 private:
+  const std::size_t all_;
   std::size_t left_;
 };
 

@@ -9,6 +9,8 @@ namespace lumio::broadcast {
 
 enum class CaptionKind { kTeletext, kCea608 };
 
+constexpr int kUndeterminedLanguage = 'u' << 16 | 'n' << 8 | 'd';
+
 struct Caption {
   std::uint16_t pid;
   CaptionKind kind;

@@ -10,11 +10,12 @@ Continuity ContinuityCounter::Check(const Packet &packet) {
     return Continuity::kFollows;
   }
   const std::uint8_t counter = packet.Counter();
-  const Bytes payload = packet.Payload();
   Continuity result = Continuity::kFollows;
   if (known_ && counter != ((last_ + 1) & 0xf)) {
-    const bool same = counter == last_ && payload.size() == last_size_ &&
-                      std::memcmp(payload.data(), last_payload_.data(), payload.size()) == 0;
+    const Bytes payload = packet.Payload();
+    const Bytes last = Packet(last_packet_.data()).Payload();
+    const bool same = counter == last_ && payload.size() == last.size() &&
+                      std::memcmp(payload.data(), last.data(), payload.size()) == 0;
     if (same && !repeated_ && !packet.IsDiscontinuous()) {
       repeated_ = true;
       return Continuity::kRepeats;
@@ -24,8 +25,7 @@ Continuity ContinuityCounter::Check(const Packet &packet) {
   known_ = true;
   repeated_ = false;
   last_ = counter;
-  last_size_ = static_cast<std::uint8_t>(payload.size());
-  std::memcpy(last_payload_.data(), payload.data(), payload.size());
+  std::memcpy(last_packet_.data(), packet.Raw(), kPacketSize);
   return result;
 }
 

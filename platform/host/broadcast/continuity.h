@@ -27,8 +27,7 @@ private:
   bool known_ = false;
   bool repeated_ = false;
   std::uint8_t last_ = 0;
-  std::uint8_t last_size_ = 0;
-  std::array<std::uint8_t, kPacketSize> last_payload_;
+  std::array<std::uint8_t, kPacketSize> last_packet_;
 };
 
 } // namespace lumio::broadcast

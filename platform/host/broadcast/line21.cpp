@@ -17,6 +17,7 @@ constexpr std::uint8_t kH264Video = 0x1b;
 // What stands before the caption bytes in the user data of a picture. Neither can be part of the picture itself.
 constexpr std::string_view kMpeg2Mark("\0\0\1\xb2GA94\3", 9);
 constexpr std::string_view kH264Mark("\xb5\0\x31GA94\3", 8);
+constexpr std::string_view kEmulation("\0\0\3", 3); // keeps H.264 from seeing a start code
 constexpr std::string_view kPictureStart("\0\0\1\0", 4);
 constexpr std::string_view kSequenceStart("\0\0\1\xb3", 4);
 
@@ -47,8 +48,8 @@ std::vector<std::uint8_t> WithoutEmulation(Bytes bytes) {
   return result;
 }
 
-// The pairs of a cc_data structure from its flags on.
-std::vector<Line21Pictures::Pair> ParsePairs(Bytes data) {
+// The pairs of a cc_data structure from its flags on, of the fields that are not ignored.
+std::vector<Line21Pictures::Pair> ParsePairs(Bytes data, const std::array<bool, 2> &ignored) {
   std::vector<Line21Pictures::Pair> pairs;
   if (data.size() < 2 || (data[0] & 0x40) == 0) {
     return pairs;
@@ -58,7 +59,7 @@ std::vector<Line21Pictures::Pair> ParsePairs(Bytes data) {
   for (int i = 0; i < count && data.size() >= 3; ++i, data = data.From(3)) {
     const bool valid = (data[0] & 4) != 0;
     const int type = data[0] & 3;
-    if (valid && type <= 1) { // else a digital caption
+    if (valid && type <= 1 && !ignored[type == 1 ? 1 : 0]) { // above 1, a digital caption
       pairs.push_back({type == 1, {data[1], data[2]}});
     }
   }
@@ -116,7 +117,11 @@ void Line21Pictures::Add(const PesPacket &packet) {
     start += found + mark.size();
     const std::size_t longest = 2 + 31 * 3; // and as many again that keep start codes away
     const Bytes data = packet.payload.From(start).First(2 * longest);
-    std::vector<Pair> pairs = is_h264_ ? ParsePairs(WithoutEmulation(data)) : ParsePairs(data);
+    const bool is_emulated = is_h264_ && Find(data, kEmulation) < data.size();
+    std::vector<Pair> pairs = is_emulated ? ParsePairs(WithoutEmulation(data), ignored_) : ParsePairs(data, ignored_);
+    if (pairs.empty()) {
+      continue;
+    }
     const std::int64_t offset = is_h264_ ? 0 : OffsetOf(packet.payload.First(start));
     const std::int64_t order = display + offset;
     const std::uint64_t pts =
@@ -291,11 +296,10 @@ void Line21Decoder::TellFinishedRow(int channel, std::uint64_t pts) {
 }
 
 void Line21Decoder::Tell(int channel, std::uint64_t pts, const std::string &text) {
-  constexpr int kUndetermined = 'u' << 16 | 'n' << 8 | 'd';
   channels_[static_cast<std::size_t>(channel)].has_new_text = false;
   channels_[static_cast<std::size_t>(channel)].is_empty = text.empty();
   const int language = languages_[channel < 2 ? 0 : 1];
-  tell_({pid_, CaptionKind::kCea608, language == 0 ? kUndetermined : language, pts, text});
+  tell_({pid_, CaptionKind::kCea608, language == 0 ? kUndeterminedLanguage : language, pts, text});
 }
 
 } // namespace lumio::broadcast

@@ -26,6 +26,9 @@ public:
 
   explicit Line21Pictures(bool is_h264) : is_h264_(is_h264) {}
 
+  // From now on pairs of the field are left out.
+  void Ignore(bool second_field) { ignored_[second_field ? 1 : 0] = true; }
+
   // Whether the stream's type is one that this understands.
   static bool Understands(std::uint8_t stream_type);
 
@@ -42,8 +45,6 @@ public:
 
 private:
   void Add(const PesPacket &packet);
-  void AddPicture(std::uint64_t pts, Bytes user_data);
-  bool IsReady() const;
   std::int64_t Unwrap(std::uint64_t time);
   std::int64_t OffsetOf(Bytes before);
 
@@ -58,9 +59,10 @@ private:
 
   const bool is_h264_;
   bool is_ending_ = false;
-  bool has_dts_ = false;     // some packet told when it is decoded
-  std::int64_t decoded_ = 0; // time of decoding of the last picture
-  std::int64_t last_ = 0;    // time that the next one is near to
+  std::array<bool, 2> ignored_{}; // fields
+  bool has_dts_ = false;          // some packet told when it is decoded
+  std::int64_t decoded_ = 0;      // time of decoding of the last picture
+  std::int64_t last_ = 0;         // time that the next one is near to
   unsigned frame_duration_ = 3003;
   std::vector<Picture> waiting_; // in display order
 };
@@ -74,6 +76,8 @@ public:
 
   void Push(const PesPacket &packet);
   void End();
+  // Of a field whose captions are not wanted any more.
+  void Ignore(bool second_field) { pictures_.Ignore(second_field); }
 
 private:
   enum class Mode { kNone, kPopOn, kRollUp, kPaintOn, kText };

@@ -10,7 +10,7 @@ namespace lumio::broadcast {
 
 constexpr std::size_t kPacketSize = 188; // of a packet as such, whatever stands before or after it
 constexpr std::uint8_t kSyncByte = 0x47;
-constexpr std::size_t kBufferSize = std::size_t{1} << 20;
+constexpr std::size_t kBufferSize = std::size_t{256} << 10;
 
 class PacketReader {
 public:

@@ -61,9 +61,17 @@ void PesAssembler::Lose() {
   Drop();
 }
 
+// A small buffer is kept for the next packet.
 void PesAssembler::Drop() {
   state_ = State::kIdle;
   size_ = 0;
+  begun_.clear();
+  if (taken_ > kStep || !budget_.IsAmple()) {
+    Release();
+  }
+}
+
+void PesAssembler::Release() {
   begun_.clear();
   begun_.shrink_to_fit();
   budget_.Give(taken_);

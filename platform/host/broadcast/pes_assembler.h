@@ -23,7 +23,7 @@ struct PesPacket {
 class PesAssembler {
 public:
   PesAssembler(std::uint16_t pid, Budget &budget) : pid_(pid), budget_(budget) {}
-  ~PesAssembler() { Drop(); }
+  ~PesAssembler() { Release(); }
   PesAssembler(const PesAssembler &) = delete;
   PesAssembler &operator=(const PesAssembler &) = delete;
 
@@ -63,6 +63,7 @@ private:
 
   void Keep(Bytes payload);
   void Drop();
+  void Release();
   bool Parse(PesPacket &packet) const;
 
   template <class Tell> void TellBegun(Tell &&tell) {

@@ -120,11 +120,13 @@ void Statistics::WatchStream(const ElementaryStream &stream) {
     decoders.line21 =
         std::make_unique<Line21Decoder>(stream.pid, stream.type == kH264Type, stream.line21_language, tell);
     for (const int language : stream.line21_language) {
+      decoders.languages.push_back(language == 0 ? kUndeterminedLanguage : language);
       language == 0 ? void() : void(CaptionOf(stream.pid, CaptionKind::kCea608, language));
     }
   } else {
     decoders.teletext = std::make_unique<TeletextDecoder>(stream.pid, stream.subtitle_pages, tell);
     for (const TeletextPage &page : stream.subtitle_pages) {
+      decoders.languages.push_back(page.language);
       CaptionOf(stream.pid, CaptionKind::kTeletext, page.language);
     }
   }
@@ -137,6 +139,9 @@ void Statistics::OnPes(const PesPacket &packet) {
     decoders->second.teletext->Push(packet);
   } else if (decoders != caption_decoders_.end()) {
     decoders->second.line21->Push(packet);
+  }
+  if (!full_captions_.empty()) {
+    DropFullCaptions();
   }
 }
 
@@ -158,7 +163,32 @@ void Statistics::AddCaption(const Caption &caption) {
   if (!caption.text.empty() && texts.size() < kTextsToTell &&
       std::find(texts.begin(), texts.end(), caption.text) == texts.end()) {
     texts.push_back(caption.text);
+    if (texts.size() == kTextsToTell) {
+      full_captions_.insert(caption.pid);
+    }
   }
+}
+
+// Stops decoding what has nothing new to tell: most of the work is in captions.
+void Statistics::DropFullCaptions() {
+  for (const std::uint16_t pid : full_captions_) {
+    CaptionDecoders &decoders = caption_decoders_[pid];
+    const auto is_full = [&](int language) {
+      return std::any_of(captions_.begin(), captions_.end(), [&](const CaptionStatistics &caption) {
+        return caption.pid == pid && caption.language == language && caption.texts.size() == kTextsToTell;
+      });
+    };
+    bool all = true;
+    for (std::size_t i = 0; i < decoders.languages.size(); ++i) {
+      const bool full = is_full(decoders.languages[i]);
+      all = all && full;
+      if (full && decoders.line21) {
+        decoders.line21->Ignore(i == 1);
+      }
+    }
+    demultiplexer_.WantPes(pid, !all);
+  }
+  full_captions_.clear();
 }
 
 void Statistics::PushToCarousel(std::uint16_t pid, const Section &section) {

@@ -62,6 +62,7 @@ private:
   struct CaptionDecoders {
     std::unique_ptr<TeletextDecoder> teletext;
     std::unique_ptr<Line21Decoder> line21;
+    std::vector<int> languages; // of its pages, or of its two fields
   };
 
   void OnSection(std::uint16_t pid, const Section &section) override;
@@ -71,6 +72,7 @@ private:
   void WatchStream(const ElementaryStream &stream);
   void PushToCarousel(std::uint16_t pid, const Section &section);
   void AddCaption(const Caption &caption);
+  void DropFullCaptions();
   CaptionStatistics &CaptionOf(std::uint16_t pid, CaptionKind kind, int language);
 
   Demultiplexer demultiplexer_;
@@ -85,6 +87,7 @@ private:
   std::size_t module_count_ = 0;
   std::map<std::uint16_t, CaptionDecoders> caption_decoders_;
   std::vector<CaptionStatistics> captions_;
+  std::set<std::uint16_t> full_captions_; // PIDs of which a language has got all its texts just now
 };
 
 } // namespace lumio::broadcast
