@@ -10,15 +10,15 @@
 namespace {
 
 constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
-constexpr long kPatience = 700'000; // microseconds
+constexpr itimerval kBusyLimit = {{0, 0}, {0, 700'000}}; // from the signal until the main loop knows of it
+constexpr itimerval kEndLimit = {{0, 0}, {10, 0}};       // from there to the end, which a loaded machine may delay
 constexpr char kBusy[] = "lumio-viewer: ended while a module was busy\n";
 
 struct sigaction g_ecores[kSignals.size()]; // what Ecore does with them
 
 // Runs as a signal handler: Ecore tells its main loop; when that is busy, the alarm rings.
 void Asked(int number, siginfo_t *info, void *context) {
-  const itimerval alarm = {{0, 0}, {0, kPatience}};
-  setitimer(ITIMER_REAL, &alarm, nullptr);
+  setitimer(ITIMER_REAL, &kBusyLimit, nullptr);
   const struct sigaction &ecores = g_ecores[number == SIGINT ? 0 : 1];
   if (ecores.sa_flags & SA_SIGINFO) {
     ecores.sa_sigaction(number, info, context);
@@ -31,6 +31,7 @@ void Rang(int) {
 }
 
 Eina_Bool Quit(void *, int, void *) {
+  setitimer(ITIMER_REAL, &kEndLimit, nullptr);
   ecore_main_loop_quit();
   return ECORE_CALLBACK_PASS_ON;
 }
