@@ -304,22 +304,25 @@ bool IsOfKind(const std::string &json, const Words &kinds) {
                      [&](const std::string &kind) { return json.rfind("{\"event\":\"" + kind + "\"", 0) == 0; });
 }
 
-// Leaves out stalls, and who waited for them, which are a matter of time. What is told on threads of the services has
+// Leaves out stalls, what became of keys, and the banners that the viewer hides after a while: they are a matter of
+// time. What is told on threads of the services has
 // no order among what the main loop does, and comes behind it.
-Words Decisions(const std::string &file) {
-  Words decisions;
+Words EventsIn(const std::string &file) {
+  Words events;
   for (const std::string &line : Lines(Contents(file))) {
-    if (!IsOfKind(line, {"stall", "silence"})) {
-      decisions.push_back(WithoutTimes(line.substr(0, line.find(",\"waited_for\""))));
+    if (!IsOfKind(line, {"stall", "silence", "banner"})) {
+      events.push_back(WithoutTimes(line.substr(0, line.find(",\"x_ms\""))));
     }
   }
-  std::stable_partition(decisions.begin(), decisions.end(), [](const std::string &line) {
+  std::stable_partition(events.begin(), events.end(), [](const std::string &line) {
     return !IsOfKind(line, {"section", "dsm", "pvr"});
   });
-  return decisions;
+  return events;
 }
 
-TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
+// Who took a key is not compared: on a machine that is busy otherwise, a key may be stale in one run and not in
+// another.
+TEST(Trace, RecordsASessionThatReplaysInTheSameOrder) {
   const lumio::TemporaryDirectory directory;
   lumio::Program director({LUMIO_DIRECTOR, "--under",
                            LUMIO_TRACE " --json -o " + directory / "trace" + " --record=" + directory / "session"},
@@ -327,8 +330,8 @@ TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
   while (director.ReadLine(Never())) {
   }
   EXPECT_EQ(director.Wait(Never()), 0);
-  const Words recorded = Decisions(directory / "trace");
-  EXPECT_GT(recorded.size(), 80u);
+  const Words recorded = EventsIn(directory / "trace");
+  EXPECT_GT(recorded.size(), 70u);
   for (int round = 0; round < 2; ++round) {
     lumio::Program replay(
         {LUMIO_REPLAY, "--json", "-o", directory / "replayed", directory / "session", LUMIO_VIEWER, "--studio"},
@@ -336,7 +339,7 @@ TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
     while (replay.ReadLine(Never())) {
     }
     EXPECT_EQ(replay.Wait(Never()), 0);
-    const Words replayed = Decisions(directory / "replayed");
+    const Words replayed = EventsIn(directory / "replayed");
     ASSERT_EQ(replayed.size(), recorded.size());
     for (size_t i = 0; i < recorded.size(); ++i) {
       EXPECT_EQ(replayed[i], recorded[i]) << "line " << i + 1;

@@ -18,7 +18,6 @@
 #include "checks.h"
 
 #pragma GCC visibility push(default)
-extern "C" void free(void *data) noexcept;
 extern "C" int __sanitizer_get_ownership(const volatile void *) __attribute__((weak));
 #pragma GCC visibility pop
 

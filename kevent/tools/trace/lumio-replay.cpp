@@ -73,6 +73,7 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
   words.insert(words.end(), request.trace_options.begin(), request.trace_options.end());
   words.insert(words.end(), request.command.begin(), request.command.end());
   std::vector<char *> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string &word : words) {
     arguments.push_back(word.data());
   }

@@ -104,7 +104,7 @@ std::string FindProgram(const std::string &name) {
   std::string rest = path ? path : "/bin:/usr/bin";
   while (!rest.empty()) {
     const size_t end = rest.find(':');
-    const std::string candidate = rest.substr(0, end) + "/" + name;
+    std::string candidate = rest.substr(0, end) + "/" + name;
     if (access(candidate.c_str(), X_OK) == 0) {
       return candidate;
     }

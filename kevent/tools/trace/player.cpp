@@ -25,6 +25,7 @@ Nanoseconds HoldBack(int, int, Nanoseconds) { return 0; }
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -180,12 +181,13 @@ int PlayPvrState(const RecordedEvent &event) {
   return 1;
 }
 
-void BlockMainLoop(void *microseconds) {
-  usleep(static_cast<useconds_t>(reinterpret_cast<std::uintptr_t>(microseconds)));
+void BlockMainLoop(void *duration) {
+  const std::unique_ptr<std::chrono::microseconds> owned(static_cast<std::chrono::microseconds *>(duration));
+  std::this_thread::sleep_for(*owned);
 }
 
 int PlaySilence(const RecordedEvent &event) {
-  g_call_on_main_loop(BlockMainLoop, reinterpret_cast<void *>(static_cast<std::uintptr_t>(event.Number(0))));
+  g_call_on_main_loop(BlockMainLoop, std::make_unique<std::chrono::microseconds>(event.Number(0)).release());
   return 0;
 }
 
