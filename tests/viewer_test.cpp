@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -263,6 +264,66 @@ TEST_F(Viewer, RefusesOrdersThatTheStudioDoesNotUnderstand) {
   }
   viewer_->WriteLine("record 7");
   ExpectLine("start of programme 7: done");
+}
+
+TEST(ViewerWithoutStream, SaysThatTheFileCannotBePlayed) {
+  const lumio::PrivateDisplay display;
+  Environment environment = {{"LUMIO_LOG", "none"}};
+  for (const auto &[name, value] : display.Environment()) {
+    environment[name] = value;
+  }
+  const Ended viewer = RunToEnd("--tv /nowhere.ts", environment);
+  EXPECT_EQ(EXIT_FAILURE, viewer.status);
+  EXPECT_THAT(viewer.output, HasSubstr("lumio-viewer: /nowhere.ts cannot be played\n"));
+}
+
+class ViewerOfAStream : public Viewer {
+protected:
+  ViewerOfAStream() {
+    setenv("LUMIO_RECORDINGS", store_.Path().c_str(), 1);
+    Start({"--grab", "--tv", LUMIO_SAMPLE});
+  }
+
+  // Waits until the viewer has printed a line with each of these ends, in whatever order.
+  void ExpectLines(std::vector<std::string> ends) {
+    while (!ends.empty()) {
+      const auto line = viewer_->ReadLine(Deadline());
+      ASSERT_TRUE(line) << "the viewer does not print: " << testing::PrintToString(ends);
+      ends.erase(std::remove_if(ends.begin(), ends.end(),
+                                [&](const std::string &end) { return testing::Matches(EndsWith(end))(*line); }),
+                 ends.end());
+    }
+  }
+};
+
+TEST_F(ViewerOfAStream, ShowsWhatItCarries) {
+  ExpectLines({"ready, all keys of this display come here", "services              Lumio One, Lumio Two", "moving",
+               "now                   Night Train", "next                  The Evening News", "Good evening."});
+  Tap("g");
+  ExpectLine(":15 Night Train"); // the last programme of the day
+}
+
+TEST_F(ViewerOfAStream, OpensItsDataService) {
+  ExpectLine("now                   Night Train");
+  Tap("r");
+  ExpectLines({"attached", "module 1: Vote now: who keeps the light burning? "});
+}
+
+TEST_F(ViewerOfAStream, TunesToTheChannel) {
+  ExpectLine("now                   Night Train");
+  Tap("2");
+  ExpectLine("now                   Gr\u00fc\u00dfe vom See");
+  ExpectLine("White plays knight to f3.");
+  Tap("r");
+  ExpectLine("not available");
+}
+
+TEST_F(ViewerOfAStream, ShowsARecording) {
+  ExpectLine("now                   Night Train");
+  viewer_->WriteLine("record 101");
+  ExpectLines({"start of programme 101: done", "record indicator      recording"});
+  viewer_->WriteLine("stop-recording");
+  ExpectLine("stop of programme 101: done");
 }
 
 TEST_F(Viewer, EndsByKey) {

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "channels.h"
 #include "end_signals.h"
 #include "key_journal.h"
 #include "key_senders.h"
@@ -81,9 +82,10 @@ std::vector<std::unique_ptr<Module>> MakeModules(ModuleContext context, const Op
 int RunModules(Presentation &screen, const Canvas &canvas, const Options &options) {
   int status = EXIT_SUCCESS;
   KeyJournal journal(screen);
-  const auto modules = MakeModules({screen, journal}, options);
+  Channels channels(options.stream);
+  const auto modules = MakeModules({screen, journal, channels}, options);
   Studio studio(screen, canvas, options.studio); // gone before the modules are: the services are silent then
-  const Schedule schedule(!options.studio);
+  const Schedule schedule(!options.studio && !channels.ArePlayed());
   const KeySenders senders;
   const KeyWatch watch(journal, senders);
   const auto destroyed = [&status] {

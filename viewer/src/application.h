@@ -6,6 +6,7 @@
 #include "console.h"
 
 struct Options {
+  std::string stream;       // file of the transport stream to play; empty for what a script broadcasts
   std::string guide_source; // file of the programme guide; empty for the built-in one
   bool studio = false;      // take orders for the studio from standard input, in place of the built-in schedule
   bool grab = false;        // take all keys of the display

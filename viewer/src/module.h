@@ -1,6 +1,7 @@
 // The base class of the viewer's modules, and what each module receives.
 #pragma once
 
+class Channels;
 class KeyJournal;
 class Presentation;
 
@@ -15,4 +16,5 @@ public:
 struct ModuleContext {
   Presentation &screen;
   KeyJournal &journal;
+  Channels &channels;
 };

@@ -9,9 +9,10 @@
 
 namespace {
 
-constexpr char kUsage[] = R"(usage: lumio-viewer [--guide FILE] [--studio] [--grab] [--remote] [--still]
+constexpr char kUsage[] = R"(usage: lumio-viewer [--tv FILE] [--guide FILE] [--studio] [--grab] [--remote] [--still]
 A live-TV viewer on the display that DISPLAY names. Prints a line for each key, and for all that it shows.
 
+  --tv FILE     play the transport stream in FILE, in place of the built-in schedule
   --guide FILE  read the programme guide from FILE whenever it is opened, one programme a line
   --studio      take from standard input what is broadcast and recorded, in place of the built-in schedule
   --grab        take all keys of the display, whichever window has the focus
@@ -60,11 +61,12 @@ int main(int argc, char **argv) {
       std::fputs(kUsage, stdout);
       return EXIT_SUCCESS;
     }
-    if (std::strcmp(argv[i], "--guide") == 0) {
+    const bool is_stream = std::strcmp(argv[i], "--tv") == 0;
+    if (is_stream || std::strcmp(argv[i], "--guide") == 0) {
       if (++i == argc) {
-        return Refuse("'--guide' needs the name of a file");
+        return Refuse("'" + std::string(argv[i - 1]) + "' needs the name of a file");
       }
-      options.guide_source = argv[i];
+      (is_stream ? options.stream : options.guide_source) = argv[i];
     } else if (!SetSwitch(argv[i], options)) {
       return Refuse("'" + std::string(argv[i]) + "' is not understood");
     }

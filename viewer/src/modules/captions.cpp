@@ -1,5 +1,8 @@
 #include <TVServiceSubscriber.h>
 
+#include <optional>
+
+#include "../channels.h"
 #include "../key_domain.h"
 #include "../presentation.h"
 #include "modules.h"
@@ -12,6 +15,10 @@ class Captions : public Module {
 public:
   explicit Captions(ModuleContext context) : screen_(context.screen), keys_("captions", context.journal) {
     tv_.SubscribeCaption(CaptionCame, this);
+    context.channels.OnTuned([this] {
+      language_.reset();
+      screen_.Hide("captions");
+    });
     keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
   }
 
@@ -30,14 +37,25 @@ private:
     return true;
   }
 
+  // Where there are several languages, shows the one that comes first.
   static void CaptionCame(TSCaption &caption, void *data) {
-    static_cast<Captions *>(data)->screen_.Show("captions",
-                                                std::string(caption.payload.begin(), caption.payload.end()));
+    auto *self = static_cast<Captions *>(data);
+    if (caption.payload.empty()) {
+      if (self->language_ == caption.language) {
+        self->screen_.Hide("captions");
+      }
+      return;
+    }
+    self->language_ = self->language_.value_or(caption.language);
+    if (self->language_ == caption.language) {
+      self->screen_.Show("captions", std::string(caption.payload.begin(), caption.payload.end()));
+    }
   }
 
   Presentation &screen_;
   CTVServiceSubscriber tv_{"captions"};
   bool on_ = true;
+  std::optional<decltype(TSCaption::language)> language_; // that is shown
   KeyDomain keys_;
 };
 

@@ -1,4 +1,5 @@
 #include "../banner.h"
+#include "../channels.h"
 #include "../key_domain.h"
 #include "modules.h"
 
@@ -10,7 +11,8 @@ constexpr int kChannels = 9;
 class Channel : public Module {
 public:
   explicit Channel(ModuleContext context)
-      : banner_(kChannelBanner, "channel", context.screen), keys_("channel", context.journal) {
+      : banner_(kChannelBanner, "channel", context.screen), channels_(context.channels),
+        keys_("channel", context.journal) {
     keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
   }
 
@@ -25,11 +27,13 @@ private:
     } else {
       return false;
     }
+    channels_.Tune(channel_);
     banner_.ShowBriefly(std::to_string(channel_));
     return true;
   }
 
   Banner banner_;
+  Channels &channels_;
   int channel_ = 1;
   KeyDomain keys_;
 };

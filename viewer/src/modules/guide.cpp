@@ -1,7 +1,13 @@
+#include <TVServiceSubscriber.h>
+
+#include <climits>
 #include <fstream>
+#include <map>
 #include <sstream>
 
+#include "../channels.h"
 #include "../key_domain.h"
+#include "../screen/wall_clock.h"
 #include "../text.h"
 #include "join.h"
 #include "modules.h"
@@ -18,11 +24,34 @@ const char kBuiltIn[] = "20:15 Evening News\n20:30 The Weather\n20:35 Tides and 
 class Guide : public Module {
 public:
   Guide(ModuleContext context, std::string source)
-      : screen_(context.screen), source_(std::move(source)), keys_("guide", context.journal) {
+      : screen_(context.screen), channels_(context.channels), source_(std::move(source)),
+        keys_("guide", context.journal) {
+    self_ = this;
+    if (channels_.ArePlayed()) {
+      tv_.SetProgramCallback(ProgramCame);
+      Subscribe();
+      channels_.OnTuned([this] { Resubscribe(); });
+    }
     keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
   }
 
+  ~Guide() override { self_ = nullptr; }
+
 private:
+  void Subscribe() { tv_.SubscribeProgramList(0, channels_.Service(), 0, UINT_MAX, SUBSCRIBE_TYPE_CHANGES, handle_); }
+  void Resubscribe() {
+    tv_.UnSubscribeProgramList(handle_);
+    broadcast_.clear();
+    Subscribe();
+  }
+
+  // Called without user data.
+  static void ProgramCame(EProgramChangeType change, TCProgramData *data, int, int) {
+    if (change == PROGRAM_CHANGE_LIST && data->serviceId == self_->channels_.Service()) {
+      self_->broadcast_[data->startTime] = HourAndMinute(data->startTime) + " " + data->title;
+    }
+  }
+
   bool Press(const std::string &key) {
     if (key != "XF86Option" && key != "g") {
       return false;
@@ -65,6 +94,9 @@ private:
 
   // Answers what is wrong with the guide, if anything.
   std::string Load() {
+    if (channels_.ArePlayed() && source_.empty()) {
+      return LoadBroadcast();
+    }
     std::stringstream lines(kBuiltIn);
     if (!source_.empty()) {
       lines.str("");
@@ -80,12 +112,28 @@ private:
     return list_.entries.empty() ? "no programme guide in " + source_ : "";
   }
 
+  std::string LoadBroadcast() {
+    list_ = {};
+    for (const auto &programme : broadcast_) {
+      list_.entries.push_back(programme.second);
+    }
+    return list_.entries.empty() ? "no programme guide is broadcast" : "";
+  }
+
+  static Guide *self_; // set while the service may call
+
   Presentation &screen_;
+  Channels &channels_;
   std::string source_;
+  CTVServiceSubscriber tv_{"guide"};
+  int handle_ = 0;
+  std::map<std::int64_t, std::string> broadcast_; // programmes by start
   bool shown_ = false;
   Details list_;
   KeyDomain keys_;
 };
+
+Guide *Guide::self_ = nullptr;
 
 } // namespace
 

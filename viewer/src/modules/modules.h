@@ -16,7 +16,8 @@ std::unique_ptr<Module> MakeVolume(ModuleContext context);
 std::unique_ptr<Module> MakeChannel(ModuleContext context);
 // Shows details of the programme until its key is pressed again.
 std::unique_ptr<Module> MakeInfoBanner(ModuleContext context);
-// Shows the programme guide. Reads it from the file `source` each time it opens; without one it shows a built-in guide.
+// Shows the programme guide. Reads it from the file `source` each time it opens; without one it shows
+// what is broadcast of a stream, or a built-in guide.
 std::unique_ptr<Module> MakeGuide(ModuleContext context, std::string source);
 // Opens the broadcaster's application with the red key: a session with a DSM data service.
 std::unique_ptr<Module> MakeDataService(ModuleContext context);

@@ -1,23 +1,29 @@
 #include <TVServiceSubscriber.h>
 
+#include "../channels.h"
 #include "../presentation.h"
 #include "modules.h"
 
 namespace {
 
-constexpr TCServiceId kService = 0x000100010001;
-
 class Programme : public Module {
 public:
-  explicit Programme(ModuleContext context) : screen_(context.screen) {
+  explicit Programme(ModuleContext context) : screen_(context.screen), channels_(context.channels) {
     self_ = this;
     tv_.SetProgramCallback(ProgramCame);
-    int handle = 0; // never used: the subscription lasts as long as the viewer
-    tv_.SubscribeProgramListPF(0, kService, SUBSCRIBE_TYPE_CHANGES, handle);
+    Subscribe();
+    channels_.OnTuned([this] {
+      tv_.UnSubscribeProgram(handle_);
+      screen_.Hide("now");
+      screen_.Hide("next");
+      Subscribe();
+    });
   }
   ~Programme() override { self_ = nullptr; }
 
 private:
+  void Subscribe() { tv_.SubscribeProgramListPF(0, channels_.Service(), SUBSCRIBE_TYPE_CHANGES, handle_); }
+
   // Called without user data.
   static void ProgramCame(EProgramChangeType change, TCProgramData *data, int, int) {
     const Details when = {{}, 0, data->startTime, data->startTime + data->duration};
@@ -31,6 +37,8 @@ private:
   static Programme *self_;
 
   Presentation &screen_;
+  Channels &channels_;
+  int handle_ = 0;
   CTVServiceSubscriber tv_{"programme"};
 };
 

@@ -12,6 +12,9 @@ public:
 private:
   static void CaptionCame(TSCaption &caption, void *data) {
     auto *self = static_cast<Transcript *>(data);
+    if (caption.payload.empty()) { // the captions vanish
+      return;
+    }
     self->text_.append(self->text_.empty() ? "" : " / ").append(caption.payload.begin(), caption.payload.end());
     self->screen_.Show("transcript", self->text_);
   }

@@ -1,0 +1,35 @@
+// The channels that can be watched: the services of a transport stream that is played, or what a script broadcasts.
+#pragma once
+
+#include <TVServiceTypes.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// Used on the main loop only.
+class Channels {
+public:
+  // Plays the stream in `file` and shows its first service; without a file a script broadcasts one service. Throws
+  // std::runtime_error if the file cannot be played.
+  explicit Channels(const std::string &file);
+  ~Channels();
+  Channels(const Channels &) = delete;
+  Channels &operator=(const Channels &) = delete;
+
+  bool ArePlayed() const { return played_; }
+  // Shows the service of a channel, counted from 1; one without a service leaves the service as it is.
+  void Tune(int channel);
+  // Calls `tuned` whenever another service is shown.
+  void OnTuned(std::function<void()> tuned) { listeners_.push_back(std::move(tuned)); }
+
+  // Of the service that is shown.
+  TCServiceId Service() const;
+  // What the broadcaster's application of the service is attached to; empty where it has none.
+  std::string DataTarget() const;
+
+private:
+  const bool played_;
+  int service_ = 0; // service_id
+  std::vector<std::function<void()>> listeners_;
+};
