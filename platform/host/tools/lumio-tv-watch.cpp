@@ -13,7 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <list>
-#include <memory>
+#include <mutex>
 
 #include "byte_source.h"
 #include "lumio-tv.h"
@@ -151,15 +151,28 @@ void Watcher::WatchCarousel(const broadcast::ServiceInfo &service, int tag) {
   module.AttachDsm(OnModule, session, target, DSM_DATA_SERVICE_DATA_CAROUSEL, DSM_ATTACH_CACHED, nullptr, false);
 }
 
+// What waits for the main loop; the last one stays here when the loop ends.
+std::mutex g_waiting_mutex;
+std::list<std::function<void()>> g_waiting; // guarded by the mutex
+
+void GoOn(void *) {
+  std::list<std::function<void()>> going;
+  {
+    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
+    going.swap(g_waiting);
+  }
+  for (const std::function<void()> &go_on : going) {
+    go_on();
+  }
+}
+
 // Calls `goOn` on the main loop, behind all that the library has posted there.
 void AfterTheMainLoop(std::function<void()> goOn) {
-  const auto call = [](void *data) {
-    const std::unique_ptr<std::function<void()>> function(static_cast<std::function<void()> *>(data));
-    (*function)();
-  };
-  static constexpr auto kCall = +call;
-  ecore_main_loop_thread_safe_call_async([](void *data) { ecore_job_add(kCall, data); },
-                                         new std::function<void()>(std::move(goOn)));
+  {
+    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
+    g_waiting.push_back(std::move(goOn));
+  }
+  ecore_main_loop_thread_safe_call_async([](void *) { ecore_job_add(GoOn, nullptr); }, nullptr);
 }
 
 int Play(const std::string &file, const broadcast::Options &options) {
