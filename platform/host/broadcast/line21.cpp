@@ -21,6 +21,19 @@ constexpr std::string_view kEmulation("\0\0\3", 3); // keeps H.264 from seeing a
 constexpr std::string_view kPictureStart("\0\0\1\0", 4);
 constexpr std::string_view kSequenceStart("\0\0\1\xb3", 4);
 
+// What the second byte of a control code asks for.
+enum Command {
+  kResumeCaption = 0x20,
+  kRollUp2 = 0x25,
+  kRollUp4 = 0x27,
+  kResumeDirect = 0x29,
+  kText = 0x2a,
+  kResumeText = 0x2b,
+  kEraseDisplayed = 0x2c,
+  kCarriageReturn = 0x2d,
+  kFlip = 0x2f
+};
+
 constexpr std::size_t kMostWaiting = 64;
 constexpr std::size_t kReorderDepth = 16; // pictures, where the stream does not tell times of decoding
 constexpr std::int64_t kPtsCycle = std::int64_t{1} << 33;
@@ -181,20 +194,9 @@ void Line21Decoder::PushPair(const Line21Pictures::Pair &pair, std::uint64_t pts
 }
 
 void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t pts) {
-  enum Command {
-    kResumeCaption = 0x20,
-    kRollUp2 = 0x25,
-    kRollUp4 = 0x27,
-    kResumeDirect = 0x29,
-    kText = 0x2a,
-    kResumeText = 0x2b,
-    kEraseDisplayed = 0x2c,
-    kCarriageReturn = 0x2d,
-    kFlip = 0x2f
-  };
   const int first = pair.bytes[0] & 0x7f;
   const int command = pair.bytes[1] & 0x7f;
-  fields_[pair.second_field ? 1 : 0].channel = (first & 8) != 0 ? 1 : 0;
+  fields_[pair.second_field ? 1 : 0].channel = (first & 8) != 0 ? 1U : 0U;
   Channel &channel = CurrentChannel(pair.second_field);
   const int index = static_cast<int>(ChannelIndex(pair.second_field));
   const bool is_command = ((first & 0xf7) == 0x14 || (first & 0xf7) == 0x15) && command >= 0x20 && command < 0x30;
@@ -213,6 +215,11 @@ void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t 
     TellDisplayed(index, pts); // what is painted is complete
   }
   Decode(pair);
+  Obey(command, channel, index, pts);
+}
+
+// What a command means for what is told; the decoder has obeyed it already.
+void Line21Decoder::Obey(int command, Channel &channel, int index, std::uint64_t pts) {
   switch (command) {
   case kResumeCaption:
     channel.mode = Mode::kPopOn;

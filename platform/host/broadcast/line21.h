@@ -87,7 +87,7 @@ private:
     bool is_empty = true;      // what is displayed
   };
   struct Field {
-    int channel = 0;                            // of the two that the field has
+    unsigned channel = 0;                       // of the two that the field has
     std::array<std::uint8_t, 2> last_control{}; // to leave out its repetition
     bool in_other_data = false;                 // which shares the second field
   };
@@ -95,6 +95,7 @@ private:
   void PushPicture(const Line21Pictures::Picture &picture);
   void PushPair(const Line21Pictures::Pair &pair, std::uint64_t pts);
   void PushControl(const Line21Pictures::Pair &pair, std::uint64_t pts);
+  void Obey(int command, Channel &channel, int index, std::uint64_t pts);
   void Decode(const Line21Pictures::Pair &pair);
   void TellDisplayed(int channel, std::uint64_t pts);
   void TellFinishedRow(int channel, std::uint64_t pts);
@@ -102,7 +103,7 @@ private:
   vbi_page Displayed(int channel);
   Channel &CurrentChannel(bool second_field) { return channels_[ChannelIndex(second_field)]; }
   std::size_t ChannelIndex(bool second_field) const {
-    return static_cast<std::size_t>((second_field ? 2 : 0) + fields_[second_field ? 1 : 0].channel);
+    return (second_field ? 2U : 0U) + fields_[second_field ? 1 : 0].channel;
   }
 
   const std::uint16_t pid_;

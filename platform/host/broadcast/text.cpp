@@ -59,7 +59,7 @@ public:
   Converter(const Converter &) = delete;
   Converter &operator=(const Converter &) = delete;
 
-  bool IsThere() const { return iconv_ != reinterpret_cast<iconv_t>(-1); }
+  bool IsThere() const { return reinterpret_cast<std::intptr_t>(iconv_) != -1; }
 
   void Append(std::string &to, Bytes from) {
     char *in = reinterpret_cast<char *>(const_cast<std::uint8_t *>(from.data()));
