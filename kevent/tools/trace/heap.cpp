@@ -173,7 +173,8 @@ void LibraryFrees(void *data) {
 
 using namespace lumio::trace;
 
-extern "C" void free(void *data) noexcept {
+// gcc takes a built-in function for visible anyway, clang does not.
+extern "C" __attribute__((visibility("default"))) void free(void *data) noexcept {
   Watched *watched = data && g_watched_count != 0 ? Find(data) : nullptr;
   if (!watched) {
     Free(data);

@@ -14,6 +14,7 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <thread>
 
 #include "byte_source.h"
 #include "lumio-tv.h"
@@ -30,6 +31,30 @@ __attribute__((format(printf, 2, 3))) void Print(const char *kind, const char *f
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   printf("%9.3f  %-9s  %s\n", static_cast<double>(broadcast::Position().count()) / 1000, kind, text);
+}
+
+// What waits for the main loop; the last one stays here when the loop ends.
+std::mutex g_waiting_mutex;
+std::list<std::function<void()>> g_waiting; // guarded by the mutex
+
+void GoOn(void *) {
+  std::list<std::function<void()>> going;
+  {
+    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
+    going.swap(g_waiting);
+  }
+  for (const std::function<void()> &go_on : going) {
+    go_on();
+  }
+}
+
+// Calls `goOn` on the main loop, behind all that the library has posted there.
+void AfterTheMainLoop(std::function<void()> goOn) {
+  {
+    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
+    g_waiting.push_back(std::move(goOn));
+  }
+  ecore_main_loop_thread_safe_call_async([](void *) { ecore_job_add(GoOn, nullptr); }, nullptr);
 }
 
 void PrintSignal(ESignalType type, TSSignalData data) {
@@ -57,7 +82,10 @@ void PrintSignal(ESignalType type, TSSignalData data) {
 int OnSignal(ESignalType type, EProfile, unsigned short, TSSignalData data, void *) {
   PrintSignal(type, data);
   if (type == SIGNAL_TYPE_LOCK && data.value == 0 && broadcast::HasEnded()) {
-    ecore_main_loop_quit();
+    // Each kind of notification has a thread of its own, and another kind's may still be busy. Called on this thread,
+    // the quit would overtake what they have sent to the main loop.
+    lumio::tv::Flush();
+    std::thread([] { AfterTheMainLoop([] { ecore_main_loop_quit(); }); }).join();
   }
   return 1;
 }
@@ -149,30 +177,6 @@ void Watcher::WatchCarousel(const broadcast::ServiceInfo &service, int tag) {
   unsigned session = 0;
   CTVServiceSubscriber &module = carousels_.emplace_back("lumio-tv " + std::string(target));
   module.AttachDsm(OnModule, session, target, DSM_DATA_SERVICE_DATA_CAROUSEL, DSM_ATTACH_CACHED, nullptr, false);
-}
-
-// What waits for the main loop; the last one stays here when the loop ends.
-std::mutex g_waiting_mutex;
-std::list<std::function<void()>> g_waiting; // guarded by the mutex
-
-void GoOn(void *) {
-  std::list<std::function<void()>> going;
-  {
-    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
-    going.swap(g_waiting);
-  }
-  for (const std::function<void()> &go_on : going) {
-    go_on();
-  }
-}
-
-// Calls `goOn` on the main loop, behind all that the library has posted there.
-void AfterTheMainLoop(std::function<void()> goOn) {
-  {
-    const std::lock_guard<std::mutex> lock(g_waiting_mutex);
-    g_waiting.push_back(std::move(goOn));
-  }
-  ecore_main_loop_thread_safe_call_async([](void *) { ecore_job_add(GoOn, nullptr); }, nullptr);
 }
 
 int Play(const std::string &file, const broadcast::Options &options) {
