@@ -165,7 +165,7 @@ TEST_F(BroadcastPlayer, RefusesWhatIsNoStream) {
   EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(broadcast::Open("/nonexistent.ts")); }), HasSubstr("No such file"));
   ts::Stream stream;
   stream.Append(ts::Bytes(1000, 1));
-  EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(Open(stream)); }), HasSubstr("no transport stream"));
+  EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(Open(stream)); }), HasSubstr("not a transport stream"));
   EXPECT_FALSE(broadcast::IsOpen());
 }
 

@@ -176,10 +176,10 @@ TEST_F(Tool, SaysWhatItCannotRead) {
   const std::string empty = Write({});
   const Ran ran = RunCommand({LUMIO_TV, "info", "--json", empty, "/nonexistent.ts"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_EQ(ran.error, "lumio-tv: " + empty + ": no transport stream\n" +
+  EXPECT_EQ(ran.error, "lumio-tv: " + empty + ": not a transport stream\n" +
                            "lumio-tv: /nonexistent.ts: No such file or directory\n");
   EXPECT_EQ(Json::parse(ran.output)["packet_size"], nullptr);
-  EXPECT_EQ(RunCommand({LUMIO_TV, "watch", empty}).error, "lumio-tv: " + empty + ": no transport stream\n");
+  EXPECT_EQ(RunCommand({LUMIO_TV, "watch", empty}).error, "lumio-tv: " + empty + ": not a transport stream\n");
   for (const std::vector<std::string> &wrong : {std::vector<std::string>{LUMIO_TV},
                                                 {LUMIO_TV, "info"},
                                                 {LUMIO_TV, "info", "--json"},

@@ -1,4 +1,4 @@
-// Modules for lumio-trace to look at: the argument says what they do, and most of it is wrong.
+// Modules for lumio-trace to check. The argument selects what they do, mostly mistakes.
 #include <Ecore.h>
 #include <Ecore_Input.h>
 #include <LumioStateSubscriber.h>
@@ -78,7 +78,7 @@ void SubscribeSignal(const std::string &name) {
   module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
 }
 
-// --- What is right ---------------------------------------------------------------------------------------------------
+// --- Correct use -----------------------------------------------------------------------------------------------------
 
 void AskThree() {
   lumio_kevent *volume = lumio_kevent_init("volume");
@@ -136,7 +136,7 @@ void Storm(int count) {
   lumio::tv::Shutdown();
 }
 
-// Waits in a handler until somebody has asked for the state.
+// Waits in a handler until the state has been requested.
 int OnKeyThatHangs(lumio_kevent *, lumio_kevent_type, void *, void *) {
   puts("hangs");
   fflush(stdout);
@@ -150,7 +150,7 @@ void Hang() {
   ecore_main_loop_iterate();
 }
 
-// --- What is wrong ---------------------------------------------------------------------------------------------------
+// --- Mistakes --------------------------------------------------------------------------------------------------------
 
 void CloseTwice() {
   lumio_kevent *domain = Domain();
@@ -364,7 +364,7 @@ const std::map<std::string, std::function<void()>> kWithoutEfl = {
          const char *value = getenv(name);
          printf("%s=%s\n", name, value ? value : "(not set)");
        }
-       // The first descriptor that is free, and those of the tracer that a child would see.
+       // Prints the first free descriptor, and the descriptors of the tracer that a child would see.
        printf("next descriptor %d\n", dup(0));
      }},
 };

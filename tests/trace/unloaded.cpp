@@ -1,4 +1,4 @@
-// A module that goes and leaves its handler behind.
+// A module that is unloaded and leaves its handler behind.
 #include <kevent.h>
 
 namespace {

@@ -30,7 +30,7 @@
 
 namespace {
 
-// EFL without X; the libraries below ours stay up until everything that uses them is gone.
+// EFL without X. The libraries below ours stay initialised until everything that uses them is gone.
 class Efl {
 public:
   Efl() {
@@ -84,7 +84,7 @@ int RunModules(Presentation &screen, const Canvas &canvas, const Options &option
   KeyJournal journal(screen);
   Channels channels(options.stream);
   const auto modules = MakeModules({screen, journal, channels}, options);
-  Studio studio(screen, canvas, options.studio); // gone before the modules are: the services are silent then
+  Studio studio(screen, canvas, options.studio); // destroyed before the modules, to silence the services
   const Schedule schedule(!options.studio && !channels.ArePlayed());
   const KeySenders senders;
   const KeyWatch watch(journal, senders);

@@ -1,4 +1,4 @@
-// The viewer: EFL, the window, the modules and the main loop, up and down in order.
+// The viewer: starts and stops EFL, the window, the modules and the main loop in order.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ struct Options {
   bool studio = false;      // take orders for the studio from standard input, in place of the built-in schedule
   bool grab = false;        // take all keys of the display
   bool remote = false;      // begin with the remote control on the screen
-  bool still = false;       // nothing on the screen moves by itself
+  bool still = false;       // keep everything on the screen still
 };
 
 // Runs the viewer until the user ends it: by key, by the window, by SIGINT or SIGTERM.

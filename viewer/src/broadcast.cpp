@@ -32,7 +32,7 @@ void BroadcastCaption(const std::string &text) {
 
 void BroadcastPacket(int second, const std::string &text) {
   TSPESData packet;
-  packet.streamId = 0xbd; // a private stream, as of teletext
+  packet.streamId = 0xbd; // a private stream, as for teletext
   packet.pts = 90000ULL * static_cast<unsigned>(second);
   packet.payload.assign(text.begin(), text.end());
   lumio::tv::EmitPes(packet);

@@ -1,4 +1,4 @@
-// What a broadcaster sends, told by the desktop's stand-in for the TV service.
+// Sends what a broadcaster would send, through the desktop's stand-in for the TV service.
 #pragma once
 
 #include <TVServiceTypes.h>
@@ -19,7 +19,7 @@ void BroadcastProgramme(EProgramChangeType change, const Programme &programme);
 // The names of the services.
 void BroadcastServices(const std::vector<std::string> &names);
 void BroadcastCaption(const std::string &text);
-// A packet as of teletext, for this second of the programme.
+// A packet like one of teletext, for this second of the programme.
 void BroadcastPacket(int second, const std::string &text);
 // A module of the data services that the viewer is attached to.
 void BroadcastModule(int module, const std::string &text);

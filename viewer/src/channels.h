@@ -18,14 +18,14 @@ public:
   Channels &operator=(const Channels &) = delete;
 
   bool ArePlayed() const { return played_; }
-  // Shows the service of a channel, counted from 1; one without a service leaves the service as it is.
+  // Shows the service of a channel, counted from 1. A channel without a service changes nothing.
   void Tune(int channel);
   // Calls `tuned` whenever another service is shown.
   void OnTuned(std::function<void()> tuned) { listeners_.push_back(std::move(tuned)); }
 
   // Of the service that is shown.
   TCServiceId Service() const;
-  // What the broadcaster's application of the service is attached to; empty where it has none.
+  // The target to attach to for the service's broadcaster application; empty if it has none.
   std::string DataTarget() const;
 
 private:

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Standard output may be a pipe that somebody reads as it comes.
+// Standard output may be a pipe whose reader wants each line at once.
 void Write(const std::string &lines) {
   std::fwrite(lines.data(), 1, lines.size(), stdout);
   std::fflush(stdout);
@@ -32,7 +32,7 @@ void Console::Hide(const std::string &item) { Print("screen", item, "(hidden)");
 
 void Console::PrintCanvas(const std::string &item, const std::string &shown) { Print("canvas", item, shown); }
 
-// What a key brings about stands behind the line of the key, which is complete only when all have answered.
+// Lines caused by a key come after the line of the key, which is complete only when all modules have answered.
 void Console::Print(const std::string &kind, const std::string &item, const std::string &text) {
   waiting_ += Line(ecore_time_unix_get(), kind, item, text);
   if (!key_is_open_) {
@@ -48,7 +48,7 @@ void Console::Refresh() {
   }
 }
 
-// A key of which something was printed already has the time of its end.
+// If lines of a key were printed already, its own line has the time of its end.
 void Console::ShowKey(const KeyJourney &journey) {
   key_is_open_ = false;
   const double time = journey.time < printed_until_ ? ecore_time_unix_get() : journey.time;

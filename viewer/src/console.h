@@ -14,13 +14,13 @@ public:
   void BeginKey() override { key_is_open_ = true; }
   void ShowKey(const KeyJourney &journey) override;
 
-  // Prints what the canvas has of an item or key.
+  // Prints what the canvas shows for an item or key.
   void PrintCanvas(const std::string &item, const std::string &shown);
 
 private:
   void Print(const std::string &kind, const std::string &item, const std::string &text);
 
-  bool key_is_open_ = false; // its line comes before those that wait
+  bool key_is_open_ = false; // its line comes before the waiting ones
   double printed_until_ = 0; // time of the last line that was printed before its key's
   std::string waiting_;      // lines
 };

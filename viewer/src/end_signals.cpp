@@ -10,13 +10,13 @@
 namespace {
 
 constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
-constexpr itimerval kBusyLimit = {{0, 0}, {0, 700'000}}; // from the signal until the main loop knows of it
+constexpr itimerval kBusyLimit = {{0, 0}, {0, 700'000}}; // from the signal until the main loop handles it
 constexpr itimerval kEndLimit = {{0, 0}, {10, 0}};       // from there to the end, which a loaded machine may delay
 constexpr char kBusy[] = "lumio-viewer: ended while a module was busy\n";
 
 struct sigaction g_ecores[kSignals.size()]; // what Ecore does with them
 
-// Runs as a signal handler: Ecore tells its main loop; when that is busy, the alarm rings.
+// Runs as a signal handler: passes the signal to Ecore, and sets an alarm in case the main loop is busy.
 void Asked(int number, siginfo_t *info, void *context) {
   setitimer(ITIMER_REAL, &kBusyLimit, nullptr);
   const struct sigaction &ecores = g_ecores[number == SIGINT ? 0 : 1];

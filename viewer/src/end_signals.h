@@ -1,5 +1,4 @@
-// SIGINT and SIGTERM: they end the viewer in order, or within a second all the same when a module keeps the main loop
-// busy.
+// SIGINT and SIGTERM end the viewer in order, or within a second if a module keeps the main loop busy.
 #pragma once
 
 #include <Ecore.h>

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Of a key that no module was asked for and that the library did not pass on. lumio-keylog says it in these words.
+// For a key about which no module was asked and which the library did not pass on. lumio-keylog uses the same words.
 constexpr char kBurst[] = "dropped: burst";
 
 } // namespace

@@ -12,10 +12,10 @@ struct KeyJourney {
   std::string key;                // X name of the key
   bool press = false;             // or release
   int source = 0;                 // LUMIO_EVENT_SOURCE_...
-  std::string device;             // X name of the device that sent it; empty when it is not known
+  std::string device;             // X name of the device that sent it; empty if not known
   std::vector<std::string> asked; // modules, in the order they were asked
   std::string taker;              // the module that consumed the key, if any
-  std::string unasked;            // why nobody was asked
+  std::string unasked;            // why no module was asked
   double duration = 0;            // seconds until the last module answered
 };
 

@@ -6,7 +6,7 @@ namespace {
 
 std::string Text(const char *text) { return text ? text : ""; }
 
-// Whether the key writes one character, which has a picture.
+// Whether the key types one visible character.
 bool IsCharacter(const std::string &text) { return text.size() == 1 && text[0] > ' ' && text[0] <= '~'; }
 
 std::string Symbol(const Ecore_Event_Key &key) {

@@ -1,4 +1,4 @@
-// Which input device of the X server sent the last key: its name, where the library tells its kind.
+// Finds the name of the input device that sent the last key. The library only gives its kind.
 #pragma once
 
 #include <Ecore.h>
@@ -7,7 +7,7 @@
 
 class KeySenders {
 public:
-  // To be made while the library listens to the X server's devices, that is, after the first domain was opened.
+  // Construct it while the library listens to the X server's devices, that is, after the first domain was opened.
   KeySenders();
   ~KeySenders();
   KeySenders(const KeySenders &) = delete;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Why the library leaves a key to the handlers behind its own. lumio-keylog says it in these words.
+// Why the library leaves a key to the handlers behind its own. lumio-keylog uses the same words.
 const char *WhyPassedOn(bool press) {
   int aging = 0;
   if (vconf_get_int("db/FactoryApp/Aging", &aging) == 0 && aging == 1) {

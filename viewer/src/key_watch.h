@@ -1,4 +1,5 @@
-// Tells the journal when the journey of a key begins and ends. Its Ecore handlers run before and after the library's.
+// Records in the journal when the journey of a key begins and ends. Its Ecore handlers run before and after the
+// library's.
 #pragma once
 
 #include <Ecore.h>
@@ -6,7 +7,7 @@
 #include "key_journal.h"
 #include "key_senders.h"
 
-// Construct it after the first domain is opened, so that the library's handlers lie between the two of each kind.
+// Construct it after the first domain is opened, so that the library's handlers run between the two of each kind.
 class KeyWatch {
 public:
   KeyWatch(KeyJournal &journal, const KeySenders &senders);

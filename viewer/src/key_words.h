@@ -1,4 +1,4 @@
-// How a key's journey is told to people.
+// Words for a key's journey.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 constexpr char kTakenByNobody[] = "taken by nobody";
 
-// Of a value of lumio_event_source_type_get().
+// The name of a value of lumio_event_source_type_get().
 const char *SourceName(int source);
 // Local time of day with milliseconds.
 std::string TimeOfDay(double seconds);
@@ -15,7 +15,7 @@ std::string TimeOfDay(double seconds);
 const char *Kind(const KeyJourney &journey);
 // The modules that were asked, or "nobody".
 std::string Asked(const KeyJourney &journey);
-// "taken by menu", or why nobody took it.
+// "taken by menu", or why no module took it.
 std::string Outcome(const KeyJourney &journey);
-// Until the last module had answered.
+// The time until the last module had answered.
 std::string Duration(const KeyJourney &journey);

@@ -6,7 +6,7 @@ class KeyJournal;
 class Presentation;
 
 // A module works from its construction to its destruction, both on the main-loop thread. Before its destruction all
-// subscriptions are released, and the platform's services call nobody any more.
+// subscriptions are released, and the platform's services make no more calls.
 class Module {
 public:
   virtual ~Module() = default;

@@ -9,8 +9,8 @@ constexpr double kRest = 3; // seconds
 
 } // namespace
 
-// A television's window manager obeys the property that the library sets; a desktop's does not know it, so the window
-// does.
+// A television's window manager obeys the property that the library sets. A desktop's does not know it, so this class
+// obeys it instead.
 Pointer::Pointer(Ecore_X_Window window)
     : window_(window), property_(ecore_x_atom_get("E_SHOW_CURSOR_AFTER_MOVEMENT")),
       moved_(ecore_event_handler_add(ECORE_EVENT_MOUSE_MOVE, Moved, this)),

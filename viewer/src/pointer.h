@@ -1,4 +1,4 @@
-// The mouse pointer over the window: shown when it moves, hidden again by way of the library.
+// The mouse pointer over the window: shown when it moves, and hidden again through the library.
 #pragma once
 
 #include <Ecore.h>

@@ -7,7 +7,7 @@
 
 struct KeyJourney;
 
-// What an item has beside its text. A screen that has no room for it leaves it out.
+// What an item has besides its text. A presentation without room for it leaves it out.
 struct Details {
   std::vector<std::string> entries = {}; // of a list
   size_t cursor = 0;                     // the entry under the cursor
@@ -24,7 +24,7 @@ public:
   virtual void Show(const std::string &item, const std::string &text, const Details &details = {}) = 0;
   // Removes the named item from the screen.
   virtual void Hide(const std::string &item) = 0;
-  // Draws what was shown so far at once. A module calls it before work that keeps the main loop busy.
+  // Draws immediately what was shown so far. A module calls it before work that keeps the main loop busy.
   virtual void Refresh() {}
   // Announces a key event. What is shown until ShowKey is a consequence of the key.
   virtual void BeginKey() {}

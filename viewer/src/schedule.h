@@ -6,7 +6,7 @@
 
 class Schedule {
 public:
-  // Begins at once, unless it is not to run.
+  // Begins at once if it is to run.
   explicit Schedule(bool run);
   ~Schedule();
   Schedule(const Schedule &) = delete;

@@ -36,7 +36,7 @@ template <class Map> std::set<std::string> NamesIn(const Map *subscriptions) {
   return names;
 }
 
-// Who shares the subscriptions of a kind.
+// The modules that share the subscriptions of a kind.
 std::set<std::string> Holders(lumio::tv::Kind kind) {
   using Library = CTVServiceSubscriber;
   switch (kind) {
@@ -55,7 +55,7 @@ std::set<std::string> Holders(lumio::tv::Kind kind) {
   }
 }
 
-// Subscriptions that the TV service has now, by kind, and the modules behind them.
+// Returns the present subscriptions of the TV service by kind, and the modules behind them.
 std::string DescribeSubscriptions() {
   const char *const kinds[] = {"signal", "program", "section", "pes", "caption", "dsm"}; // in the order of tv::Kind
   std::map<lumio::tv::Kind, int> counts;
@@ -71,7 +71,7 @@ std::string DescribeSubscriptions() {
   return lines.empty() ? "none" : lumio::Join(lines, "; ");
 }
 
-// What is wrong with an order.
+// Describes what is wrong with an order.
 struct Misunderstanding {
   std::string what;
 };
@@ -91,7 +91,7 @@ int ToNumber(const std::string &word, int smallest, int largest) {
   return number;
 }
 
-// The words behind the name of an order. Reading what is missing or wrong throws a Misunderstanding.
+// The words after the name of an order. Reading a missing or wrong word throws a Misunderstanding.
 class Arguments {
 public:
   explicit Arguments(Words words) : words_(std::move(words)) {}
@@ -136,7 +136,7 @@ std::optional<std::int64_t> TimeToday(const std::string &word) {
   return std::mktime(&day);
 }
 
-// With "20:15-20:30" ahead of the title it has a time.
+// With "20:15-20:30" in front of the title, the programme has a time.
 Programme ToProgramme(const Arguments &arguments) {
   const std::string first = arguments.From(0)[0];
   const size_t dash = first.find('-');
@@ -152,7 +152,7 @@ constexpr int kMost = 1'000'000;
 
 struct Order {
   const char *usage; // name and arguments
-  const char *what;  // it does
+  const char *what;  // what it does
   void (*carry_out)(const Arguments &arguments, Studio &studio);
 };
 
@@ -240,7 +240,7 @@ Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   return ECORE_CALLBACK_CANCEL;
 }
 
-// Answers whether more may come.
+// Returns whether more may come.
 bool Studio::Read() {
   char buffer[1024];
   const ssize_t got = read(STDIN_FILENO, buffer, sizeof buffer);

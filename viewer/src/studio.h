@@ -1,5 +1,5 @@
-// What happens outside the viewer: on a desktop nobody broadcasts and nobody records, so somebody has to say what the
-// platform's services tell.
+// Controls what happens outside the viewer: a desktop has no broadcaster and no recorder, so the user decides what the
+// platform's services report.
 #pragma once
 
 #include <Ecore.h>
@@ -13,7 +13,7 @@ class Studio {
 public:
   // With `listen`, takes orders from standard input, one a line; "help" lists them.
   Studio(Presentation &screen, const Canvas &canvas, bool listen);
-  // Ends the threads of the services: nothing is told any more.
+  // Ends the threads of the services: no notification comes after that.
   ~Studio();
   Studio(const Studio &) = delete;
   Studio &operator=(const Studio &) = delete;

@@ -3,7 +3,7 @@
 #include "key_journal.h"
 #include "text.h"
 
-// What is broadcast, or is in a file, is not always text.
+// Data from a broadcast or a file is not always text.
 void Television::Show(const std::string &item, const std::string &text, const Details &details) {
   Details printable = details;
   for (std::string &entry : printable.entries) {

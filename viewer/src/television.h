@@ -6,7 +6,7 @@
 
 class Television : public Presentation {
 public:
-  // With `describe` the console also tells what the canvas has of each item and key once it was shown.
+  // With `describe`, the console also prints what the canvas shows for each item and key.
   Television(Console &console, Screen &screen, bool describe)
       : console_(console), screen_(screen), describe_(describe) {}
 

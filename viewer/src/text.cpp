@@ -8,8 +8,8 @@ constexpr char kReplacement[] = "\xef\xbf\xbd";
 
 bool IsWhite(Eina_Unicode character) { return character == '\n' || character == '\r' || character == '\t'; }
 
-// Control characters of both sets, what turns the direction of writing, and half characters, which also stand for bytes
-// that are no UTF-8.
+// Control characters of both sets, those that change the direction of writing, and surrogates, which also stand for
+// bytes that are not UTF-8.
 bool IsForPeople(Eina_Unicode character) {
   return character >= 0x20 && !(character >= 0x7f && character < 0xa0) &&
          !(character >= 0x2028 && character <= 0x202e) && !(character >= 0x2066 && character <= 0x2069) &&

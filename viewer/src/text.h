@@ -1,10 +1,10 @@
-// Text from outside, which may be no text at all.
+// Text from outside, which may not be text at all.
 #pragma once
 
 #include <string>
 
-// The text with a blank for each line end and tabulator, and U+FFFD for each byte and character that is not for people:
-// what is no UTF-8, and what would steer a terminal.
+// Returns the text with a blank for each line end and tabulator, and U+FFFD for each byte that is not UTF-8 and each
+// character that would control a terminal.
 std::string Printable(const std::string &text);
 
 // Whether Printable would change nothing but line ends and tabulators.

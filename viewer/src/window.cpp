@@ -12,7 +12,7 @@ template <class Event, Eina_Bool (Window::*Member)()> Eina_Bool Window::OnEvent(
   return static_cast<Event *>(event)->win == self->window_ ? (self->*Member)() : ECORE_CALLBACK_PASS_ON;
 }
 
-// A window that is destroyed is not for the canvas to hear of, which would release what others still use.
+// Hides the destruction of the window from the canvas, which would release what others still use.
 Window::Window(Ecore_X_Window window, Presentation &screen, bool grab, Ends ends)
     : window_(window), screen_(screen), grab_(grab), ends_(std::move(ends)),
       handlers_{
@@ -39,7 +39,7 @@ Window::~Window() {
 }
 
 // A window can have the focus and the keyboard only while it is on the screen. Another client may hold the keyboard, a
-// menu of the window manager for example; it lets go some day, and until then the focus brings the keys here.
+// menu of the window manager for example; it will let go, and until then keys come here with the focus.
 Eina_Bool Window::Shown() {
   if (was_shown_) {
     return ECORE_CALLBACK_PASS_ON;

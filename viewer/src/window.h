@@ -1,4 +1,4 @@
-// How keys come to the viewer's window, and how the window ends.
+// Brings keys to the viewer's window, and reports when the window is closed.
 #pragma once
 
 #include <Ecore.h>
@@ -16,7 +16,7 @@ public:
     std::function<void()> destroyed; // by another program
   };
 
-  // Takes the focus as soon as the window is on the screen; with `grab`, all keys of the display as well. Tells from
+  // Takes the focus as soon as the window is on the screen; with `grab`, all keys of the display as well. Reports from
   // then on whether keys come.
   Window(Ecore_X_Window window, Presentation &screen, bool grab, Ends ends);
   ~Window();

@@ -13,14 +13,14 @@
 
 namespace {
 
-// Nothing of X can be used any more, not even to tidy up.
+// X can no longer be used, not even to clean up.
 [[noreturn]] void ServerGone(void *) {
   std::fflush(stdout);
   std::fprintf(stderr, "lumio-viewer: the X server has gone, or has closed the connection\n");
   _exit(EXIT_FAILURE);
 }
 
-// Ecore asks for extensions that a server need not have; Xlib would print a line for each.
+// Ecore asks for extensions that a server may lack; Xlib would print a line for each.
 int MissNothing(Display *, const char *, const char *) { return 0; }
 
 } // namespace
@@ -30,7 +30,7 @@ XConnection::XConnection() {
   open_ = ecore_x_init(nullptr) > 0;
   if (open_) {
     ecore_x_io_error_handler_set(ServerGone, nullptr);
-    efreet_cache_disable(); // or Edje's search for icons would start a service of the session
+    efreet_cache_disable(); // otherwise Edje's search for icons would start a service of the session
     ecore_evas_init();
     edje_init();
   }

@@ -34,7 +34,7 @@ struct FreeKeymap {
   void operator()(XkbDescPtr keymap) const { XkbFreeKeyboard(keymap, XkbAllComponentsMask, True); }
 };
 
-// The keymap of the XTEST keyboard, in the group that the user types in.
+// The keymap of the XTEST keyboard, in the group that the user has selected.
 class Keymap {
 public:
   Keymap() : keymap_(XkbGetMap(XDisplay(), XkbAllClientInfoMask, XTestKeyboard())) {

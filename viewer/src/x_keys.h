@@ -1,4 +1,4 @@
-// Keys of the user's keymap, pressed at the X server as by a keyboard.
+// Presses keys of the user's keymap at the X server, as a keyboard does.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@ struct XKey {
   unsigned shift = 0; // code of a key to hold with it; 0: none
 };
 
-// A key with one of these symbols, the first that has one, in the keymap as it is now.
+// Returns the key for the first of these symbols that the present keymap has.
 XKey FindKey(const std::vector<const char *> &symbols);
 
 void PressKey(const XKey &key);

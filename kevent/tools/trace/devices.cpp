@@ -14,7 +14,7 @@ namespace lumio::trace {
 
 namespace {
 
-// Ecore_X_Event_Generic, without its header, which brings the declarations of what the tracer stands before.
+// Ecore_X_Event_Generic, without its header, which would declare the functions that the tracer wraps.
 struct Generic {
   int extension;
   int evtype;
@@ -27,7 +27,7 @@ Next<XIDeviceInfo *(Display *, int, int *)> g_query("XIQueryDevice");
 Next<void(XIDeviceInfo *)> g_free("XIFreeDeviceInfo");
 Next<int()> g_source_type("lumio_event_source_type_get");
 
-// Of the main-loop thread.
+// Used on the main-loop thread only.
 std::map<int, std::string> &g_names = *new std::map<int, std::string>; // never destroyed: keys come until the end
 int g_source = 0;
 

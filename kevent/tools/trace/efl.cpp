@@ -1,4 +1,4 @@
-// Counts what EFL's own counters say, by standing before the functions that change them.
+// Follows EFL's own counters by wrapping the functions that change them.
 #include "efl.h"
 
 #include <atomic>
@@ -41,7 +41,7 @@ bool IsSet(const char *event_type) {
 
 bool IsEcoreEventUp() { return IsSet("ECORE_EVENT_KEY_DOWN"); }
 
-// A program that has looked EFL's functions up by itself is not counted; what it has brought up shows all the same.
+// Calls of a program that looks up EFL's functions itself are not counted, but what it has initialised is still seen.
 bool IsEcoreUp() { return g_ecore > 0 || IsEcoreEventUp(); }
 bool IsEinaUp() { return g_eina > 0 || IsEcoreUp(); }
 

@@ -1,5 +1,5 @@
-// Stands before free(): what the library has freed is kept for a while, so that its address is not given out again and
-// a program that frees it once more is recognised.
+// Wraps free(): keeps what the library has freed for a while, so that malloc() does not reuse the address and a second
+// free() by the program is recognised.
 #include "heap.h"
 
 #include <dlfcn.h>
@@ -25,7 +25,7 @@ namespace lumio::trace {
 
 namespace {
 
-// Looked for once: the dynamic linker itself frees while it loads and unloads.
+// Looked up once: the dynamic linker itself calls free() while it loads and unloads.
 void Free(void *data) {
   static std::atomic<void (*)(void *)> next{nullptr};
   if (!next) {
@@ -35,11 +35,11 @@ void Free(void *data) {
 }
 
 constexpr int kWatched = 256; // addresses
-constexpr int kKept = 64;     // of those, that are freed and not given back yet
+constexpr int kKept = 64;     // of those, freed by the library but not yet passed to free()
 
 enum class Owner { kNobody, kLibrary, kFreeing, kFreed };
 
-// A table without allocation: free() itself looks into it.
+// A table that allocates nothing: free() itself searches it.
 struct Watched {
   std::atomic<void *> data{nullptr};
   std::atomic<Owner> owner{Owner::kNobody};
@@ -47,7 +47,7 @@ struct Watched {
 
 Watched g_watched[kWatched];
 std::atomic<int> g_watched_count{0};
-std::atomic<std::uint64_t> g_filter{0}; // a bit for each watched address, so that most of free() is as before
+std::atomic<std::uint64_t> g_filter{0}; // a bit for each watched address, so that most calls of free() stay fast
 std::atomic<int> g_oldest{0};
 
 std::uint64_t BitOf(const void *data) { return std::uint64_t{1} << (reinterpret_cast<std::uintptr_t>(data) >> 4 & 63); }
@@ -82,7 +82,7 @@ void Unwatch(Watched &watched) {
   --g_watched_count;
 }
 
-// Gives back what was kept longest, when much is kept.
+// Frees the oldest kept memory if too much is kept.
 void GiveBack() {
   int kept = 0;
   for (const Watched &watched : g_watched) {
@@ -152,7 +152,7 @@ const char *WhyNotFromHeap(const void *data) {
       return name.empty() || name == "[heap]" || name.rfind("[anon", 0) == 0 ? nullptr : "not from the heap";
     }
   }
-  return "no memory of this process";
+  return "not memory of this process";
 }
 
 void LibraryOwns(void *data) {
@@ -194,7 +194,7 @@ extern "C" __attribute__((visibility("default"))) void free(void *data) noexcept
                      "deleted: do not free it",
              caller);
   if (twice) {
-    Free(data); // the library's turn, which was put off
+    Free(data); // the library's own free(), which was postponed
   }
   Free(data);
 }

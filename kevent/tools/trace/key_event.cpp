@@ -49,8 +49,8 @@ constexpr Words kWords[kOutcomes] = {
 
 bool IsDropped(Outcome outcome) { return outcome >= Outcome::kBurst && outcome <= Outcome::kAging; }
 
-// The X server counts milliseconds of the monotonic clock, in 32 bits. A number that cannot be such a time is one of
-// a server elsewhere, or of an event that the program made up.
+// The X server counts milliseconds of the monotonic clock, in 32 bits. A number that cannot be such a time comes from a
+// server on another computer, or from an event that the program made up.
 Nanoseconds PostedAt(unsigned timestamp, Nanoseconds now) {
   constexpr int kLatest = 600 * 1000; // milliseconds
   constexpr int kEarliest = -100;
@@ -61,7 +61,7 @@ Nanoseconds PostedAt(unsigned timestamp, Nanoseconds now) {
   return now - std::max(late, 0) * kMillisecond;
 }
 
-Nanoseconds g_last_key = kNotKnown; // of the main-loop thread
+Nanoseconds g_last_key = kNotKnown; // used on the main-loop thread only
 
 } // namespace
 
@@ -77,7 +77,7 @@ KeyEvent::KeyEvent(const char *name, bool press, unsigned timestamp)
   number_ = RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_);
 }
 
-// The filters come before the first handler is asked; what is logged later is a handler's doing.
+// The library filters a key before it asks the first handler; later messages come from a handler.
 void KeyEvent::Heard(const char *format, const char *) {
   if (asking_ || walked_ || filter_ != Outcome::kNobodyAsked) {
     return;
@@ -166,7 +166,7 @@ void KeyEvent::PrintAsked(const Asked &asked) {
   Put(text);
 }
 
-// The lines that are not printed yet. When they are printed as it happens, that is the last one.
+// Prints the lines that are not printed yet. If lines are printed as they happen, only the last one is left.
 void KeyEvent::PrintText() {
   const bool as_it_happens = IsPrintedAsItHappens();
   if (!head_printed_) {

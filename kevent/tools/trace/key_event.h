@@ -1,4 +1,4 @@
-// One key on its way through the library: what the tracer knows of it, and how it prints it.
+// One key on its way through the library: what the tracer knows about it, and how it prints it.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Receives the library's log messages as they are written. They say what the results of its calls do not.
+// Receives the library's log messages as they are written. They contain what the results of its calls do not report.
 #pragma once
 
 namespace lumio::trace {

@@ -26,10 +26,10 @@ namespace {
 using lumio::trace::Recording;
 
 constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER] [OPTION]... FILE PROGRAM [ARGUMENT]...
-Runs PROGRAM on a private display and plays it the session that lumio-trace --record=FILE has written.
+Runs PROGRAM on a private display and plays to it the session that lumio-trace --record=FILE recorded.
 
-  --speed=NUMBER  play that many times as fast; only at 1 are the program's decisions the same
-  OPTION          as of lumio-trace: what is told of the replay
+  --speed=NUMBER  play NUMBER times as fast; decisions are the same only at speed 1
+  OPTION          an option of lumio-trace, which prints the replay
 )";
 
 constexpr int kUsageError = 2;
@@ -41,7 +41,7 @@ struct Request {
   std::vector<std::string> command;
 };
 
-// The devices of a television and those of the recording.
+// Returns a television's devices and those of the recording.
 lumio::DisplayOptions DisplayFor(const Recording &recording) {
   lumio::DisplayOptions options;
   std::set<std::string> known;
@@ -92,7 +92,7 @@ std::vector<std::string> SplitAtTabs(const std::string &line) {
   return words;
 }
 
-// Reads a line of the player; empty when there is none any more.
+// Reads a line from the player; empty if there are no more.
 std::string ReadLine(int player) {
   std::string line;
   for (char byte; read(player, &byte, 1) == 1 && byte != '\n';) {
@@ -101,7 +101,7 @@ std::string ReadLine(int player) {
   return line;
 }
 
-// Serves the player until it is done; returns what went wrong.
+// Serves the player until it is done. Returns the error message, or an empty string.
 std::string Serve(lumio::PrivateDisplay &display, int player) {
   for (std::string line = ReadLine(player); !line.empty(); line = ReadLine(player)) {
     const std::vector<std::string> words = SplitAtTabs(line);
@@ -128,7 +128,7 @@ int Replay(const Request &request) {
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
     throw std::runtime_error(strerror(errno));
   }
-  const Variables environment = display.Environment(); // which names this process
+  const Variables environment = display.Environment(); // names this process
   const pid_t program = fork();
   if (program == 0) {
     close(ends[0]);
@@ -146,7 +146,7 @@ int Replay(const Request &request) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Empty command when the arguments are wrong.
+// Returns an empty command if the arguments are wrong.
 Request ReadArguments(int argc, char **argv) {
   Request request;
   int at = 1;

@@ -1,4 +1,4 @@
-// lumio-trace: starts a program with a library in front of liblumio-kevent that tells what the modules do.
+// lumio-trace: starts a program with a library in front of liblumio-kevent that prints what the modules do.
 #include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
@@ -21,18 +21,18 @@ using lumio::trace::Nanoseconds;
 using lumio::trace::Options;
 
 constexpr char kUsage[] = R"(usage: lumio-trace [OPTION]... PROGRAM [ARGUMENT]...
-Runs PROGRAM and tells what the modules that it holds do with liblumio-kevent, and what they do wrong.
+Runs PROGRAM and prints how its modules use liblumio-kevent, and the mistakes that they make.
 
-  --keys           tell of keys; with neither this nor --tv, of everything
-  --tv             tell of the TV service's notifications
-  --only=MODULE    tell of this domain or module only
-  --dropped        of keys, tell of those only that the library dropped
+  --keys           show keys; without this option and --tv, show everything
+  --tv             show the TV service's notifications
+  --only=MODULE    show only this domain or module
+  --dropped        of the keys, show only those that the library drops
   --json           one JSON object per line
   -o FILE          write to FILE instead of standard error
-  --stall=TIME     tell of what keeps the main loop for longer; the default is 100ms, 0 is never
-  --abort          end the program with the first mistake
+  --stall=TIME     report what keeps the main loop at least this long (default: 100ms; 0: off)
+  --abort          end the program at the first mistake
   --record=FILE    write the program's input to FILE, for lumio-replay
-  --summary        tell the state at the end, as SIGUSR1 does at any time
+  --summary        print the state at the end; SIGUSR1 prints it at any time
 )";
 
 constexpr int kUsageError = 2;
@@ -61,14 +61,14 @@ std::optional<Nanoseconds> ReadTime(const char *text) {
   return std::nullopt;
 }
 
-// A descriptor out of the way of those that the program opens; the library closes it when the program starts another.
+// Moves the descriptor above those that the program opens. It is closed when the program starts another program.
 int MoveAway(int descriptor) {
   constexpr int kAway = 200;
   const int moved = fcntl(descriptor, F_DUPFD, kAway);
   return moved >= 0 ? moved : descriptor;
 }
 
-// Negative when it cannot be written to.
+// Returns a negative number if the file cannot be written to.
 int OpenOutput(const char *path) {
   const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
   if (descriptor < 0) {
@@ -95,7 +95,7 @@ std::string FindLibrary() {
   return "";
 }
 
-// The file that exec would start; empty when there is none.
+// Returns the file that exec would start; empty if there is none.
 std::string FindProgram(const std::string &name) {
   if (name.find('/') != std::string::npos) {
     return name;
@@ -113,7 +113,7 @@ std::string FindProgram(const std::string &name) {
   return "";
 }
 
-// A sanitizer insists on being the first library of all.
+// A sanitizer must be the first library to be loaded.
 std::string SanitizerOf(const std::string &program) {
   for (const std::string &library : lumio::trace::NeededLibraries(program)) {
     for (const char *runtime : {"libasan.so", "libtsan.so", "libclang_rt.asan", "libclang_rt.tsan"}) {
@@ -135,7 +135,7 @@ std::string Preload(const std::string &own, const std::string &before, const std
   return preload;
 }
 
-// What lumio-replay asks for, which runs this command.
+// Reads the settings of lumio-replay, which runs this command.
 void TakeReplay(Options &options) {
   const char *replay = getenv(lumio::trace::kReplayVariable);
   if (!replay) {
@@ -150,11 +150,11 @@ void TakeReplay(Options &options) {
 int Run(Options &options, char **command) {
   const std::string library = FindLibrary();
   if (library.empty()) {
-    Complain("liblumio-trace.so is neither beside this program nor in " LUMIO_TRACE_PLACE);
+    Complain("liblumio-trace.so is not beside this program and not in " LUMIO_TRACE_PLACE);
     return kCannotRun;
   }
   if (library.find_first_of(" :") != std::string::npos) {
-    Complain("the dynamic linker cannot load " + library + ": a blank or a colon is in its path");
+    Complain("the dynamic linker cannot load " + library + ": its path contains a blank or a colon");
     return kCannotRun;
   }
   TakeReplay(options);
@@ -189,7 +189,7 @@ struct Request {
   bool keys = false;
   bool tv = false;
   int output = STDERR_FILENO;
-  std::optional<int> status; // to end with, without running anything
+  std::optional<int> status; // exit status, if the program is not to be started
 };
 
 void Obey(int option, Request &request) {
@@ -219,7 +219,7 @@ void Obey(int option, Request &request) {
     if (const auto stall = ReadTime(optarg)) {
       request.options.stall = *stall;
     } else {
-      request.status = Complain("'" + std::string(optarg) + "' is no time: 100ms and 2s are");
+      request.status = Complain("'" + std::string(optarg) + "' is not a time: write 100ms or 2s");
     }
     break;
   case 'o':

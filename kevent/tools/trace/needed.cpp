@@ -15,7 +15,7 @@ template <class Record> bool ReadAt(std::istream &file, std::uint64_t offset, Re
   return static_cast<bool>(file.read(reinterpret_cast<char *>(record), sizeof *record));
 }
 
-// The places of the names, in the table of strings.
+// The offsets of the names in the string table.
 struct Names {
   std::vector<std::uint64_t> offsets;
   std::uint64_t table = 0; // address
@@ -35,7 +35,7 @@ Names ReadDynamic(std::istream &file, const ElfW(Phdr) & segment) {
   return names;
 }
 
-// Where in the file the address is loaded from; 0 when nowhere.
+// Returns the offset in the file that the address is loaded from; 0 if there is none.
 std::uint64_t OffsetOf(const std::vector<ElfW(Phdr)> &segments, std::uint64_t address) {
   for (const ElfW(Phdr) & segment : segments) {
     if (segment.p_type == PT_LOAD && address >= segment.p_vaddr && address < segment.p_vaddr + segment.p_filesz) {

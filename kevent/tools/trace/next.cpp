@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kLibrary[] = "liblumio-kevent.so.1";
 
-// Looks into an object that is loaded, and what it is linked with.
+// Searches a loaded object and the objects that it is linked with.
 void *FindIn(const char *object, const char *name) {
   void *handle = dlopen(object, RTLD_LAZY | RTLD_NOLOAD);
   if (!handle) {
@@ -32,7 +32,7 @@ int NoteName(dl_phdr_info *object, size_t, void *names) {
   return 0;
 }
 
-// A module may have brought the library, or a program EFL, with names that nobody else sees.
+// A module may have loaded the library, or a program EFL, with local names.
 void *FindInObjects(const char *name) {
   void *found = FindIn(kLibrary, name);
   std::vector<std::string> objects;
@@ -54,14 +54,14 @@ void *FindNext(const char *name) {
   return found ? found : FindInObjects(name);
 }
 
-// From the program on: the linker may have moved the variable there.
+// Searches from the program on, because the linker may have moved the variable there.
 void *FindVariable(const char *name) {
   void *found = dlsym(RTLD_DEFAULT, name);
   return found ? found : FindInObjects(name);
 }
 
 void NobodyDefines(const char *name) {
-  fprintf(stderr, "lumio-trace: %s is called, and no library that is loaded defines it\n", name);
+  fprintf(stderr, "lumio-trace: %s was called, but no loaded library defines it\n", name);
   abort();
 }
 

@@ -34,7 +34,7 @@ public:
     return function(arguments...);
   }
 
-  // Null when nobody defines it.
+  // Null if no loaded object defines it.
   Function Get() {
     const unsigned unloads = g_unloads;
     if (!found_ || unloads_ != unloads) {
@@ -54,7 +54,7 @@ template <class Type> class Variable {
 public:
   constexpr explicit Variable(const char *name) : name_(name) {}
 
-  // Null when nobody defines it.
+  // Null if no loaded object defines it.
   Type *Get() {
     const unsigned unloads = g_unloads;
     if (!found_ || unloads_ != unloads) {

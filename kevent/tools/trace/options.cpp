@@ -5,7 +5,7 @@
 
 namespace lumio::trace {
 
-// One "name=value" per line: values are names that people gave, and may hold anything but a line's end.
+// One "name=value" per line: values contain names that users chose, which may contain any character but a line feed.
 std::string Write(const Options &options) {
   std::ostringstream text;
   text << "keys=" << options.keys << "\nothers=" << options.others << "\ntv=" << options.tv

@@ -10,7 +10,7 @@ namespace lumio::trace {
 // The variable's name. The library removes the variable before the program can see it.
 constexpr char kVariable[] = "LUMIO_TRACE";
 
-// What lumio-replay asks of lumio-trace: speed, descriptor and file, with blanks between.
+// What lumio-replay passes to lumio-trace: speed, descriptor and file, separated by blanks.
 constexpr char kReplayVariable[] = "LUMIO_REPLAY";
 
 struct Options {

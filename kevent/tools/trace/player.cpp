@@ -1,6 +1,6 @@
 #include "player.h"
 
-#ifndef LUMIO_TRACE_HOST_TYPES // a television's services cannot be made to tell anything
+#ifndef LUMIO_TRACE_HOST_TYPES // a television's services cannot be made to send notifications
 
 namespace lumio::trace {
 
@@ -40,7 +40,7 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr Nanoseconds kPatience = 10 * kSecond; // for the program to get to an event
+constexpr Nanoseconds kPatience = 10 * kSecond; // for the program to reach an event
 constexpr char kAgingKey[] = "db/FactoryApp/Aging";
 
 Next<int(ESignalType, EProfile, unsigned short, TSSignalData)>
@@ -58,7 +58,7 @@ Next<void(tv::Operation, int)> g_refuse_next("_ZN5lumio2tv10RefuseNextENS0_9Oper
 Next<int(const char *, int)> g_vconf_set_int("vconf_set_int");
 Next<void(void (*)(void *), void *)> g_call_on_main_loop("ecore_main_loop_thread_safe_call_async");
 
-// Read with the first request that needs it; null when nothing is replayed, or the file cannot be read.
+// Read at the first request that needs it; null if nothing is replayed or the file cannot be read.
 const Recording *TheRecording() {
   static const Recording *recording = []() -> const Recording * {
     try {
@@ -71,11 +71,11 @@ const Recording *TheRecording() {
   return recording;
 }
 
-std::atomic<unsigned> g_begun{0};            // events that the program has got to
-std::atomic<unsigned> g_keys_sent{0};        // that the X server has sent
+std::atomic<unsigned> g_begun{0};            // events that the program has reached
+std::atomic<unsigned> g_keys_sent{0};        // keys that the X server has sent
 std::atomic<Nanoseconds> g_longest_delay{0}; // of a key, after its time
 std::atomic<unsigned> g_idle_count{0};       // of the main loop
-std::atomic<unsigned> g_idle_wanted{0};      // count that says that the main loop is done with what it has got to
+std::atomic<unsigned> g_idle_wanted{0}; // the count at which the main loop is done with the events that it has reached
 
 void Sleep() { std::this_thread::sleep_for(std::chrono::microseconds(200)); }
 
@@ -101,7 +101,7 @@ std::vector<unsigned char> Bytes(const std::string &text) { return {text.begin()
 
 // --- Events ----------------------------------------------------------------------------------------------------------
 
-// Has lumio-replay do something at the display, and waits until it has.
+// Asks lumio-replay to do something at the display, and waits until it is done.
 void Ask(const std::string &what) {
   char answer;
   const std::string line = what + "\n";
@@ -210,10 +210,10 @@ int PlayPlug(const RecordedEvent &event) {
 
 int PlayNothing(const RecordedEvent &) { return 0; }
 
-// What the program does by itself, after a while or on a thread of its own: what comes next waits for it.
+// The program does this by itself, after a delay or on a thread of its own. The next event waits for it.
 int PlayOwn(const RecordedEvent &) { return 1; }
 
-// Returns how many events the program will get to.
+// Returns how many events the program will reach.
 int Play(const RecordedEvent &event) {
   static const std::map<std::string, int (*)(const RecordedEvent &)> kinds = {{"press", PlayKey},
                                                                               {"release", PlayKey},
@@ -244,7 +244,7 @@ bool IsDone(unsigned sent, bool with_idle) {
   return g_begun >= sent && (!with_idle || static_cast<int>(g_idle_count - g_idle_wanted) >= 0);
 }
 
-// A queued key comes while the one before the queue is handled, and no sooner.
+// Queued keys are sent while the key before them is handled, not earlier.
 bool IsDue(const RecordedEvent &event, unsigned sent, unsigned sent_before_queue) {
   return event.is_queued ? IsDone(sent_before_queue, false) : IsDone(sent, true);
 }
@@ -254,14 +254,14 @@ void PlayAll(Nanoseconds begin) {
   unsigned sent_before_queue = 0;
   for (const RecordedEvent &event : TheRecording()->events) {
     if (!WaitFor([&] { return IsDue(event, sent, sent_before_queue); })) {
-      throw std::runtime_error("the program does not get to an event that it got to when it was recorded, before " +
+      throw std::runtime_error("the program does not reach an event that it reached in the recording, before " +
                                event.kind + " " + (event.words.empty() ? "" : event.words[0]));
     }
     const Nanoseconds due = begin + static_cast<Nanoseconds>(static_cast<double>(event.time) / TheOptions().speed);
     SleepUntil(due);
     const int played = Play(event);
     if (played == 0 && event.IsNotification()) {
-      throw std::runtime_error("nobody has subscribed to an event that was told when it was recorded: " + event.kind);
+      throw std::runtime_error("no module has subscribed to an event of the recording: " + event.kind);
     }
     if (event.IsKey()) {
       g_longest_delay = std::max(g_longest_delay.load(), Now() - due);
@@ -281,11 +281,11 @@ void Run() {
   try {
     Ask(end);
   } catch (const std::exception &) {
-    // It knows.
+    // lumio-replay already knows.
   }
 }
 
-// How many keys came while this one was handled.
+// Returns how many keys came while this one was handled.
 unsigned QueuedBehind(int key) {
   unsigned queued = 0;
   int number = 0;
@@ -301,7 +301,7 @@ unsigned QueuedBehind(int key) {
   return queued;
 }
 
-// The handler during which they came: the one that took longest.
+// Returns the handler during which they came: the one that took longest.
 bool IsSlowest(int key, int handler) {
   int slowest = 0;
   Nanoseconds longest = 0;
@@ -314,7 +314,7 @@ bool IsSlowest(int key, int handler) {
   return handler == slowest;
 }
 
-// Signals are for the program's own threads.
+// Leaves signals to the program's own threads.
 void StartPlayer() {
   sigset_t all;
   sigset_t before;
@@ -379,7 +379,7 @@ Nanoseconds HoldBack(int key, int handler, Nanoseconds took) {
   const unsigned queued = QueuedBehind(key);
   if (queued > 0 && IsSlowest(key, handler)) {
     WaitFor([&] { return g_keys_sent >= static_cast<unsigned>(key) + queued; });
-    // On a busy machine they came late. They must not wait for less time than they did.
+    // On a busy machine the keys came late. They must not wait for less time than in the recording.
     SleepUntil(Now() + (hold == TheRecording()->holds.end() ? 0 : g_longest_delay.load()));
   }
   return Now() - begin;

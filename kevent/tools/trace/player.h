@@ -1,23 +1,23 @@
-// Plays a recording to the program, on a thread of its own: one event after the other, each when the program has got to
-// the one before and the recorded time has come.
+// Plays a recording to the program, on a thread of its own: each event at its recorded time, but not before the program
+// has reached the previous one.
 #pragma once
 
 #include "clock.h"
 
 namespace lumio::trace {
 
-// The program has got to an event: on the main loop, which becomes idle after it, or on a thread of a service, which
-// has handled it.
+// Call it when the program has reached an event: on the main loop, which becomes idle after it, or on a thread of a
+// service, which has handled it.
 void NoteReplayed(bool on_main_loop);
-// The main loop is idle; the first time, the player starts.
+// Call it when the main loop is idle. The first call starts the player.
 void NoteReplayIdle();
 
-// The program is about to ask a service for this; the number of the call, counted from 1. Has the service refuse it
-// when it did so when it was recorded.
+// Call it when the program is about to ask a service for this, with the number of the call, counted from 1. Makes the
+// service refuse the call if it did so in the recording.
 int NoteRequest(const char *call);
 
-// A handler of a key has answered after `took`. Waits for as long as it took when it was recorded, and until the keys
-// are there that came meanwhile. Returns how long it has waited.
+// Call it when a handler of a key has answered after `took`. Waits until the handler has taken as long as in the
+// recording and the keys that came meanwhile are there. Returns how long it has waited.
 Nanoseconds HoldBack(int key, int handler, Nanoseconds took);
 
 } // namespace lumio::trace

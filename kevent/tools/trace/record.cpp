@@ -14,12 +14,12 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr Nanoseconds kHold = kMillisecond; // what takes less is not held back
+constexpr Nanoseconds kHold = kMillisecond; // the replay does not extend shorter ones
 
 std::atomic<Nanoseconds> g_begin{0};
 std::atomic<unsigned> g_idle_count{0};
-unsigned g_idle_count_of_last_key; // of the main-loop thread
-int g_keys;                        // of the main-loop thread
+unsigned g_idle_count_of_last_key; // used on the main-loop thread only
+int g_keys;                        // used on the main-loop thread only
 
 bool IsRecording() { return TheOptions().record >= 0; }
 
@@ -240,7 +240,7 @@ void RecordPvrState(pvr_state_e state) {
   }
 }
 
-#else // A television's records have contents of their own.
+#else // On a television the platform defines the contents of the records.
 
 void RecordNotification(const TSignalEvent &) {}
 void RecordNotification(const TProgramEvent &) {}

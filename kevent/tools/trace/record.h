@@ -1,5 +1,5 @@
-// The session's input, written to a file that lumio-replay plays: one line per event, in the order in which the program
-// got to them. lumio-replay(1) describes the format.
+// Writes the session's input to a file that lumio-replay plays: one line per event, in the order in which the program
+// reached them. lumio-replay(1) describes the format.
 #pragma once
 
 #include <PvrServiceSubscriber.h>
@@ -12,30 +12,30 @@
 
 namespace lumio::trace {
 
-// The main loop is idle. The first time after the library was installed is where the times are counted from.
+// Call it when the main loop is idle. Times count from the first call after the library was installed.
 void RecordIdle();
 
-// The main loop has been told to end, or the program ends without that. The first time counts.
+// Call it when the main loop is asked to end, or the program ends without that. Only the first call counts.
 void RecordEnd();
 
-// A key; returns its number, counted from 1.
+// Records a key. Returns its number, counted from 1.
 int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted);
-// It found the factory aging mode on.
+// Records that the key found the factory aging mode on.
 void RecordAging(int key);
-// One of its handlers, counted from 0, took so long that it may matter.
+// Records that one of its handlers, counted from 0, took so long that it may matter.
 void RecordHold(int key, int handler, Nanoseconds duration);
-// What is no callback of the library kept the main loop.
+// Records that something other than a callback of the library kept the main loop.
 void RecordSilence(Nanoseconds duration);
-// The service refused a subscription: the call of this name, counted from 1.
+// Records that the service refused a subscription: the call of this name, counted from 1.
 void RecordRefusal(const char *call, int number);
-// A device was plugged in or out.
+// Records that a device was plugged in or out.
 void RecordPlug(const std::string &device, bool in);
 
-// The program sets a banner, or announces a state.
+// Records that the program sets a banner, or announces a state.
 void RecordBanner(int banner, int state);
 void RecordState(int state);
 
-// What the services told. Nothing but the desktop platform tells all of it in a form that is known.
+// Record the notifications of the services. Only on the desktop is the form of all of them known.
 void RecordNotification(const TSignalEvent &event);
 void RecordNotification(const TProgramEvent &event);
 void RecordNotification(const TPesEvent &event);

@@ -9,7 +9,7 @@ namespace lumio::trace {
 
 namespace {
 
-// The characters of a quoted text, in which \u0022 stands for a quote.
+// Reads a quoted text, in which \u0022 stands for a quote.
 std::string ReadText(const std::string &line, size_t *at) {
   std::string text;
   for (++*at; *at < line.size() && line[*at] != '"'; ++*at) {
@@ -50,7 +50,7 @@ std::vector<std::string> ReadWords(const std::string &line) {
 RecordedEvent ReadEvent(const std::string &line) {
   std::vector<std::string> words = ReadWords(line);
   if (words.size() < 2) {
-    throw std::runtime_error("this is no event: " + line);
+    throw std::runtime_error("this is not an event: " + line);
   }
   RecordedEvent event;
   event.time = static_cast<Nanoseconds>(strtod(words[0].c_str(), nullptr) * static_cast<double>(kSecond));
@@ -59,9 +59,9 @@ RecordedEvent ReadEvent(const std::string &line) {
   return event;
 }
 
-// The main loop may become idle between two keys of which the second came while the first was handled: it looks for
-// X events after that. What came clearly before a handler of an earlier key was done is queued all the same. `ends`
-// tells when the handlers of each key were done.
+// If a key comes while the previous one is handled, the main loop may still become idle between them: it looks for X
+// events after that. A key that clearly came before an earlier key's handler was done counts as queued all the same.
+// `ends` has the times when the handlers of each key were done.
 void FindQueuedKeys(Recording &recording, const std::multimap<int, Nanoseconds> &ends) {
   constexpr Nanoseconds kClearly = 3 * kMillisecond; // the X server counts milliseconds
   int number = 0;
@@ -75,7 +75,7 @@ void FindQueuedKeys(Recording &recording, const std::multimap<int, Nanoseconds> 
   }
 }
 
-// What the program does by itself while keys are queued comes after them: it cannot go on before they are there.
+// Moves what the program does by itself while keys are queued behind them: the program cannot go on before they come.
 void PutQueuedKeysFirst(std::vector<RecordedEvent> &events) {
   for (size_t i = 1; i < events.size(); ++i) {
     for (size_t at = i; at > 0 && events[at].is_queued && events[at - 1].IsOwn(); --at) {
@@ -99,7 +99,7 @@ Recording ReadRecording(const std::string &file_name) {
   std::ifstream file(file_name);
   std::string line;
   if (!std::getline(file, line) || line != "lumio-record 1") {
-    throw std::runtime_error(file_name + " is no recording of lumio-trace --record, or of another version");
+    throw std::runtime_error(file_name + " is not a recording of lumio-trace --record, or has another version");
   }
   Recording recording;
   std::multimap<int, Nanoseconds> ends; // of handlers, by key

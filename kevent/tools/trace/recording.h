@@ -19,17 +19,17 @@ struct RecordedEvent {
     return kind == "signal" || kind == "program" || kind == "section" || kind == "pes" || kind == "caption" ||
            kind == "dsm";
   }
-  // What the program does by itself.
+  // Whether the program does this by itself.
   bool IsOwn() const { return kind == "banner" || kind == "state"; }
   bool IsKey() const { return kind == "press" || kind == "release"; }
-  // A key that came before the main loop was done with the one before.
+  // Whether this is a key that came before the main loop was done with the previous one.
   bool is_queued = false;
   long long Number(size_t word) const;
   const std::string &Word(size_t word) const;
 };
 
 struct Recording {
-  std::vector<RecordedEvent> events;                    // that are to be played
+  std::vector<RecordedEvent> events;                    // to play
   std::map<std::pair<int, int>, Nanoseconds> holds;     // by key and handler
   std::map<std::pair<std::string, int>, bool> refusals; // by call and its number
   std::map<int, bool> aging;                            // keys that found the aging mode on

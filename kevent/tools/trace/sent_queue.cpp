@@ -32,7 +32,7 @@ Nanoseconds SentQueue::Pop(std::uint64_t content) {
     if (At(number).content == content) {
       const Nanoseconds when = At(number).when;
       if (number != popped_) {
-        At(number) = At(popped_); // one that was overtaken; its turn comes
+        At(number) = At(popped_); // keeps a notification that was overtaken
       }
       ++popped_;
       longest_ = std::max(longest_, Now() - when);

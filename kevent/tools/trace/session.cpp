@@ -29,7 +29,7 @@ void RestorePreload(const std::string &preload) {
   }
 }
 
-// The environment and the descriptors that the program and its children see are those of an untraced one.
+// The program and its children see the environment and the descriptors of an untraced program.
 const Options *TakeOptions() {
   const char *text = getenv(kVariable);
   auto *options = new Options(text ? ReadOptions(text) : Options());
@@ -88,8 +88,8 @@ const Options &TheOptions() {
   return options;
 }
 
-// A program that has a use for the signal has it: what it installs takes the place of this. Ecore installs a handler
-// that makes an event of it, whether or not anybody wants that: it is called after ours.
+// A handler of the program's own replaces this one. Ecore always installs a handler that turns the signal into an
+// event, so that one is called after ours.
 void ListenForSignal(const void *ecore) {
   struct sigaction action = {};
   Dl_info installer;
@@ -166,7 +166,7 @@ void Put(Text &text) {
       pollfd room = {TheOptions().output, POLLOUT, 0};
       poll(&room, 1, -1);
     } else if (errno != EINTR) {
-      break; // nobody reads it any more
+      break; // the reader has gone
     }
   }
   text.Clear();

@@ -10,8 +10,8 @@ namespace lumio::trace {
 
 const Options &TheOptions();
 
-// Guards everything that the tracer knows of the modules. SIGUSR1 can ask for the state at any moment. If the lock is
-// held at that moment, its holder prints the state when it releases the lock.
+// Guards everything that the tracer knows about the modules. SIGUSR1 can ask for the state at any moment. If the lock
+// is held at that moment, its holder prints the state when it releases the lock.
 class Lock {
 public:
   Lock();

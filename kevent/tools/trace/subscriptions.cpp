@@ -175,7 +175,7 @@ void CheckSubscriptionsEnded(const void *caller) {
   }
   for (const Subscription &one : left) {
     Report({"ecore_shutdown", NameOf(one.kind), one.what.empty() ? "subscribed" : one.what, one.module,
-            "this is still subscribed, and what the service tells after this call crashes: unsubscribe, or call "
+            "this is still subscribed, and a notification after this call crashes: unsubscribe, or call "
             "CTVServiceSubscriber::ReleaseAll(), and end the service's threads before"},
            caller);
   }

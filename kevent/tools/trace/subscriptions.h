@@ -24,18 +24,18 @@ void EndAllSubscriptions();
 // Returns the module that holds a handle; empty if none does.
 std::string OwnerOf(TvKind kind, int handle);
 
-// A subscription as a recording names it: the module, and which of its subscriptions of this kind, counted from 0. Of
-// sections, which the service names by their stream, it is the stream.
+// A subscription as a recording names it: the module and the number of its subscription of this kind, counted from 0.
+// For sections, which the service identifies by their stream, the number is the stream.
 struct SubscriptionName {
   std::string module;
   int number = -1;
 };
 SubscriptionName NameOfHandle(TvKind kind, int handle);
 SubscriptionName NameOfSection(int key);
-// The handle that goes by that name now; negative when there is none.
+// Returns the handle that has this name now; negative if there is none.
 int HandleOf(TvKind kind, const SubscriptionName &name);
 
-// Whether the service refused a stream that all modules share. Holds until all have unsubscribed.
+// Returns whether the service refused a stream that all modules share. True until all have unsubscribed.
 void NoteRefusal(TvKind kind);
 bool WasRefused(TvKind kind);
 

@@ -12,7 +12,7 @@ namespace lumio::trace {
 namespace {
 
 template <class Record> std::vector<Record> ReadTable(std::istream &file, std::uint64_t offset, std::uint64_t count) {
-  constexpr std::uint64_t kMost = 4 << 20; // what is larger is damaged, or not worth the wait
+  constexpr std::uint64_t kMost = 4 << 20; // a larger one is damaged, or not worth the wait
   std::vector<Record> records;
   if (count < kMost) {
     records.resize(count);

@@ -36,7 +36,7 @@ std::string WithoutParameters(const std::string &name) {
   return depth == 0 && end > 0 ? name.substr(0, end) : name;
 }
 
-// A lambda that was made a function pointer is known by the function that holds it.
+// A lambda that was converted to a function pointer has the name of the function that contains it.
 std::string Shortened(std::string name) {
   for (const char *ending : {"::_FUN", "::__invoke"}) {
     const size_t at = name.rfind(ending);

@@ -12,8 +12,8 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr int kDeepest = 32;                          // callbacks within callbacks that are remembered by name
-constexpr int kStalls = 16;                           // that are remembered
+constexpr int kDeepest = 32;                          // nested callbacks whose names are kept
+constexpr int kStalls = 16;                           // number of stalls that are kept
 constexpr Nanoseconds kNoticeable = 5 * kMillisecond; // wait; the X server counts milliseconds
 
 struct Running {
@@ -29,13 +29,13 @@ struct Stall {
   int cost; // keys that waited for it
 };
 
-// All of this belongs to the main-loop thread; a signal handler may look at it there.
+// All of this belongs to the main-loop thread; a signal handler on that thread may read it.
 Running g_running[kDeepest];
 int g_depth;
 Stall g_stalls[kStalls];
 int g_stall_count;
-Nanoseconds g_last_sign; // of life of the main loop
-char g_last_symbol[160]; // of the callback that ended last
+Nanoseconds g_last_sign; // when the main loop last did something
+char g_last_symbol[160]; // the callback that ended last
 
 void PrintStall(const char *who, Nanoseconds duration, bool known) {
   Text text;
@@ -102,7 +102,7 @@ Work::~Work() {
   --g_depth;
   if (g_depth < kDeepest) {
     NameCallback(g_last_symbol, g_running[g_depth].module, g_running[g_depth].symbol);
-    // What ran within it, or turned the loop, has kept the loop itself.
+    // A callback that ran within it, or that ran the loop, has kept the loop itself.
     const Nanoseconds begin = std::max(begin_, g_last_sign);
     if (IsTooLong(end - begin)) {
       PrintStall(g_last_symbol, end - begin, true);

@@ -1,5 +1,5 @@
-// Stands before the functions of lumio-banner-state.h. A callback is known to the library by its address and goes on
-// being so: each has one thunk, whoever registers it.
+// Wraps the functions of lumio-banner-state.h. The library identifies a callback by its address, so each callback has
+// one thunk, whichever module registers it.
 #include <lumio-banner-state.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ struct Registration {
 
 struct Banners {
   std::vector<Registration> registrations;
-  unsigned shown = 0; // one bit each, of those that this process has set
+  unsigned shown = 0; // one bit for each banner that this process has shown
 };
 
 Banners &g_banners = *new Banners; // never destroyed: modules delete their callbacks as late as at exit
@@ -55,7 +55,7 @@ using BannerThunks = Thunks<CallBanner, lumio_banner_state_cb>;
 
 bool IsBanner(int banner) { return banner >= 0 && banner < kBanners; }
 
-// The module of a banner's callback is the object that holds it: registrations tell no name.
+// The module of a banner's callback is the object that contains it: a registration has no name.
 lumio_banner_state_cb ThunkOf(lumio_banner_state_cb cb) {
   const Lock lock;
   return cb ? BannerThunks::For(SymbolOf(cb).object, cb) : nullptr;
@@ -164,7 +164,7 @@ int lumio_set_banner_state(int banner_id, int state) {
   if (result != 0) {
     notification.ToldNobody("refused");
   } else if (notification.Count() == 0) {
-    notification.ToldNobody(BannerThunks::IsExhausted() ? "told to callbacks that are not traced" : "nobody was told");
+    notification.ToldNobody(BannerThunks::IsExhausted() ? "delivered to callbacks that are not traced" : "no callback");
   }
   NoteReplayed(false);
   if (result == 0 && state == 1) {
@@ -178,7 +178,7 @@ int lumio_get_banner_state(int banner_id, int *state) {
   const void *caller = __builtin_return_address(0);
   CheckBanner(kGet, banner_id, caller);
   if (!state) {
-    Report({kGet, "state", "null", "", "there is no place for the state: pass the address of an int"}, caller);
+    Report({kGet, "state", "null", "", "the pointer for the state is null: pass the address of an int"}, caller);
   }
   return g_get(banner_id, state);
 }

@@ -1,5 +1,5 @@
-// Stands before the functions of kevent.h: gives the library handlers of its own that ask the modules' ones, and looks
-// at every argument. Handlers are known to the library by their handles, so that nobody sees the difference.
+// Wraps the functions of kevent.h: registers handlers that call the modules' handlers, and checks every argument. The
+// library identifies a handler by its handle, so modules see no difference.
 #include <kevent.h>
 
 #include <Ecore_Input.h>
@@ -26,7 +26,7 @@ namespace {
 
 constexpr int kPriorities = 7;
 
-// What handlers that look alike have done, in the order in which the library asks them. Kept until the end.
+// The totals of handlers that look alike, in the order in which the library asks them. Kept until the end.
 using Place = std::tuple<int, lumio_kevent_type, std::string, std::string>; // priority, type, domain, symbol
 struct Totals {
   int registered = 0; // now
@@ -46,15 +46,15 @@ struct Handler {
 };
 
 struct Keys {
-  std::map<const lumio_kevent *, std::string> domains; // those that are open
-  // A handle that the library gives again is one that it has released. Until then a record may still be in use.
+  std::map<const lumio_kevent *, std::string> domains; // the open ones
+  // The library reuses a handle only after it has released it. Until then its record may still be in use.
   std::map<const lumio_kevent_handler *, std::unique_ptr<Handler>> handlers;
   std::map<Place, Totals> totals;
   int count[kOutcomes] = {};
 };
 
 Keys &g_keys = *new Keys;     // never destroyed: modules close their domains as late as at exit
-thread_local KeyEvent *g_key; // that this thread dispatches; the innermost one
+thread_local KeyEvent *g_key; // the innermost one that this thread dispatches
 Ecore_Event_Handler_Cb g_key_callback;
 Ecore_Event_Handler_Cb g_generic_callback;
 
@@ -79,7 +79,7 @@ const char *TypeName(lumio_kevent_type type) { return type == LUMIO_KEVENT_PRESS
 
 // --- Handlers --------------------------------------------------------------------------------------------------------
 
-// Notes the answer also when the handler throws.
+// Records the answer even if the handler throws.
 class Question {
 public:
   explicit Question(Handler &handler)
@@ -144,7 +144,7 @@ constexpr char kFini[] = "lumio_kevent_fini";
 constexpr char kAdd[] = "lumio_kevent_handler_add";
 constexpr char kDel[] = "lumio_kevent_handler_del";
 
-// Null when the domain is not open.
+// Returns null if the domain is not open.
 const std::string *OpenDomain(const lumio_kevent *kevent) {
   const auto found = g_keys.domains.find(kevent);
   return found == g_keys.domains.end() ? nullptr : &found->second;
@@ -176,7 +176,7 @@ void CheckInit(const char *domain, const void *caller) {
   }
   if (IsXMissing()) {
     Report({kInit, "", "", module,
-            "DISPLAY is set and X is not initialised: call ecore_x_init(NULL) first, or the library learns of no "
+            "DISPLAY is set and X is not initialised: call ecore_x_init(NULL) first, or the library sees no "
             "input device"},
            caller);
   }
@@ -187,7 +187,7 @@ void CheckDomain(const char *function, const lumio_kevent *kevent, const void *c
     Report({function, "kevent", "null", "", "there is no domain: look at the result of lumio_kevent_init()"}, caller);
   } else if (!IsOpen(kevent)) {
     Report({function, "kevent", Pointer(kevent), "",
-            "this is no open domain: it was closed, or never came from lumio_kevent_init()"},
+            "this is not an open domain: it was closed, or did not come from lumio_kevent_init()"},
            caller);
   }
 }
@@ -229,11 +229,12 @@ void CheckDel(const lumio_kevent_handler *handler, const void *caller) {
     Report({kDel, "handler", "null", "", "there is no handler: look at the result of lumio_kevent_handler_add()"},
            caller);
   } else if (!known) {
-    Report({kDel, "handler", Pointer(handler), "", "this is no handler: it never came from lumio_kevent_handler_add()"},
+    Report({kDel, "handler", Pointer(handler), "",
+            "this is not a handler: it did not come from lumio_kevent_handler_add()"},
            caller);
   } else if (deleted) {
     Report({kDel, "handler", Pointer(handler), module,
-            "this handler was deleted before, or its domain was closed: forget the handle with it"},
+            "this handler was deleted before, or its domain was closed: do not use the handle after that"},
            caller);
   }
 }
@@ -274,7 +275,7 @@ void Delete(Handler &handler) {
 namespace lumio::trace {
 
 Ecore_Event_Handler *AddEventHandler(int type, Ecore_Event_Handler_Cb callback, const void *data, const void *caller) {
-  if (type == 0 || !IsInLibrary(caller)) { // a type of 0 belongs to a part of Ecore that is not up
+  if (type == 0 || !IsInLibrary(caller)) { // type 0 belongs to a part of Ecore that is not initialised
     if (type != 0 && IsOf(g_user_signal, type)) {
       LeaveSignalToProgram();
     }

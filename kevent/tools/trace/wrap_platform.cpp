@@ -1,4 +1,4 @@
-// Stands before what the library itself calls, to hear of what its own functions do not tell, and before dlclose.
+// Wraps functions that the library calls, to learn what the library's own functions do not report, and dlclose.
 #include <Ecore.h>
 #include <dlfcn.h>
 #include <dlog.h>
@@ -63,7 +63,7 @@ void TellListener(const char *tag, const char *format, const char *text) {
   g_listener->Heard(format + kBeforeMessageSize, message ? message + 2 : "");
 }
 
-// Callbacks of objects that are loaded no more.
+// Reports callbacks of objects that have been unloaded.
 void CheckLeftBehind(const void *caller) {
   struct Left {
     std::string what;
@@ -105,7 +105,7 @@ LogListener::~LogListener() { g_listener = outer_; }
 
 } // namespace lumio::trace
 
-// The platform has no variant that takes a va_list, so that the message is put together here.
+// The platform has no variant that takes a va_list, so the message is formatted here.
 extern "C" __attribute__((visibility("default"))) int __dlog_print(int log_id, int priority, const char *tag,
                                                                    const char *format, ...) {
   const int error = errno;

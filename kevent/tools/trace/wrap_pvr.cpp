@@ -1,5 +1,5 @@
-// Stands before CPvrServiceSubscriber. Its callbacks are known by their addresses and run in that order, so that they
-// stay what they are: a notification is told as one whole call.
+// Wraps CPvrServiceSubscriber. The library calls its callbacks in the order of their addresses, so thunks cannot stand
+// in for them: the trace shows a notification as one call.
 #include <PvrServiceSubscriber.h>
 
 #include <cstdio>
@@ -39,7 +39,7 @@ Registrations &g_results = *new Registrations("PVR result callback"); // never d
 Registrations &g_states = *new Registrations("PVR state callback");   // never destroyed: any thread, until the end
 thread_local int g_telling;                                           // this thread holds the lock of the class
 
-// What the log tells of a call whose result does not.
+// Reads from the log what the result of a call does not say.
 class PvrListener : public LogListener {
 public:
   void Heard(const char *format, const char *) override {
@@ -88,13 +88,13 @@ int Unregister(const char *function, Registrations &registrations, Next<int(Subs
   registrations.Remove(reinterpret_cast<const void *>(callback));
   if (listener.WasRefused()) {
     Report({function, "callback", Describe(SymbolOf(callback)), module,
-            "the service refused to let go of the library's callback, and the result tells success all the same"},
+            "the service refused to let go of the library's callback, but the result reports success"},
            caller);
   }
   return result;
 }
 
-// `tell` goes on to the library.
+// `tell` passes the call on to the library.
 template <class Tell> void Told(const char *what, int value, const Registrations &registrations, const Tell &tell) {
   Words words;
   words.Set(TheOptions().json ? "\"%s\":%d" : "%s %d", what, value);
@@ -112,7 +112,7 @@ template <class Tell> void Told(const char *what, int value, const Registrations
   if (listener.Callbacks() != 0) {
     notification.ToldAsOne(modules, listener.Callbacks(), took);
   } else {
-    notification.ToldNobody("nobody was told");
+    notification.ToldNobody("no callback");
   }
   NoteReplayed(false);
 }

@@ -1,5 +1,5 @@
-// Stands before CLumioStateSubscriber. Its callbacks are known by their addresses and run in that order, so that they
-// stay what they are: a state is told as one whole call.
+// Wraps CLumioStateSubscriber. The library calls its callbacks in the order of their addresses, so thunks cannot stand
+// in for them: the trace shows an announcement as one call.
 #include <LumioStateSubscriber.h>
 
 #include <cstdio>
@@ -44,7 +44,7 @@ void CheckLock(const char *function, const std::string &module, const void *call
   }
 }
 
-// Names the modules as the library logs them before each call.
+// Collects the names of the modules, which the library logs before each call.
 class StateListener : public LogListener {
 public:
   void Heard(const char *format, const char *message) override {
@@ -103,7 +103,7 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
   if (listener.Count() != 0) {
     notification.ToldAsOne(listener.Modules(), listener.Count(), took);
   } else {
-    notification.ToldNobody("nobody was told");
+    notification.ToldNobody("no callback");
   }
   NoteReplayed(false);
 }

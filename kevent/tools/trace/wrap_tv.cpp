@@ -1,5 +1,5 @@
-// Stands before the operations of CTVServiceSubscriber. The library files a copy of a module's object with the module's
-// first subscription: that copy gets callbacks that tell of each call, and the module's object keeps its own.
+// Wraps the operations of CTVServiceSubscriber. The library files a copy of a module's object with the module's first
+// subscription. The copy gets callbacks that print each call; the module's object keeps its own.
 #include <TVServiceSubscriber.h>
 
 #include <cstdio>
@@ -76,7 +76,7 @@ bool IsNull(Variable<void *> &pointer) { return !pointer.Get() || !*pointer.Get(
 
 // --- Checks ----------------------------------------------------------------------------------------------------------
 
-// Asks the service by way of `ask`, which returns whether it agreed.
+// Asks the service through `ask`, which returns whether the service agreed.
 template <class Ask> bool Request(const char *call, const Ask &ask) {
   const int number = NoteRequest(call);
   const bool agreed = ask();
@@ -86,7 +86,7 @@ template <class Ask> bool Request(const char *call, const Ask &ask) {
   return agreed;
 }
 
-// Names the operation and whoever calls it.
+// Names the operation and its caller.
 struct Call {
   const char *function;
   const std::string &module;
@@ -98,7 +98,7 @@ struct Call {
   void Tell(const std::string &advice) const { Tell("", "", advice); }
 };
 
-// A callback of the library may do everything, on whatever thread it runs.
+// A callback of the library may call everything, on any thread.
 void CheckThread(const Call &call) {
   if (!Notification::Current()) {
     CheckMainLoop(call.function, call.module, call.caller);
@@ -185,7 +185,7 @@ bool CTVServiceSubscriber::SubscribeSignal(ESignalType type, void *userData, EPr
     RecordRefusal("signal", number);
     call.Tell("type", std::to_string(type),
               "the service refused " + SignalText(type, profile, screenId) +
-                  ", and the result tells success all the same: no notification will come");
+                  ", but the result reports success: no notification will come");
   }
   return subscribed;
 }
@@ -201,8 +201,7 @@ bool CTVServiceSubscriber::UnsubscribeSignal(ESignalType type, EProfile profile,
   const bool unsubscribed = g_unsubscribe_signal(this, type, profile, screenId);
   if (TakeSignalAnswer() <= 0) {
     call.Tell("type", std::to_string(type),
-              "the service refused to end " + SignalText(type, profile, screenId) +
-                  ", and the result tells success all the same");
+              "the service refused to end " + SignalText(type, profile, screenId) + ", but the result reports success");
   }
   return unsubscribed;
 }
@@ -224,7 +223,7 @@ void CheckProgram(const Call &call, const Subscriber &object) {
   }
 }
 
-// `handle` by reference: the service fills it while the other arguments are made.
+// Takes `handle` by reference: the service fills it while the other arguments are evaluated.
 bool NoteProgram(const Subscriber &object, bool subscribed, const int &handle) {
   if (subscribed) {
     NoteSubscription(TvKind::kProgram, object.m_name, "handle " + std::to_string(handle), handle);
@@ -346,14 +345,14 @@ template <class Callback> void CheckStream(const Call &call, TvKind kind, const 
   }
 }
 
-// The service is asked once for all modules: when it refuses the first, the others look subscribed.
+// The library asks the service once for all modules: if the service refuses the first, the others look subscribed.
 bool NoteStream(const Call &call, TvKind kind, bool subscribed) {
   if (!subscribed) {
     NoteRefusal(kind);
     return false;
   }
   if (WasRefused(kind)) {
-    call.Tell("the service refused this stream to an earlier module, and the result tells success all the same: no "
+    call.Tell("the service refused this stream to an earlier module, but the result reports success: no "
               "notification will come");
   }
   NoteSubscription(kind, call.module, "", 0);

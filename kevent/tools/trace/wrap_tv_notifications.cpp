@@ -1,4 +1,4 @@
-// The way of a notification: from the service's call, through the main loop, to the modules' callbacks.
+// Follows a notification from the service's call, through the main loop, to the modules' callbacks.
 #include <TVServiceSubscriber.h>
 
 #include <algorithm>
@@ -43,7 +43,7 @@ SentQueue &SentOf(TvKind kind) { return g_sent[static_cast<int>(kind)]; }
 
 // --- Thunks ----------------------------------------------------------------------------------------------------------
 
-// Runs a callback of any kind: no two kinds have callbacks of one type.
+// Runs a callback of any kind: each kind has its own callback type.
 struct RunCallback {
   template <class Function, class... Arguments>
   static auto Run(ThunkTarget &target, Function function, Arguments &&...arguments) {
@@ -59,7 +59,7 @@ template <class Callback> Callback Find(const std::string &module, Callback call
   return TvThunks<Callback>::For(module, callback);
 }
 
-// --- What is told ----------------------------------------------------------------------------------------------------
+// --- Contents --------------------------------------------------------------------------------------------------------
 
 void Describe(const TSignalEvent &event, Words &words) {
   int data[2];
@@ -106,7 +106,7 @@ std::uint64_t ContentOf(const TCaptionEvent &event) { return ContentOfData(*even
 
 // --- The service's side ----------------------------------------------------------------------------------------------
 
-// Hears that the library dropped a notification, which it does not tell by a result.
+// Reads from the log whether the library dropped a notification; there is no result that says so.
 class DropListener : public LogListener {
 public:
   void Heard(const char *format, const char *) override {
@@ -121,13 +121,14 @@ private:
 void CheckEcoreIsUp(const char *function, const void *caller) {
   if (!IsEcoreUp()) {
     Report({function, "", "", "",
-            "the service tells something and Ecore is not up: call ecore_init() before the first subscription, and "
+            "the service sent a notification while Ecore is not initialised: call ecore_init() before the first "
+            "subscription, and "
             "end the service's threads before ecore_shutdown()"},
            caller);
   }
 }
 
-// `tell` goes on to the library.
+// `tell` passes the call on to the library.
 template <class Event, class Tell>
 void Send(TvKind kind, const char *function, const Event &event, const void *caller, const Tell &tell) {
   const std::uint64_t content = ContentOf(event);
@@ -139,7 +140,7 @@ void Send(TvKind kind, const char *function, const Event &event, const void *cal
     SentOf(kind).TakeBack(content);
     Words words;
     Describe(event, words);
-    Notification(NameOf(kind), words).ToldNobody("dropped: nobody has subscribed");
+    Notification(NameOf(kind), words).ToldNobody("dropped: no module has subscribed");
     NoteReplayed(false);
   }
 }
@@ -157,8 +158,8 @@ template <class Event, class Callback> Eina_Bool Receive(TvKind kind, void *data
   Notification notification(NameOf(kind), words, posted == kNotKnown ? kNotKnown : Now() - posted);
   const Eina_Bool result = g_handler(data, type, event);
   if (notification.Count() == 0) {
-    notification.ToldNobody(TvThunks<Callback>::IsExhausted() ? "told to callbacks that are not traced"
-                                                              : "nobody has subscribed");
+    notification.ToldNobody(TvThunks<Callback>::IsExhausted() ? "delivered to callbacks that are not traced"
+                                                              : "no module has subscribed");
   }
   return result;
 }
@@ -167,7 +168,7 @@ template <class Event, class Callback> Eina_Bool Receive(TvKind kind, void *data
 
 thread_local int g_signal_answer = 1;
 
-// Stands for the service's object: the library does not look at what it answers.
+// Stands in for the service's object, because the library ignores its answers.
 class AnswerWatch final : public ISignalSubscriber {
 public:
   explicit AnswerWatch(ISignalSubscriber *service) : service_(service) {}
@@ -183,7 +184,7 @@ private:
   ISignalSubscriber *service_;
 };
 
-// The same for the same object, so that whoever compares them sees no difference.
+// Returns the same watch for the same object, so that comparing pointers gives the same result as without the tracer.
 ISignalSubscriber *WatchOf(ISignalSubscriber *service) {
   static auto &watches = *new std::map<ISignalSubscriber *, std::unique_ptr<AnswerWatch>>; // never destroyed: as above
   const Lock lock;
@@ -297,7 +298,7 @@ void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, u
   Notification notification(NameOf(TvKind::kSection), words);
   g_told_section(flag, number, data, key);
   if (notification.Count() == 0) {
-    notification.ToldNobody("nobody has subscribed");
+    notification.ToldNobody("no module has subscribed");
   }
   NoteReplayed(false);
 }
@@ -309,7 +310,7 @@ void CTVServiceSubscriber::t_DsmCallback(TSDsmMessage &message) {
   Notification notification(NameOf(TvKind::kDsm), words);
   g_told_dsm(message);
   if (notification.Count() == 0) {
-    notification.ToldNobody("nobody has attached");
+    notification.ToldNobody("no module has attached");
   }
   NoteReplayed(false);
 }

@@ -9,7 +9,7 @@ class Budget {
 public:
   explicit Budget(std::size_t bytes) : all_(bytes), left_(bytes) {}
 
-  // Whether there was as much left; if not, nothing is taken.
+  // Returns whether enough was left; if not, takes nothing.
   bool Take(std::size_t bytes) {
     if (bytes > left_) {
       return false;
@@ -18,7 +18,7 @@ public:
     return true;
   }
   void Give(std::size_t bytes) { left_ += bytes; }
-  // Whether there is so much left that buffers may be kept for later.
+  // Returns whether enough is left to keep buffers for later.
   bool IsAmple() const { return left_ > all_ / 2; }
 
 private:

@@ -14,7 +14,7 @@ public:
   virtual ~ByteSource() = default;
   // Reads up to `room` bytes; 0 at the end.
   virtual std::size_t Read(std::uint8_t *to, std::size_t room) = 0;
-  // Starts from the beginning; false when that is not possible.
+  // Starts from the beginning. Returns false if that is not possible.
   virtual bool Rewind() = 0;
 };
 
@@ -29,7 +29,7 @@ public:
   int Open(const std::string &path);
   std::size_t Read(std::uint8_t *to, std::size_t room) override;
   bool Rewind() override;
-  // The errno value of a read that failed and so ended the stream early, else 0.
+  // The errno value of a failed read that ended the stream early; otherwise 0.
   int Error() const { return error_; }
 
 private:

@@ -1,4 +1,4 @@
-// A run of bytes that somebody else owns.
+// A view of bytes; it does not own them.
 #pragma once
 
 #include <algorithm>
@@ -22,11 +22,11 @@ public:
   const std::uint8_t *end() const { return data_ + size_; }
   std::uint8_t operator[](std::size_t i) const { return data_[i]; }
 
-  // Both take as much as there is.
+  // Both return fewer bytes if there are not as many.
   Bytes First(std::size_t count) const { return {data_, std::min(count, size_)}; }
   Bytes From(std::size_t start) const { return {data_ + std::min(start, size_), size_ - std::min(start, size_)}; }
 
-  // Big-endian; the caller has looked at the size.
+  // Big-endian; the caller has checked the size.
   unsigned Get16(std::size_t i) const { return static_cast<unsigned>(data_[i]) << 8 | data_[i + 1]; }
   std::uint32_t Get32(std::size_t i) const { return std::uint32_t{Get16(i)} << 16 | Get16(i + 2); }
 

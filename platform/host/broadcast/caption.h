@@ -15,8 +15,8 @@ struct Caption {
   std::uint16_t pid;
   CaptionKind kind;
   int language;      // three letters, the last one lowest
-  std::uint64_t pts; // as the stream has it; kNoTime where it has none
-  std::string text;  // UTF-8, its rows trimmed and joined by '\n'; empty when the captions vanish
+  std::uint64_t pts; // as in the stream; kNoTime if there is none
+  std::string text;  // UTF-8, its rows trimmed and joined by '\n'; empty if the captions disappear
 };
 
 using TellCaption = std::function<void(const Caption &)>;

@@ -14,11 +14,11 @@ constexpr std::size_t kBlockHeader = 6;
 constexpr std::size_t kInfoHeader = 16; // up to the compatibility descriptor
 constexpr std::size_t kModuleHeader = 8;
 constexpr std::size_t kMostEarly = std::size_t{256} << 10;
-constexpr std::size_t kModuleCost = 256; // of knowing that it is there
+constexpr std::size_t kModuleCost = 256; // of a module without data
 
 struct Message {
   unsigned id = 0;
-  std::uint32_t transaction = 0; // in a block's message the download's id
+  std::uint32_t transaction = 0; // in a block's message, the download's id
   Bytes body;
 };
 
@@ -83,7 +83,7 @@ void Carousel::KeepEarly(Bytes body) {
   }
 }
 
-// Something has been described that blocks may have waited for.
+// A description has come that blocks may have waited for.
 void Carousel::PushEarly(const Tell &tell) {
   std::deque<std::vector<std::uint8_t>> early;
   early.swap(early_);

@@ -23,18 +23,17 @@ class Carousel {
 public:
   using Tell = std::function<void(const CarouselModule &)>;
 
-  // With `keeps`, complete modules stay there for `ForEachComplete`. Modules that the budget has no room for are left
-  // out.
+  // With `keeps`, keeps complete modules for `ForEachComplete`. Leaves out modules that the budget has no room for.
   Carousel(Budget &budget, bool keeps) : budget_(budget), keeps_(keeps) {}
   ~Carousel();
   Carousel(const Carousel &) = delete;
   Carousel &operator=(const Carousel &) = delete;
 
-  // Takes a section whose checksum is right; tells each version of a module once, when it is complete.
+  // Takes a section whose checksum is right. Reports each version of a module once, when it is complete.
   void Push(const Section &section, const Tell &tell);
 
   void ForEachComplete(const Tell &tell) const;
-  // Collects everything anew, from the next sections on.
+  // Starts again: collects all modules from the next sections on.
   void Restart();
 
 private:
@@ -44,7 +43,7 @@ private:
     std::size_t block_size = 0;
     bool complete = false;
     std::vector<std::uint8_t> data; // empty until the first block comes, and again unless complete modules are kept
-    std::vector<bool> blocks;       // those that are there
+    std::vector<bool> blocks;       // which blocks have come
     std::size_t missing = 0;        // blocks
   };
   using Key = std::pair<std::uint32_t, std::uint16_t>; // the download's id, the module's id
@@ -64,7 +63,7 @@ private:
   Budget &budget_;
   const bool keeps_;
   std::map<Key, Module> modules_;
-  std::deque<std::vector<std::uint8_t>> early_; // blocks that came before what describes them
+  std::deque<std::vector<std::uint8_t>> early_; // blocks that came before their description
   std::size_t early_size_ = 0;
 };
 

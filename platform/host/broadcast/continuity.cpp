@@ -5,7 +5,7 @@
 namespace lumio::broadcast {
 
 Continuity ContinuityCounter::Check(const Packet &packet) {
-  if (!packet.HasPayload()) { // does not count
+  if (!packet.HasPayload()) { // does not change the counter
     known_ = known_ && !packet.IsDiscontinuous();
     return Continuity::kFollows;
   }

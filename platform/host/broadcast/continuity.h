@@ -1,4 +1,4 @@
-// Whether the packets of one PID follow each other.
+// Checks whether the packets of one PID follow each other.
 #pragma once
 
 #include <array>
@@ -11,8 +11,8 @@ namespace lumio::broadcast {
 
 enum class Continuity {
   kFollows, // the next packet, or the first one
-  kRepeats, // the last packet once more, which a stream may send
-  kJumps,   // not the next one, as the stream says itself
+  kRepeats, // the last packet again, which a stream may send once
+  kJumps,   // not the next one, and the stream announces it
   kBroken,  // not the next one: packets are missing
 };
 
@@ -20,7 +20,7 @@ class ContinuityCounter {
 public:
   // Looks at a packet that is neither null nor marked as erroneous.
   Continuity Check(const Packet &packet);
-  // The next packet is the first one.
+  // Treats the next packet as the first one.
   void Forget() { known_ = false; }
 
 private:

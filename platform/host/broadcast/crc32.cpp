@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::uint32_t kPolynomial = 0x04c11db7; // most significant bit first
 
-// Table k tells what a byte does to the checksum when k bytes follow it, so that eight bytes are taken at once.
+// Table k gives the effect of a byte on the checksum if k bytes follow it, so that eight bytes are processed at once.
 using Tables = std::array<std::array<std::uint32_t, 256>, 8>;
 
 constexpr Tables MakeTables() {

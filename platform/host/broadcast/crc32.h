@@ -7,7 +7,7 @@
 
 namespace lumio::broadcast {
 
-// Over the whole section, its checksum included, the result is 0 when the checksum is right.
+// Over the whole section, including its checksum, the result is 0 if the checksum is right.
 std::uint32_t Crc32(Bytes bytes);
 
 } // namespace lumio::broadcast

@@ -91,7 +91,7 @@ void Demultiplexer::DropBegun(Pid &pid) {
   }
 }
 
-// A new beginning for a PID that carries something else from now on.
+// Starts again with a PID that carries something else from now on.
 void Demultiplexer::Retire(Pid &pid) {
   if (pid.sections) {
     retired_sections_.push_back(std::move(pid.sections));

@@ -1,4 +1,4 @@
-// Takes a stream apart by PID: counts its errors and puts together the sections and PES packets that are wanted.
+// Splits a stream by PID: counts its errors and assembles the sections and PES packets that are wanted.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 
 namespace lumio::broadcast {
 
-// Who is told what the packets carry. Bytes are valid during the call, which may change what is wanted.
+// Receives what the packets carry. Bytes are valid during the call. The call may change what is wanted.
 class DemultiplexerListener {
 public:
   virtual ~DemultiplexerListener() = default;
@@ -35,19 +35,19 @@ public:
   Demultiplexer &operator=(const Demultiplexer &) = delete;
 
   void Push(const Packet &packet);
-  // The stream ends: what does not tell its length is complete.
+  // Call it when the stream ends: packets of unknown length are then complete.
   void End();
-  // Another stream follows, or the same from another place: counters and what has begun are forgotten.
+  // Call it when another stream follows, or the same one from another position. Forgets counters and unfinished data.
   void Interrupt();
 
-  // What is put together of a PID; nothing at first.
+  // What is assembled from a PID; at first nothing.
   void WantSections(std::uint16_t pid, bool wanted);
   void WantPes(std::uint16_t pid, bool wanted);
 
   const PacketCounts &Counts() const { return counts_; }
   std::uint64_t DroppedPes() const;
 
-  // Whether a packet of the PID was scrambled: any so far, and the last one.
+  // Whether any packet of the PID so far was scrambled, and whether the last one was.
   bool WasScrambled(std::uint16_t pid) const { return scrambled_[pid].any; }
   bool IsScrambled(std::uint16_t pid) const { return scrambled_[pid].last; }
   // Whether a packet of the PID was seen.
@@ -58,7 +58,7 @@ private:
     ContinuityCounter continuity;
     bool wants_sections = false;
     bool wants_pes = false;
-    std::unique_ptr<SectionAssembler> sections; // made with the first packet
+    std::unique_ptr<SectionAssembler> sections; // created with the first packet
     std::unique_ptr<PesAssembler> pes;          // the same
   };
   struct Scrambled {
@@ -74,13 +74,13 @@ private:
   DemultiplexerListener &listener_;
   Budget budget_{kAssemblyBudget};
   PacketCounts counts_;
-  std::uint64_t dropped_pes_ = 0; // of assemblers that are no more
+  std::uint64_t dropped_pes_ = 0; // of assemblers that no longer exist
   std::array<std::unique_ptr<Pid>, kPids> pids_;
   std::array<Scrambled, kPids> scrambled_{};
-  std::vector<std::unique_ptr<SectionAssembler>> retired_sections_; // a listener may retire what is telling it
+  std::vector<std::unique_ptr<SectionAssembler>> retired_sections_; // a listener may retire its own caller
   std::vector<std::unique_ptr<PesAssembler>> retired_pes_;
 
-  static constexpr std::size_t kAssemblyBudget = std::size_t{8} << 20; // for all that has begun
+  static constexpr std::size_t kAssemblyBudget = std::size_t{8} << 20; // for all unfinished data
 };
 
 } // namespace lumio::broadcast

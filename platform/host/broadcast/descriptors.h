@@ -33,7 +33,7 @@ inline Bytes TakeFront(Bytes &bytes, std::size_t count) {
   return front;
 }
 
-// each(tag, content) for every descriptor that is there completely.
+// Calls each(tag, content) for every complete descriptor.
 template <class Each> void ForEachDescriptor(Bytes loop, Each each) {
   while (loop.size() >= 2 && loop.size() - 2 >= loop[1]) {
     const std::uint8_t tag = loop[0];
@@ -43,7 +43,7 @@ template <class Each> void ForEachDescriptor(Bytes loop, Each each) {
   }
 }
 
-// A field of 12 bits that tells how many bytes follow.
+// A field of 12 bits: the number of bytes that follow.
 inline std::size_t Length12(Bytes bytes, std::size_t i) { return bytes.Get16(i) & 0xfff; }
 
 // Three letters of a language, the last one lowest.

@@ -14,7 +14,7 @@ constexpr std::uint8_t kMpeg1Video = 0x01;
 constexpr std::uint8_t kMpeg2Video = 0x02;
 constexpr std::uint8_t kH264Video = 0x1b;
 
-// What stands before the caption bytes in the user data of a picture. Neither can be part of the picture itself.
+// The marks in front of the caption bytes in the user data of a picture. Neither can be part of the picture itself.
 constexpr std::string_view kMpeg2Mark("\0\0\1\xb2GA94\3", 9);
 constexpr std::string_view kH264Mark("\xb5\0\x31GA94\3", 8);
 constexpr std::string_view kEmulation("\0\0\3", 3); // keeps H.264 from seeing a start code
@@ -35,7 +35,7 @@ enum Command {
 };
 
 constexpr std::size_t kMostWaiting = 64;
-constexpr std::size_t kReorderDepth = 16; // pictures, where the stream does not tell times of decoding
+constexpr std::size_t kReorderDepth = 16; // pictures, if the stream has no decoding times
 constexpr std::int64_t kPtsCycle = std::int64_t{1} << 33;
 
 // Duration of a frame by the sequence header's frame_rate_code, in units of 90 kHz.
@@ -46,7 +46,7 @@ std::size_t Find(Bytes in, std::string_view mark) {
   return found ? static_cast<std::size_t>(static_cast<const std::uint8_t *>(found) - in.data()) : in.size();
 }
 
-// The bytes behind a mark, without those that keep H.264 from seeing a start code in them.
+// Returns the bytes after a mark, without the emulation prevention bytes of H.264.
 std::vector<std::uint8_t> WithoutEmulation(Bytes bytes) {
   std::vector<std::uint8_t> result;
   int zeros = 0;
@@ -61,7 +61,7 @@ std::vector<std::uint8_t> WithoutEmulation(Bytes bytes) {
   return result;
 }
 
-// The pairs of a cc_data structure from its flags on, of the fields that are not ignored.
+// Reads the pairs of a cc_data structure, which starts with its flags. Leaves out the ignored fields.
 std::vector<Line21Pictures::Pair> ParsePairs(Bytes data, const std::array<bool, 2> &ignored) {
   std::vector<Line21Pictures::Pair> pairs;
   if (data.size() < 2 || (data[0] & 0x40) == 0) {
@@ -95,7 +95,7 @@ std::int64_t Line21Pictures::Unwrap(std::uint64_t time) {
   return last_ + difference;
 }
 
-// By how much later than the packet's first picture the last one of `before` is displayed.
+// How much later the last picture of `before` is displayed than the packet's first one.
 std::int64_t Line21Pictures::OffsetOf(Bytes before) {
   const std::size_t sequence = Find(before, kSequenceStart);
   if (sequence + 8 <= before.size()) {
@@ -128,7 +128,7 @@ void Line21Pictures::Add(const PesPacket &packet) {
       return;
     }
     start += found + mark.size();
-    const std::size_t longest = 2 + 31 * 3; // and as many again that keep start codes away
+    const std::size_t longest = 2 + 31 * 3; // and as many again for emulation prevention bytes
     const Bytes data = packet.payload.From(start).First(2 * longest);
     const bool is_emulated = is_h264_ && Find(data, kEmulation) < data.size();
     std::vector<Pair> pairs = is_emulated ? ParsePairs(WithoutEmulation(data), ignored_) : ParsePairs(data, ignored_);
@@ -145,7 +145,7 @@ void Line21Pictures::Add(const PesPacket &packet) {
   }
 }
 
-// Whether no picture can still come that is displayed before the waiting one: none is displayed before it is decoded.
+// Whether every picture still to come is displayed after the waiting one: none is displayed before it is decoded.
 bool Line21Pictures::IsReady(std::size_t index) const {
   const std::size_t waiting = waiting_.size() - index;
   return is_ending_ || waiting > kMostWaiting ||
@@ -184,7 +184,7 @@ void Line21Decoder::PushPair(const Line21Pictures::Pair &pair, std::uint64_t pts
   }
   field.last_control = {};
   if (first > 0 && first < 0x10) {
-    field.in_other_data = pair.second_field; // until a control code of the captions
+    field.in_other_data = pair.second_field; // until the next control code of the captions
     return;
   }
   if (!field.in_other_data && (first >= 0x20 || second >= 0x20)) {
@@ -201,7 +201,7 @@ void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t 
   const int index = static_cast<int>(ChannelIndex(pair.second_field));
   const bool is_command = ((first & 0xf7) == 0x14 || (first & 0xf7) == 0x15) && command >= 0x20 && command < 0x30;
   if (!is_command) {
-    // A special character, or where and how the next ones are written.
+    // A special character, or the position and style of the next ones.
     channel.has_new_text =
         channel.has_new_text || ((first & 0xf7) >= 0x11 && (first & 0xf7) <= 0x13 && command >= 0x20 &&
                                  command < 0x40 && ((first & 0xf7) != 0x11 || command >= 0x30));
@@ -212,7 +212,7 @@ void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t 
   if (was_painting && command != kCarriageReturn && command != 0x21 && command != 0x24 && command < 0x30) {
     constexpr std::uint8_t kSpace = 0x20; // ends the last word, without which it is not displayed
     Decode({pair.second_field, {kSpace, static_cast<std::uint8_t>(vbi_par8(0))}});
-    TellDisplayed(index, pts); // what is painted is complete
+    TellDisplayed(index, pts); // the painted text is complete
   }
   Decode(pair);
   Obey(command, channel, index, pts);
@@ -266,7 +266,7 @@ void Line21Decoder::Decode(const Line21Pictures::Pair &pair) {
     if (!decoder_) {
       return;
     }
-    // Without somebody who listens, nothing is decoded.
+    // Without a listener, nothing is decoded.
     vbi_event_handler_register(
         decoder_.get(), VBI_EVENT_CAPTION, [](vbi_event *, void *) {}, nullptr);
   }

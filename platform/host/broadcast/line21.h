@@ -26,13 +26,13 @@ public:
 
   explicit Line21Pictures(bool is_h264) : is_h264_(is_h264) {}
 
-  // From now on pairs of the field are left out.
+  // Leaves out the pairs of the field from now on.
   void Ignore(bool second_field) { ignored_[second_field ? 1 : 0] = true; }
 
-  // Whether the stream's type is one that this understands.
+  // Returns whether streams of this type are supported.
   static bool Understands(std::uint8_t stream_type);
 
-  // tell(const Picture &) for each picture whose turn has come.
+  // Calls tell(const Picture &) for each picture whose turn has come.
   template <class Tell> void Push(const PesPacket &packet, Tell &&tell) {
     Add(packet);
     TellReady(tell);
@@ -60,23 +60,23 @@ private:
   const bool is_h264_;
   bool is_ending_ = false;
   std::array<bool, 2> ignored_{}; // fields
-  bool has_dts_ = false;          // some packet told when it is decoded
-  std::int64_t decoded_ = 0;      // time of decoding of the last picture
-  std::int64_t last_ = 0;         // time that the next one is near to
+  bool has_dts_ = false;          // some packet had a decoding time
+  std::int64_t decoded_ = 0;      // decoding time of the last picture
+  std::int64_t last_ = 0;         // the next time is near this one
   unsigned frame_duration_ = 3003;
   std::vector<Picture> waiting_; // in display order
 };
 
 class Line21Decoder {
 public:
-  // `languages` are those of the two fields, 0 where it is not known.
+  // `languages` are those of the two fields; 0 if not known.
   Line21Decoder(std::uint16_t pid, bool is_h264, const int (&languages)[2], TellCaption tell);
   Line21Decoder(const Line21Decoder &) = delete;
   Line21Decoder &operator=(const Line21Decoder &) = delete;
 
   void Push(const PesPacket &packet);
   void End();
-  // Of a field whose captions are not wanted any more.
+  // Stops decoding a field whose captions are no longer wanted.
   void Ignore(bool second_field) { pictures_.Ignore(second_field); }
 
 private:
@@ -88,7 +88,7 @@ private:
   };
   struct Field {
     unsigned channel = 0;                       // of the two that the field has
-    std::array<std::uint8_t, 2> last_control{}; // to leave out its repetition
+    std::array<std::uint8_t, 2> last_control{}; // to recognise its repetition
     bool in_other_data = false;                 // which shares the second field
   };
 
@@ -112,7 +112,7 @@ private:
   Line21Pictures pictures_;
   std::array<Field, 2> fields_;
   std::array<Channel, 4> channels_; // CC1 to CC4
-  VbiDecoder decoder_;              // made with the first pair
+  VbiDecoder decoder_;              // created with the first pair
 };
 
 } // namespace lumio::broadcast

@@ -1,4 +1,4 @@
-// The fields of a transport stream packet, read within its 188 bytes whatever it says.
+// The fields of a transport stream packet, read within its 188 bytes, whatever lengths it contains.
 #pragma once
 
 #include <bitstream/mpeg/ts.h>
@@ -25,7 +25,7 @@ public:
   bool HasPayload() const { return ts_has_payload(packet_); }
   bool IsDiscontinuous() const { return HasAdaptationFlags() && tsaf_has_discontinuity(packet_); }
 
-  // Empty when the adaptation field leaves no room for it.
+  // Empty if the adaptation field leaves no room for it.
   Bytes Payload() const {
     if (!HasPayload()) {
       return {packet_, 0};

@@ -8,16 +8,16 @@ namespace {
 
 constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
-constexpr int kSure = 5; // sync bytes in a row that tell the packet size
+constexpr int kSure = 5; // sync bytes in a row that determine the packet size
 constexpr std::size_t kShort = kSure * kLongestStride;
-constexpr int kLikely = 2;    // the same ahead of a place that is sure
-constexpr int kConfident = 3; // sync bytes in a row that tell the place once the size is known
+constexpr int kLikely = 2;    // the same in front of a position that is sure
+constexpr int kConfident = 3; // sync bytes in a row that determine the position once the size is known
 
 } // namespace
 
 PacketReader::PacketReader(ByteSource &source, std::size_t buffer_size) : source_(source), buffer_(buffer_size) {}
 
-// Whether `count` bytes are there from the position on.
+// Whether `count` bytes are available from the position on.
 bool PacketReader::Have(std::size_t count) {
   if (position_ + count <= end_) {
     return true;
@@ -38,7 +38,7 @@ bool PacketReader::Have(std::size_t count) {
   return position_ + count <= end_;
 }
 
-// Whether sync bytes stand at the position and, as far as the stream goes, at the strides after it.
+// Whether there are sync bytes at the position and, up to the end of the stream, at each stride after it.
 bool PacketReader::IsInStep(std::size_t position, std::size_t stride, int packets) const {
   if (position + kPacketSize > end_) {
     return false;
@@ -54,7 +54,7 @@ bool PacketReader::IsInStep(std::size_t position, std::size_t stride, int packet
   return true;
 }
 
-// Learns the distance of the packets from the first place where only one distance explains the sync bytes.
+// Determines the stride from the first position where only one stride explains the sync bytes.
 bool PacketReader::FindStride() {
   while (Have(kShort)) {
     for (const std::size_t stride : kStrides) {
@@ -68,10 +68,10 @@ bool PacketReader::FindStride() {
   return false;
 }
 
-// For what is too short to be sure: the distance that explains most sync bytes up to the end.
+// If the stream is too short to be sure: finds the stride that explains most sync bytes up to the end.
 bool PacketReader::FindLongest() {
   std::size_t most = 0;
-  const std::size_t first = end_ > kShort ? end_ - kShort : 0; // what is longer has been searched already
+  const std::size_t first = end_ > kShort ? end_ - kShort : 0; // the rest has been searched already
   for (std::size_t start = first; start + kPacketSize <= end_; ++start) {
     for (const std::size_t stride : kStrides) {
       std::size_t count = 0;
@@ -109,7 +109,7 @@ bool PacketReader::FindPacket() {
   return false;
 }
 
-// Finds the first packet. What stands before the place that told the distance may be packets too, if some are damaged.
+// Finds the first packet. There may be packets before the position that determined the stride, if some are damaged.
 bool PacketReader::FindFirst() {
   Have(buffer_.size());
   if (!FindStride() && !FindLongest()) {
@@ -129,7 +129,7 @@ const std::uint8_t *PacketReader::NextSlowly() {
       return nullptr;
     }
   } else if (!Have(kPacketSize)) {
-    // A packet that is cut off at the end is no loss of synchronisation.
+    // A packet that is cut off at the end is not a loss of synchronisation.
     if (position_ < end_ && buffer_[position_] != kSyncByte) {
       ++sync_losses_;
     }

@@ -8,7 +8,7 @@
 
 namespace lumio::broadcast {
 
-constexpr std::size_t kPacketSize = 188; // of a packet as such, whatever stands before or after it
+constexpr std::size_t kPacketSize = 188; // without the bytes before or after a packet
 constexpr std::uint8_t kSyncByte = 0x47;
 constexpr std::size_t kBufferSize = std::size_t{256} << 10;
 
@@ -17,7 +17,7 @@ public:
   // The buffer has room for several packets; a larger one makes reading faster.
   explicit PacketReader(ByteSource &source, std::size_t buffer_size = kBufferSize);
 
-  // The 188 bytes of the next packet, which stay there until the next call; null at the end.
+  // Returns the 188 bytes of the next packet, valid until the next call; null at the end.
   const std::uint8_t *Next() {
     if (stride_ != 0 && position_ + kPacketSize <= end_ && buffer_[position_] == kSyncByte) {
       const std::uint8_t *packet = &buffer_[position_];
@@ -27,11 +27,11 @@ public:
     return NextSlowly();
   }
 
-  // Starts again with the source's first byte; false when the source cannot.
+  // Starts again with the source's first byte. Returns false if the source cannot do that.
   bool Rewind();
 
   // Bytes from one packet to the next: 188, 192 (a time stamp before each) or 204 (a checksum after each); 0 until a
-  // packet was found.
+  // packet is found.
   unsigned Stride() const { return static_cast<unsigned>(stride_); }
   // Runs of bytes that had to be skipped after the first packet.
   std::uint64_t SyncLosses() const { return sync_losses_; }

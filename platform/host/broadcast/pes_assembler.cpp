@@ -10,7 +10,7 @@ constexpr std::size_t kShortHeader = PES_HEADER_SIZE;      // up to the length
 constexpr std::size_t kLongHeader = PES_HEADER_SIZE_NOPTS; // up to the length of the optional fields
 constexpr std::size_t kPtsSize = PES_HEADER_SIZE_PTS - PES_HEADER_SIZE_NOPTS;
 constexpr std::size_t kBothSize = PES_HEADER_SIZE_PTSDTS - PES_HEADER_SIZE_NOPTS;
-constexpr std::size_t kStep = std::size_t{64} << 10; // by which a buffer grows, at least
+constexpr std::size_t kStep = std::size_t{64} << 10; // a buffer grows by at least this much
 
 // Some kinds of packets have no optional fields.
 bool HasOptionalFields(std::uint8_t stream_id) {

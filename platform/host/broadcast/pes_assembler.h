@@ -1,4 +1,4 @@
-// Puts the PES packets of one PID together.
+// Assembles the PES packets of one PID.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +15,9 @@ constexpr std::uint64_t kNoTime = ~std::uint64_t{0};
 struct PesPacket {
   std::uint16_t pid;
   std::uint8_t stream_id;
-  std::uint64_t pts; // 33 bits in units of 90 kHz; kNoTime where there is none
-  std::uint64_t dts; // the same; where there is only a PTS, it is that
-  Bytes payload;     // what follows the header
+  std::uint64_t pts; // 33 bits in units of 90 kHz; kNoTime if there is none
+  std::uint64_t dts; // the same; equal to the PTS if the packet has only that
+  Bytes payload;     // the bytes after the header
 };
 
 class PesAssembler {
@@ -27,8 +27,8 @@ public:
   PesAssembler(const PesAssembler &) = delete;
   PesAssembler &operator=(const PesAssembler &) = delete;
 
-  // Takes the payload of the next packet; tell(const PesPacket &) for each PES packet that is complete with it. One
-  // that does not tell its length is complete when the next one starts.
+  // Takes the payload of the next packet. Calls tell(const PesPacket &) for each PES packet that it completes. A packet
+  // of unknown length is complete when the next one starts.
   template <class Tell> void Push(Bytes payload, bool unit_start, Tell &&tell) {
     if (unit_start) {
       End(tell);
@@ -43,7 +43,7 @@ public:
     }
   }
 
-  // The stream ends.
+  // Call it when the stream ends.
   template <class Tell> void End(Tell &&tell) {
     if (state_ == State::kBegun && size_ == 0) {
       TellBegun(tell);
@@ -52,10 +52,10 @@ public:
     }
   }
 
-  // Its continuation is missing.
+  // Drops the unfinished packet, because its continuation is missing.
   void Lose();
 
-  // Packets that were begun but not told: too long, broken off or not what they should be.
+  // Packets that were begun but not delivered: too long, broken off or malformed.
   std::uint64_t Dropped() const { return dropped_; }
 
 private:
@@ -80,7 +80,7 @@ private:
   Budget &budget_;
   State state_ = State::kIdle;
   std::vector<std::uint8_t> begun_;
-  std::size_t size_ = 0;  // of the whole packet; 0 when it does not tell or not yet
+  std::size_t size_ = 0;  // of the whole packet; 0 if unknown or not yet read
   std::size_t taken_ = 0; // from the budget
   std::uint64_t dropped_ = 0;
 };

@@ -7,8 +7,8 @@ namespace lumio::broadcast {
 
 struct Programme {
   TCProgramData data;
-  bool has_start = false;    // else data.startTime is 0
-  bool has_duration = false; // else data.duration is 0
+  bool has_start = false;    // otherwise data.startTime is 0
+  bool has_duration = false; // otherwise data.duration is 0
 
   bool operator==(const Programme &other) const {
     return data.serviceId == other.data.serviceId && data.eventId == other.data.eventId &&

@@ -52,7 +52,7 @@ std::vector<const Programme *> ServiceProgrammes::List() const {
       list.push_back(programme);
     }
   };
-  add(present_); // what is present and following is the latest that is known of it
+  add(present_); // the present/following table has the latest data
   add(following_);
   for (const auto &[key, content] : sections_) {
     std::for_each(content.programmes.begin(), content.programmes.end(), add);
@@ -94,7 +94,7 @@ bool ServiceProgrammes::IsPresentFollowingComplete() const {
   return false;
 }
 
-// A schedule's sections come in segments of eight, of which the last ones may be left out.
+// A schedule's sections come in segments of eight. The last ones of a segment may be left out.
 bool ServiceProgrammes::IsTableComplete(const SectionContent &any, std::uint8_t table_id) const {
   for (unsigned number = 0; number <= any.last_number;) {
     const auto section = sections_.find(static_cast<std::uint16_t>(table_id << 8 | number));
@@ -150,7 +150,7 @@ Programmes::Change Programmes::Push(const Section &section, std::uint64_t &servi
   const Bytes raw = section.Raw();
   service = std::uint64_t{raw.Get16(10)} << 32 | std::uint64_t{raw.Get16(8)} << 16 | section.Extension();
   if (!IsActual(table_id) && FindOwn(section.Extension()) && own_[section.Extension()] == service) {
-    return Change::kNone; // another stream's table has nothing to say about our own services
+    return Change::kNone; // another stream's table does not count for our own services
   }
   const auto known = services_.find(service);
   const bool is_new = known == services_.end() || !known->second.Has(section);

@@ -1,4 +1,4 @@
-// What is known of the programmes of all services, as the EIT tells.
+// The programmes of all services, from the EIT.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace lumio::broadcast {
 // Keeps each of several equal programmes once. What it keeps stays where it is until the pool is destroyed.
 class ProgrammePool {
 public:
-  // Null when that would take more than the pool may have.
+  // Returns null if the pool would exceed its limit.
   const Programme *Keep(Programme &&programme);
   std::size_t Size() const { return size_; }
 
@@ -33,10 +33,10 @@ class ServiceProgrammes {
 public:
   const Programme *Present() const { return present_; }
   const Programme *Following() const { return following_; }
-  // All that is known, by start; each event once. Those without a start are left out.
+  // All known programmes, by start; each event once. Programmes without a start are left out.
   std::vector<const Programme *> List() const;
   const Programme *Find(std::uint16_t event_id) const;
-  // Whether nothing is missing that the sections promise.
+  // Whether all announced sections are known.
   bool IsPresentFollowingComplete() const;
   bool IsScheduleComplete() const;
 
@@ -47,8 +47,8 @@ private:
     std::uint32_t checksum = 0;
     int version = -1;
     std::uint8_t last_number = 0;     // of the table's sections
-    std::uint8_t last_in_segment = 0; // of the eight sections of which this is one
-    std::uint8_t last_table_id = 0;   // that the schedule uses
+    std::uint8_t last_in_segment = 0; // of its segment of eight sections
+    std::uint8_t last_table_id = 0;   // of the schedule
     std::vector<const Programme *> programmes;
   };
 
@@ -58,7 +58,7 @@ private:
   bool Has(unsigned key) const { return sections_.count(static_cast<std::uint16_t>(key)) != 0; }
   bool IsTableComplete(const SectionContent &any, std::uint8_t table_id) const;
   bool Has(const Section &section) const { return sections_.count(KeyOf(section)) != 0; }
-  // Whether it changes anything.
+  // Returns whether the section changes anything.
   bool Apply(const Section &section, std::vector<const Programme *> &&programmes);
 
   const Programme *present_ = nullptr;
@@ -71,13 +71,13 @@ public:
   explicit Programmes(ProgrammePool &pool) : pool_(pool) {}
 
   enum class Change { kNone, kChanged, kDropped };
-  // Takes a section of an EIT whose checksum is right. Of what it changes, `service` tells whose it is. A dropped
-  // section is one that there was no room for.
+  // Takes a section of an EIT whose checksum is right. `service` receives the service whose programmes it changes. A
+  // section is dropped if there is no room for it.
   Change Push(const Section &section, std::uint64_t &service);
 
-  // Null when nothing is known of the service.
+  // Returns null if nothing is known about the service.
   const ServiceProgrammes *Find(std::uint64_t service) const;
-  // Of this stream's own service, whatever its network is called.
+  // The same for a service of this stream, whatever its network.
   const ServiceProgrammes *FindOwn(std::uint16_t service_id) const;
 
 private:
@@ -85,7 +85,7 @@ private:
 
   ProgrammePool &pool_;
   std::map<std::uint64_t, ServiceProgrammes> services_;
-  std::map<std::uint16_t, std::uint64_t> own_; // by service_id, as the tables of the actual stream tell
+  std::map<std::uint16_t, std::uint64_t> own_; // by service_id, from the actual stream's tables
   std::size_t section_count_ = 0;
   std::size_t reference_count_ = 0; // from sections to programmes
 };

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kSdtHead = 3; // original_network_id and a reserved byte, before the services
 
-// A section that has the head of `original`, is the only one of its table, and has this body.
+// Makes a section with the head of `original` and this body, the only section of its table.
 std::vector<std::uint8_t> OnlySection(const Section &original, Bytes head, Bytes entry) {
   std::vector<std::uint8_t> section = original.Raw().First(kLongHeader).Copy();
   section.insert(section.end(), head.begin(), head.end());
@@ -138,7 +138,7 @@ void Recorder::ForgetStreams() {
   clock_pid_ = kNullPid;
 }
 
-// Tables have their own way into the recording.
+// Tables are recorded separately.
 void Recorder::AddStream(std::uint16_t pid) {
   if (pid < kNullPid && !IsTablePid(pid) && pid != pmt_pid_) {
     routes_[pid] = Route::kStream;
@@ -158,7 +158,7 @@ void Recorder::WriteSection(std::uint16_t pid, const std::uint8_t *section) {
   }
 }
 
-// A packet without payload, which says that the counter and the clock of its PID start anew.
+// A packet without payload, which announces that the counter and the clock of its PID restart.
 void Recorder::WriteInterruption(const Packet &packet) {
   std::uint8_t announcement[kPacketSize];
   ts_init(announcement);

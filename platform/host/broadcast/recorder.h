@@ -1,4 +1,4 @@
-// Picks the packets of one service out of a stream, so that they are a stream themselves.
+// Extracts the packets of one service from a stream, as a complete stream of its own.
 #pragma once
 
 #include <array>
@@ -12,17 +12,18 @@
 
 namespace lumio::broadcast {
 
-// What it writes: a PAT and an SDT that list only this service, the service's PMT and EIT as they are, and the packets
-// of its streams and its clock as they are. It begins when the stream's PAT and the service's PMT have been seen.
+// It writes a PAT and an SDT that list only this service, and the service's PMT, EIT, streams and clock unchanged. It
+// begins when the stream's PAT and the service's PMT have been seen.
 class Recorder final : private DemultiplexerListener {
 public:
-  // Gets packets of 188 bytes, valid during the call.
+  // Receives packets of 188 bytes, valid during the call.
   using Sink = std::function<void(const std::uint8_t *packet)>;
 
   Recorder(std::uint16_t service, Sink sink);
 
   void Push(const std::uint8_t *packet);
-  // Another stream follows, or the same from another place. The streams that are recorded say so where they go on.
+  // Call it when another stream follows, or the same one from another position. The recording announces a discontinuity
+  // where each of its streams continues.
   void Interrupt();
 
   // How much was recorded, by the service's clock.

@@ -1,4 +1,4 @@
-// Puts the sections of one PID together.
+// Assembles the sections of one PID.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@ constexpr std::size_t kSectionHeader = 3; // up to the length
 constexpr std::size_t kLongestSection = 4096;
 constexpr std::size_t kLongHeader = 8; // of a section with the long syntax
 constexpr std::size_t kChecksumSize = 4;
-constexpr std::uint8_t kStuffing = 0xff; // in the place of a table_id: no more sections in this packet
+constexpr std::uint8_t kStuffing = 0xff; // in place of a table_id: no more sections in this packet
 constexpr std::uint8_t kTimeOffsetTable = 0x73;
 
-// A complete section: as many bytes as it says, at least three.
+// A complete section: as many bytes as its length field gives, at least three.
 class Section {
 public:
   explicit Section(Bytes bytes) : bytes_(bytes) {}
@@ -27,16 +27,16 @@ public:
   // Whether it has table extension, version, numbers and checksum.
   bool IsLong() const { return (bytes_[1] & 0x80) != 0; }
   bool HasChecksum() const { return IsLong() || TableId() == kTimeOffsetTable; }
-  // Right where there is none.
+  // True if the section has no checksum.
   bool IsChecksumRight() const { return !HasChecksum() || (bytes_.size() >= LeastSize() && Crc32(bytes_) == 0); }
 
-  // Of a long section whose checksum is right.
+  // For a long section whose checksum is right.
   std::uint16_t Extension() const { return static_cast<std::uint16_t>(bytes_.Get16(3)); }
   std::uint8_t Version() const { return bytes_[5] >> 1 & 0x1f; }
   bool IsCurrent() const { return (bytes_[5] & 1) != 0; }
   std::uint8_t Number() const { return bytes_[6]; }
   std::uint8_t LastNumber() const { return bytes_[7]; }
-  // What stands between the header and the checksum.
+  // The bytes between the header and the checksum.
   Bytes Body() const { return bytes_.First(bytes_.size() - kChecksumSize).From(kLongHeader); }
   std::uint32_t Checksum() const { return bytes_.Get32(bytes_.size() - kChecksumSize); }
 
@@ -53,15 +53,15 @@ public:
   SectionAssembler(const SectionAssembler &) = delete;
   SectionAssembler &operator=(const SectionAssembler &) = delete;
 
-  // Takes the payload of the next packet; tell(Section) for each section that is complete with it.
+  // Takes the payload of the next packet. Calls tell(Section) for each section that it completes.
   template <class Tell> void Push(Bytes payload, bool unit_start, Tell &&tell) {
     if (!unit_start) {
-      // Some streams start a section behind another one without saying so.
+      // Some streams start a section after another one without a pointer to it.
       TellAll(Continue(payload, tell), tell);
       return;
     }
     if (payload.empty() || payload[0] >= payload.size()) {
-      Drop(); // the first section starts behind the packet's end
+      Drop(); // the first section would start after the packet's end
       return;
     }
     const std::size_t pointer = payload[0];
@@ -70,16 +70,16 @@ public:
     TellAll(payload.From(1 + pointer), tell);
   }
 
-  // Forgets what has begun, since its continuation is missing.
+  // Drops the unfinished section, because its continuation is missing.
   void Drop();
 
 private:
-  // 0 while the length is not there.
+  // 0 until the length has been read.
   static std::size_t SizeOf(Bytes section) {
     return section.size() < kSectionHeader ? 0 : kSectionHeader + (section.Get16(1) & 0xfff);
   }
 
-  // Tells the sections that are there completely and keeps what is there of the last one.
+  // Delivers the complete sections and keeps the beginning of the last one.
   template <class Tell> void TellAll(Bytes payload, Tell &&tell) {
     while (!payload.empty() && payload[0] != kStuffing) {
       const std::size_t size = SizeOf(payload);
@@ -95,12 +95,12 @@ private:
     }
   }
 
-  // Adds to what has begun. @return what stands behind its end
+  // Continues the unfinished section. @return the bytes after its end
   template <class Tell> Bytes Continue(Bytes payload, Tell &&tell) {
     if (begun_.empty()) {
       return {};
     }
-    // The header's bytes come first, since they tell how many follow.
+    // Reads the header's bytes first, because they contain the length.
     if (SizeOf(begun_) == 0) {
       const std::size_t missing = kSectionHeader - begun_.size();
       Keep(payload.First(missing));

@@ -6,7 +6,7 @@ namespace lumio::broadcast {
 
 namespace {
 
-// What a hostile stream may make of us; a real one has dozens of services with a dozen streams each.
+// Limits for hostile streams; a real one has dozens of services with a dozen streams each.
 constexpr std::size_t kMostServices = 4096;
 constexpr std::size_t kMostParts = 32768; // streams and teletext pages of all services
 
@@ -29,7 +29,7 @@ bool ServiceList::Progress::Take(const Section &section, bool &completes) {
   if (seen[number] && checksums[number] == section.Checksum()) {
     return false;
   }
-  if (seen[number]) { // the same version with another content: a table that does not keep the rules
+  if (seen[number]) { // the same version with other content, which the standard forbids
     seen.reset();
   }
   seen.set(number);
@@ -68,7 +68,7 @@ bool ServiceList::PushPat(const Section &section) {
   stream_id_ = section.Extension();
   const std::vector<PatEntry> entries = ParsePat(section);
   pat_.insert(pat_.end(), entries.begin(), entries.end());
-  // Of the first version counts what is known although it is not complete; later ones replace it once they are.
+  // The first version counts even while it is incomplete. Later ones replace it once they are complete.
   if (completes) {
     RemoveUnlisted();
     AddServices(pat_);

@@ -1,4 +1,4 @@
-// The services of a stream, as its PAT, PMTs and SDT tell.
+// The services of a stream, from its PAT, PMTs and SDT.
 #pragma once
 
 #include <bitset>
@@ -23,25 +23,25 @@ struct Service {
 
 class ServiceList {
 public:
-  // Takes a section whose checksum is right; whether it changed anything.
+  // Takes a section whose checksum is right. Returns whether it changed anything.
   bool Push(std::uint16_t pid, const Section &section);
 
-  // By id.
+  // Sorted by id.
   const std::map<std::uint16_t, Service> &Services() const { return services_; }
   const Service *Find(std::uint16_t id) const;
-  // Whether the PAT is known as well as every PMT and name that it promises.
+  // Whether the PAT is known, and every PMT and name that it announces.
   bool IsComplete() const;
-  // 0 when the PAT does not tell.
+  // 0 if the PAT does not give it.
   std::uint16_t NetworkPid() const { return network_pid_; }
-  // 16 bits each; 0 until a table tells.
+  // 16 bits each; 0 until a table gives them.
   std::uint16_t StreamId() const { return stream_id_; }
   std::uint16_t NetworkId() const { return network_id_; }
-  // How the platform names the service.
+  // The id by which the platform names the service.
   std::uint64_t IdOf(std::uint16_t service) const {
     return std::uint64_t{network_id_} << 32 | std::uint64_t{stream_id_} << 16 | service;
   }
 
-  // The stream starts anew; what is known stays until it is told otherwise.
+  // Call it when the stream starts again. Keeps what is known until the stream changes it.
   void Restart();
 
 private:
@@ -50,9 +50,9 @@ private:
     int version = -1;
     std::uint32_t checksums[256] = {};
     std::bitset<256> seen;
-    bool complete = false; // some version was complete
+    bool complete = false; // whether some version was complete
 
-    // Whether the section brings something new; `completes` tells whether nothing is missing with it.
+    // Returns whether the section is new. Sets `completes` if it completes the table.
     bool Take(const Section &section, bool &completes);
   };
 
@@ -70,7 +70,7 @@ private:
   std::uint16_t network_id_ = 0;
   Progress pat_progress_;
   Progress sdt_progress_;
-  std::vector<PatEntry> pat_;             // of the version that is being seen
+  std::vector<PatEntry> pat_;             // of the version that is being read
   std::map<std::uint16_t, SdtEntry> sdt_; // the same
   std::size_t part_count_ = 0;
 };

@@ -49,7 +49,7 @@ void Statistics::Read(PacketReader &reader) {
   }
 }
 
-// The tables of a stream are few, and nearly every section is of one that was seen a moment ago.
+// A stream has few tables, and nearly every section belongs to one that was seen a moment ago.
 TableStatistics *Statistics::TableOf(std::uint16_t pid, std::uint8_t table_id) {
   const std::uint32_t key = std::uint32_t{pid} << 8 | table_id;
   auto &recent = recent_tables_[(pid * 31U + table_id) % recent_tables_.size()];
@@ -169,7 +169,7 @@ void Statistics::AddCaption(const Caption &caption) {
   }
 }
 
-// Stops decoding what has nothing new to tell: most of the work is in captions.
+// Stops decoding captions that add nothing new: they are most of the work.
 void Statistics::DropFullCaptions() {
   for (const std::uint16_t pid : full_captions_) {
     CaptionDecoders &decoders = caption_decoders_[pid];

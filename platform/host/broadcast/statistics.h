@@ -1,4 +1,4 @@
-// What there is to tell of a whole stream.
+// A summary of a whole stream.
 #pragma once
 
 #include <array>
@@ -29,7 +29,7 @@ struct CaptionStatistics {
   std::uint16_t pid;
   CaptionKind kind;
   int language;
-  std::vector<std::string> texts; // the first different ones that are not empty
+  std::vector<std::string> texts; // the first different ones, without empty ones
 };
 
 struct ModuleStatistics {
@@ -52,7 +52,7 @@ public:
 
   // By PID and table_id.
   std::map<std::pair<std::uint16_t, std::uint8_t>, TableStatistics> Tables() const;
-  // By PID, and then in the order in which they were declared or appeared.
+  // By PID, then in the order of declaration or appearance.
   std::vector<CaptionStatistics> Captions() const;
   // By PID, then by id and version.
   using Modules = std::map<std::pair<std::uint16_t, std::uint8_t>, ModuleStatistics>;
@@ -87,7 +87,7 @@ private:
   std::size_t module_count_ = 0;
   std::map<std::uint16_t, CaptionDecoders> caption_decoders_;
   std::vector<CaptionStatistics> captions_;
-  std::set<std::uint16_t> full_captions_; // PIDs of which a language has got all its texts just now
+  std::set<std::uint16_t> full_captions_; // PIDs with a language whose texts have just become complete
 };
 
 } // namespace lumio::broadcast

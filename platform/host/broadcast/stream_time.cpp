@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::uint64_t kFrequency = 27'000'000;
 constexpr std::uint64_t kCycle = (std::uint64_t{1} << 33) * 300;
-constexpr std::uint64_t kFarthest = 2 * kFrequency; // a stream tells its clock ten times a second and more
+constexpr std::uint64_t kFarthest = 2 * kFrequency; // a stream sends its clock at least ten times a second
 constexpr unsigned kPatience = 20'000;              // packets; at 40 Mbit/s, 0.75 seconds
 constexpr unsigned kNominalRate = 3324;             // packets a second, 5 Mbit/s
 

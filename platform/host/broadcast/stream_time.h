@@ -10,12 +10,12 @@ class StreamTime {
 public:
   using Nanoseconds = std::chrono::nanoseconds;
 
-  // The programme clock as it stands in a packet: 33 bits at 90 kHz times 300 at 27 MHz, wrapping around. Where it
-  // jumps, back or far ahead, the stream goes on without a gap.
+  // Takes the programme clock of a packet: 33 bits at 90 kHz times 300 at 27 MHz, wrapping around. If it jumps back or
+  // far ahead, the time continues without a gap.
   void Clock(std::uint64_t pcr, bool is_discontinuous);
-  // A packet went by. Without a clock for long, packets come at a nominal rate.
+  // Counts a packet. If the clock is missing for long, packets count at a nominal rate.
   void Packet();
-  // What follows has another clock.
+  // Call it when another clock follows.
   void Interrupt() { known_ = false; }
 
   // Since the beginning.

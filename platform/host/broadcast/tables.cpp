@@ -13,10 +13,10 @@ namespace {
 constexpr std::int64_t kEpochMjd = 40587; // 1970-01-01 as a modified Julian date
 constexpr std::int64_t kSecondsPerDay = 86400;
 
-// Two decimal digits, -1 if they are none.
+// Reads two decimal digits; -1 if they are not digits.
 int Bcd(std::uint8_t byte) { return (byte >> 4) > 9 || (byte & 0xf) > 9 ? -1 : (byte >> 4) * 10 + (byte & 0xf); }
 
-// A text behind a byte that tells its length.
+// Reads a text that follows a byte with its length.
 Bytes TakeText(Bytes &bytes) {
   const std::size_t length = bytes.empty() ? 0 : bytes[0];
   bytes = bytes.From(1);
@@ -56,7 +56,7 @@ StreamKind KindOfType(std::uint8_t type) {
   }
 }
 
-// Pages of a teletext descriptor that carry subtitles, for the hard of hearing as well.
+// Reads the pages of a teletext descriptor that carry subtitles, including those for the hard of hearing.
 void AddSubtitlePages(Bytes content, ElementaryStream &stream) {
   constexpr int kSubtitles = 2;
   constexpr int kHearingImpaired = 5;
@@ -69,7 +69,7 @@ void AddSubtitlePages(Bytes content, ElementaryStream &stream) {
   }
 }
 
-// Languages of line 21 in a caption service descriptor; its other entries are of digital captions.
+// Reads the languages of line 21 in a caption service descriptor. Its other entries are for digital captions.
 void SetLine21Languages(Bytes content, ElementaryStream &stream) {
   const int count = content.empty() ? 0 : content[0] & 0x1f;
   content = content.From(1);
@@ -154,7 +154,7 @@ void DescribeService(Bytes content, SdtEntry &entry) {
   entry.name = DecodeText(TakeText(content));
 }
 
-// Title and text of the first language; the items of an extended description are left out.
+// Reads title and text of the first language. Leaves out the items of an extended description.
 struct EventTexts {
   bool named = false;
   std::string extended;

@@ -1,5 +1,5 @@
-// The tables of a stream, read from sections whose checksum is right. Whatever a section says, only its own bytes are
-// read; what does not fit is left out.
+// The tables of a stream, read from sections whose checksum is right. Reading never leaves the bytes of the section,
+// whatever lengths it contains; entries that do not fit are left out.
 #pragma once
 
 #include <cstdint>
@@ -39,7 +39,7 @@ enum TableIds : std::uint8_t {
   kTdtId = 0x70,
 };
 
-// Whether sections come on this PID in every stream.
+// Whether this PID carries sections in every stream.
 bool IsTablePid(std::uint16_t pid);
 
 struct PatEntry {
@@ -54,13 +54,13 @@ constexpr std::uint8_t kH264Type = 0x1b;
 enum class StreamKind { kVideo, kAudio, kSubtitle, kTeletext, kCarousel, kSection, kOther };
 
 const char *NameOf(StreamKind kind);
-// Whether sections, not PES packets, come in a stream of this type.
+// Whether a stream of this type carries sections, not PES packets.
 bool CarriesSections(std::uint8_t stream_type);
 
 // A teletext page with subtitles.
 struct TeletextPage {
   int language;
-  int page; // as people write it, in hexadecimal digits: 0x888
+  int page; // as it is displayed, in hexadecimal digits: 0x888
 };
 
 struct ElementaryStream {
@@ -69,7 +69,7 @@ struct ElementaryStream {
   StreamKind kind = StreamKind::kOther;
   int component_tag = -1; // -1: none
   std::vector<TeletextPage> subtitle_pages;
-  int line21_language[2] = {0, 0}; // of each field; 0: not told
+  int line21_language[2] = {0, 0}; // of each field; 0: not known
 
   bool operator==(const ElementaryStream &other) const;
 };
@@ -108,11 +108,11 @@ struct Eit {
 bool ParseEit(const Section &section, Eit &eit);
 
 // A time of 40 bits (modified Julian date, then hours, minutes and seconds in decimal digits) in seconds since the
-// epoch, UTC; false when it tells none.
+// epoch, UTC. Returns false if it is not a valid time.
 bool ParseTime(Bytes bytes, std::int64_t &time);
-// Hours, minutes and seconds in decimal digits; false when they tell none.
+// Hours, minutes and seconds in decimal digits. Returns false if they are not a valid duration.
 bool ParseDuration(Bytes bytes, unsigned &seconds);
-// Of a TDT or TOT.
+// Reads the time of a TDT or TOT.
 bool ParseTdt(const Section &section, std::int64_t &time);
 
 } // namespace lumio::broadcast

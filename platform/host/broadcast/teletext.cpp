@@ -11,8 +11,8 @@ constexpr std::uint8_t kLastDataIdentifier = 0x1f;
 constexpr std::uint8_t kTeletextUnit = 0x02;
 constexpr std::uint8_t kSubtitleUnit = 0x03;
 constexpr std::size_t kUnitSize = 44; // field and line, framing code, line
-constexpr int kLastRow = 28;          // what follows concerns no single page
-constexpr int kFiller = 0xff;         // a page that ends the one before it and is none itself
+constexpr int kLastRow = 28;          // later rows do not belong to a single page
+constexpr int kFiller = 0xff;         // ends the page before it and has no content
 constexpr std::size_t kMostPages = 64;
 constexpr int kRows = 25;
 
@@ -55,11 +55,11 @@ void TeletextDecoder::Push(const PesPacket &packet) {
     }
   }
   if (stored_pages_.size() > kMostPages) {
-    MakeDecoder(); // no broadcaster has as many subpages
+    MakeDecoder(); // no broadcaster uses as many subpages
   }
 }
 
-// Lets through what concerns our pages, so that nothing else is stored.
+// Passes on only the lines of our pages, so that nothing else is stored.
 void TeletextDecoder::PushLine(Line line, std::uint64_t pts) {
   const int address = vbi_unham16p(line.data());
   if (address < 0) {

@@ -21,13 +21,13 @@ public:
   TeletextDecoder(const TeletextDecoder &) = delete;
   TeletextDecoder &operator=(const TeletextDecoder &) = delete;
 
-  // Tells each page that is complete with this packet: when the next page begins, as a television does.
+  // Delivers each page that this packet completes. As on a television, a page is complete when the next one begins.
   void Push(const PesPacket &packet);
-  // The stream ends: the last pages are complete.
+  // Call it when the stream ends: the last pages are then complete.
   void End();
 
 private:
-  static constexpr std::size_t kLineSize = 42; // bytes of a line behind its framing code
+  static constexpr std::size_t kLineSize = 42; // bytes of a line after its framing code
   using Line = std::array<std::uint8_t, kLineSize>;
 
   void MakeDecoder();
@@ -39,8 +39,8 @@ private:
   const std::uint16_t pid_;
   const TellCaption tell_;
   std::map<int, int> languages_;               // by page
-  std::map<int, std::uint64_t> times_;         // when the page began last
-  std::array<bool, 8> is_wanted_{};            // whether a magazine's page of now is one of ours
+  std::map<int, std::uint64_t> times_;         // when the page last began
+  std::array<bool, 8> is_wanted_{};            // whether a magazine's current page is one of ours
   std::set<std::pair<int, int>> stored_pages_; // what the decoder keeps
   VbiDecoder decoder_;
 };

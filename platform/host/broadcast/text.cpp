@@ -15,7 +15,7 @@ constexpr std::uint8_t kLineBreak = 0x8a;
 constexpr std::uint8_t kEuro = 0xa4; // in the default table only
 
 struct Table {
-  std::string encoding; // iconv's name; empty when there is none
+  std::string encoding; // iconv's name; empty if there is none
   std::size_t selector; // bytes that name the table
 };
 
@@ -46,7 +46,7 @@ Table TableOf(Bytes text) {
   }
 }
 
-// A converter to UTF-8. Each thread has its own of each table, since one cannot be shared.
+// A converter to UTF-8. Each thread has its own converter for each table, because threads cannot share one.
 class Converter {
 public:
   explicit Converter(const std::string &encoding)
@@ -92,7 +92,7 @@ Converter &ConverterOf(const std::string &encoding) {
   return converters.try_emplace(encoding, encoding).first->second;
 }
 
-// In tables of single bytes and of pairs of them control codes are bytes of their own.
+// In tables with one or two bytes per character, control codes are single bytes.
 void AppendWithControls(std::string &to, Bytes text, Converter &converter, bool is_default) {
   std::size_t start = 0;
   const auto flush = [&](std::size_t end) {
@@ -114,7 +114,7 @@ void AppendWithControls(std::string &to, Bytes text, Converter &converter, bool 
   flush(text.size());
 }
 
-// In the other tables they are the characters U+E080 to U+E09F; those below a space and U+007F to U+009F go as well.
+// In the other tables they are the characters U+E080 to U+E09F. Also removes those below a space and U+007F to U+009F.
 std::string WithoutControls(const std::string &text) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {

@@ -7,11 +7,11 @@
 
 namespace lumio::broadcast {
 
-// The text in UTF-8. Line breaks become '\n', other control codes vanish. U+FFFD stands for a byte that is no
-// character, and for the whole text when its table is reserved or not known here.
+// The text in UTF-8. Line breaks become '\n', other control codes are removed. U+FFFD replaces a byte that is not
+// a character, and the whole text if its table is reserved or not supported.
 std::string DecodeText(Bytes text);
 
-// Valid UTF-8 whatever `text` is, with U+FFFD in the place of each wrong byte.
+// Returns valid UTF-8 for any `text`, with U+FFFD in place of each wrong byte.
 std::string ValidUtf8(const std::string &text);
 
 } // namespace lumio::broadcast

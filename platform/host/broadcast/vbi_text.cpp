@@ -8,7 +8,7 @@ constexpr unsigned kFirstPrivate = 0xe000; // mosaics and characters that a stre
 constexpr unsigned kLastPrivate = 0xf8ff;
 
 bool IsShown(const vbi_char &character) {
-  // The other sizes are the lower and right parts of a large character that begins elsewhere.
+  // The other sizes are the lower and right parts of a large character.
   const bool begins = character.size <= VBI_DOUBLE_SIZE;
   const bool is_letter = character.unicode > ' ' && (character.unicode < 0x7f || character.unicode > 0xa0) &&
                          (character.unicode < kFirstPrivate || character.unicode > kLastPrivate);

@@ -13,7 +13,7 @@ struct VbiDecoderDeleter {
 };
 using VbiDecoder = std::unique_ptr<vbi_decoder, VbiDecoderDeleter>;
 
-// A row in UTF-8 without the spaces around it. What is not shown, or is no letter, counts as space.
+// A row in UTF-8 without the spaces around it. Hidden and graphic characters count as spaces.
 std::string TextOfRow(const vbi_page &page, int row);
 
 // The rows from `first` to `last` that are not empty, joined by '\n'.

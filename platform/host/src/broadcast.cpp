@@ -63,7 +63,7 @@ bool Open(const std::string &file, const Options &options) {
   const int error = player->Open(file);
   if (error != 0) {
     __dlog_print(0, kError, "lumio-host", "broadcast: %s: %s\n", file.c_str(),
-                 error < 0 ? "no transport stream" : std::strerror(error));
+                 error < 0 ? "not a transport stream" : std::strerror(error));
     return false;
   }
   Replace(player);

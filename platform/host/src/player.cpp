@@ -15,11 +15,11 @@ namespace {
 
 constexpr std::size_t kPortion = 2048;                         // packets, at most
 constexpr std::size_t kCarouselBudget = std::size_t{12} << 20; // bytes
-constexpr std::size_t kMostUnsettled = std::size_t{4} << 20;   // bytes that are told and perhaps not delivered
-constexpr std::size_t kLongestLook = std::size_t{16} << 20;    // bytes that are searched for services on opening
+constexpr std::size_t kMostUnsettled = std::size_t{4} << 20;   // bytes that are sent and perhaps not delivered
+constexpr std::size_t kLongestLook = std::size_t{16} << 20;    // bytes searched for services when a stream is opened
 constexpr std::size_t kMostDecoders = 8;
 constexpr std::size_t kMostCarousels = 64;
-constexpr std::size_t kCostOfEvent = 256; // bytes of something small that is told
+constexpr std::size_t kCostOfEvent = 256; // bytes, of a small notification
 constexpr int kError = 16;
 
 // The records of all streams: modules keep pointers to them.
@@ -38,7 +38,7 @@ template <class Number> bool ParseHex(const std::string &text, std::size_t &posi
   return true;
 }
 
-// Finds the services in a stream's beginning.
+// Finds the services at the beginning of a stream.
 class Look final : public DemultiplexerListener {
 public:
   Look() {
@@ -77,7 +77,7 @@ std::vector<ServiceInfo> InfoOf(const ServiceList &services, const Demultiplexer
   return list;
 }
 
-// The first stream of a kind, as a signal tells it.
+// The first stream of a kind, as a signal reports it.
 TSSignalData FirstOf(const std::vector<ElementaryStream> &streams, StreamKind kind) {
   const auto stream =
       std::find_if(streams.begin(), streams.end(), [&](const ElementaryStream &one) { return one.kind == kind; });
@@ -233,7 +233,7 @@ void Player::Run() {
   }
 }
 
-// Whether the next portion is due; if not, when it may be.
+// Returns whether the next portion is due; if not, when it may be.
 bool Player::IsDue(SteadyTime &when) const {
   if (paused_ || ended_) {
     return false;
@@ -287,7 +287,7 @@ bool Player::WaitUntilDue() {
   }
 }
 
-// Plays until the stream's time has gone on, so that everything told belongs to about one moment.
+// Plays until the stream's time has advanced, so that all notifications belong to about the same moment.
 void Player::PlayPortion() {
   const Nanoseconds start = time_.Position();
   for (std::size_t i = 0; i < kPortion && time_.Position() == start; ++i) {
@@ -316,7 +316,7 @@ void Player::PlayPacket(const std::uint8_t *raw) {
   PassTime(packet);
 }
 
-// The tuned service's clock, or where it has none the first one that comes.
+// Follows the tuned service's clock, or the first clock that comes if it has none.
 void Player::PassTime(const Packet &packet) {
   time_.Packet();
   if (packet.IsErroneous() || !packet.HasPcr()) {
@@ -338,7 +338,7 @@ void Player::PassTime(const Packet &packet) {
   }
 }
 
-// The stream has been read to its end.
+// Called when the stream has been read to its end.
 void Player::EndPass() {
   demultiplexer_.End();
   for (auto &entry : teletext_) {
@@ -359,13 +359,13 @@ void Player::EndPass() {
   }
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    ended_ = true; // who is told that the signal is lost may ask
+    ended_ = true; // a callback for the lost signal may ask
   }
   is_locked_ = false;
   SetSignal(SIGNAL_TYPE_LOCK, {0, 0});
 }
 
-// Waits until what was told has been taken, where nothing else limits how much there is of it.
+// Waits until the notifications have been delivered, if nothing else limits how many are waiting.
 void Player::Settle() {
   const bool is_paced = options_.clock == Clock::RealTime;
   if (is_paced && unsettled_bytes_ < kMostUnsettled) {
@@ -383,7 +383,7 @@ void Player::Settle() {
   if (options_.clock != Clock::None || !options_.settle) {
     return;
   }
-  // The function may be called when this player is no more.
+  // The function may be called after this player has been destroyed.
   struct Gate {
     std::mutex mutex;
     std::condition_variable opened;
@@ -397,11 +397,11 @@ void Player::Settle() {
   });
   std::unique_lock<std::mutex> lock(gate->mutex);
   while (!gate->open && !is_closing()) {
-    gate->opened.wait_for(lock, std::chrono::milliseconds(50)); // closing does not know of the gate
+    gate->opened.wait_for(lock, std::chrono::milliseconds(50)); // closing does not open the gate
   }
 }
 
-// Makes known to other threads what has changed.
+// Publishes the changes to other threads.
 void Player::Publish() {
   const PacketCounts &counts = demultiplexer_.Counts();
   const std::uint64_t dropped_pes = demultiplexer_.DroppedPes();
@@ -412,7 +412,7 @@ void Player::Publish() {
   published_service_ = tuned_;
 }
 
-// What the stream tells
+// What the stream contains
 
 bool Player::IsWantedAsSections(std::uint16_t pid) const {
   return IsTablePid(pid) || pid == services_.NetworkPid() || is_subscribed_[pid] || carousels_.count(pid) != 0;
@@ -434,7 +434,7 @@ void Player::OnSection(std::uint16_t pid, const Section &section) {
       break;
     case Programmes::Change::kDropped:
       if (dropped_programmes_++ == 0) {
-        __dlog_print(0, kError, "lumio-host", "broadcast: no more room for programmes, changes are dropped\n");
+        __dlog_print(0, kError, "lumio-host", "broadcast: no room for more programmes, changes are dropped\n");
       }
       break;
     case Programmes::Change::kNone:
@@ -497,9 +497,9 @@ void Player::OnPes(const PesPacket &packet) {
   }
 }
 
-// What is tuned to
+// Tuning
 
-// Brings everything into line with the services, the subscriptions and what is tuned to.
+// Updates everything to the services, the subscriptions and the tuned service.
 void Player::FollowTuning() {
   if (tuned_ == 0) {
     for (const auto &entry : services_.Services()) {
@@ -560,7 +560,7 @@ void Player::ForgetTuned() {
   }
 }
 
-// Notices another version of the tuned service's streams.
+// Detects a new version of the tuned service's streams.
 void Player::LookAtStreams() {
   const Service *service = services_.Find(static_cast<std::uint16_t>(tuned_));
   if (!service || !service->has_pmt || tuned_ == 0) {
@@ -630,7 +630,7 @@ void Player::SetSignal(ESignalType type, TSSignalData data) {
   TellSignals();
 }
 
-// Tells each subscription what it was not told yet.
+// Sends each subscription what it has not received yet.
 void Player::TellSignals() {
   std::array<int, SIGNAL_TYPE_STRENGTH + 1> handles{};
   tv::Service::Get().signal.subscriptions.ForEach([&](int handle, const tv::SignalService::Key &key, const auto &) {
@@ -686,7 +686,7 @@ void Player::WatchScrambling(std::uint16_t pid) {
 
 // Programmes
 
-// Tells the subscriptions of one service, or of all, what they were not told yet.
+// Sends the subscriptions of one service, or of all, what they have not received yet.
 void Player::TellProgrammes(std::uint64_t service, bool all) {
   std::vector<std::pair<int, tv::ProgramService::Details>> subscriptions;
   tv::Service::Get().program.subscriptions.ForEach([&](int handle, int, const tv::ProgramService::Details &details) {
@@ -720,7 +720,7 @@ void Player::TellProgrammes(std::uint64_t service, bool all) {
 
 void Player::TellProgramme(int handle, EProgramChangeType change, const Programme *programme, int position) {
   unsettled_bytes_ += kCostOfEvent;
-  // The interface passes a pointer to what may be changed, and says that nobody does.
+  // The interface takes a pointer to non-const data, but documents that no callback changes it.
   tv::TellProgram(handle, change, const_cast<TCProgramData *>(&programme->data), position);
 }
 
@@ -825,7 +825,7 @@ void Player::TellModule(int handle, Session &session, const CarouselModule &modu
   tv::EmitDsm(message);
 }
 
-// The PID of "dvb://ONID.TSID.SID/TAG", -1 when there is none.
+// Returns the PID of "dvb://ONID.TSID.SID/TAG"; -1 if there is none.
 int Player::PidOfTarget(const std::string &target) const {
   static const std::string kScheme = "dvb://";
   std::size_t position = kScheme.size();

@@ -29,7 +29,7 @@ namespace lumio::broadcast {
 
 using PacketListener = std::function<void(const unsigned char *)>;
 
-// Who is passed the packets: outlives the players.
+// Receives the packets. It outlives the players.
 class PacketTap {
 public:
   void Set(PacketListener listener);
@@ -48,10 +48,10 @@ public:
   Player(const Player &) = delete;
   Player &operator=(const Player &) = delete;
 
-  // 0, an errno value, or -1 when it is no transport stream.
+  // Returns 0, an errno value, or -1 if it is not a transport stream.
   int Open(const std::string &file);
   void Start();
-  // Joins the thread. On that thread, in vain.
+  // Joins the thread. Has no effect on that thread itself.
   void Stop();
 
   // On any thread.
@@ -82,14 +82,14 @@ private:
   void Publish();
   void Rebase(Nanoseconds played, SteadyTime now);
 
-  // What the stream tells
+  // What the stream contains
   void OnSection(std::uint16_t pid, const Section &section) override;
   void OnPes(const PesPacket &packet) override;
   void OnServicesChanged(std::uint16_t pid, const Section &section);
   void WantStreams();
   bool IsWantedAsSections(std::uint16_t pid) const;
 
-  // What is tuned to
+  // Tuning
   void FollowTuning();
   void ForgetTuned();
   void LookAtStreams();
@@ -104,7 +104,7 @@ private:
 
   // Programmes
   struct Told {
-    bool done = false; // subscribed once, and told
+    bool done = false; // subscribed once, and received
     const Programme *present = nullptr;
     const Programme *following = nullptr;
     std::map<std::uint16_t, const Programme *> programmes; // by event id
@@ -120,7 +120,7 @@ private:
   struct Session {
     std::string target;
     bool from_cache = false;
-    int pid = -1;                               // -1 until the stream tells
+    int pid = -1;                               // -1 until the stream gives it
     std::map<std::uint16_t, std::uint8_t> told; // versions of modules
   };
   void FollowSessions();
@@ -132,7 +132,7 @@ private:
   PacketTap &tap_;
   FileSource source_;
   PacketReader reader_{source_};
-  std::vector<ServiceInfo> listed_; // before playing finds them
+  std::vector<ServiceInfo> listed_; // found before playing
 
   // Used by the player's thread only.
   Demultiplexer demultiplexer_{*this};
@@ -147,7 +147,7 @@ private:
   int tuned_ = 0;      // 0: nothing yet
   bool is_locked_ = false;
   bool pass_was_empty_ = true;
-  std::vector<ElementaryStream> tuned_streams_; // as last looked at
+  std::vector<ElementaryStream> tuned_streams_; // as last seen
   std::array<std::optional<TSSignalData>, SIGNAL_TYPE_STRENGTH + 1> signals_;
   std::array<std::pair<int, std::optional<TSSignalData>>, SIGNAL_TYPE_STRENGTH + 1> told_signals_; // handle, data
   Nanoseconds measured_{0};
@@ -169,7 +169,7 @@ private:
   bool closing_ = false;
   bool ended_ = false;
   bool paused_ = false;
-  bool subscriptions_changed_ = true; // or what is to be tuned to
+  bool subscriptions_changed_ = true; // or the service to tune to
   bool is_following_ = false;         // those changes
   int wanted_service_ = 0;
   int published_service_ = 0;

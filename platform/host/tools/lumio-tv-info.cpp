@@ -1,4 +1,4 @@
-// lumio-tv info: what a transport stream carries, for people or as JSON.
+// lumio-tv info: prints what a transport stream contains, as text or as JSON.
 #include <cstdio>
 #include <cstring>
 
@@ -115,7 +115,7 @@ void PrintService(const Service &service, const Statistics &statistics) {
   printf("%s\n", statistics.IsScrambled(service) ? "  scrambled" : "");
   printf("    PMT        PID %u\n", service.pmt_pid);
   if (!service.has_pmt) {
-    printf("    streams    not told\n");
+    printf("    streams    not known\n");
   } else {
     printf("    clock      PID %u\n", service.pmt.pcr_pid);
   }
@@ -187,7 +187,7 @@ int InfoOf(const std::string &file, bool as_json) {
   } else if (reader.Stride() != 0) {
     PrintForPeople(file, reader, statistics);
   }
-  return reader.Stride() == 0 ? Complain(file, "no transport stream") : kDone;
+  return reader.Stride() == 0 ? Complain(file, "not a transport stream") : kDone;
 }
 
 } // namespace

@@ -23,7 +23,7 @@ namespace lumio::tool {
 
 namespace {
 
-// Prints a line, whole, whatever the thread.
+// Prints a whole line, on any thread.
 __attribute__((format(printf, 2, 3))) void Print(const char *kind, const char *format, ...) {
   char text[1024];
   va_list arguments;
@@ -119,7 +119,7 @@ void OnModule(TSDsmMessage &message) {
   Print("module", "%d version %d, %u bytes", message.moduleId, message.version, message.size);
 }
 
-// Subscribes to everything that the stream has to tell.
+// Subscribes to everything that the stream contains.
 class Watcher {
 public:
   void Subscribe();
@@ -130,7 +130,7 @@ private:
   void WatchCarousel(const broadcast::ServiceInfo &service, int tag);
 
   CTVServiceSubscriber subscriber_{"lumio-tv"};
-  std::list<CTVServiceSubscriber> carousels_; // one can attach to one only
+  std::list<CTVServiceSubscriber> carousels_; // an object can attach to one only
 };
 
 void Watcher::Subscribe() {
@@ -191,7 +191,7 @@ int Play(const std::string &file, const broadcast::Options &options) {
     CTVServiceSubscriber::ReleaseAll();
   } else {
     const int error = broadcast::FileSource().Open(file);
-    status = Complain(file, error != 0 ? strerror(error) : "no transport stream");
+    status = Complain(file, error != 0 ? strerror(error) : "not a transport stream");
   }
   lumio::tv::Shutdown();
   ecore_shutdown();
@@ -218,7 +218,7 @@ int Watch(const Arguments &arguments) {
   if (i + 1 != arguments.size()) {
     return kWrongUsage;
   }
-  setenv("LUMIO_LOG", "none", /*overwrite=*/0); // the library's, which tells of each notification
+  setenv("LUMIO_LOG", "none", /*overwrite=*/0); // the library's log, which has a line for each notification
   setvbuf(stdout, nullptr, _IOLBF, 0);
   return Play(arguments[i], options);
 }

@@ -1,4 +1,4 @@
-// lumio-tv: what people do with broadcasts on a desktop.
+// lumio-tv: inspects, plays and makes transport streams.
 #include "lumio-tv.h"
 
 #include <cstdio>
@@ -13,11 +13,11 @@ constexpr const char *kUsage = "usage: lumio-tv info [--json] FILE...\n"
                                "       lumio-tv make FILE\n"
                                "       lumio-tv watch [--fast] [--service ID] FILE\n"
                                "\n"
-                               "info   tells what a transport stream carries.\n"
+                               "info   prints what a transport stream contains.\n"
                                "make   writes the sample broadcast.\n"
-                               "watch  plays a transport stream and prints what modules are told of it.\n"
+                               "watch  plays a transport stream and prints the notifications that modules get.\n"
                                "\n"
-                               "Exit status: 0 done; 1 a file could not be used; 2 wrong usage.\n";
+                               "Exit status: 0 success; 1 a file could not be used; 2 wrong usage.\n";
 
 struct Command {
   const char *name;

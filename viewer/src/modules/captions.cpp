@@ -37,7 +37,7 @@ private:
     return true;
   }
 
-  // Where there are several languages, shows the one that comes first.
+  // If there are several languages, shows the one that comes first.
   static void CaptionCame(TSCaption &caption, void *data) {
     auto *self = static_cast<Captions *>(data);
     if (caption.payload.empty()) {
@@ -55,7 +55,7 @@ private:
   Presentation &screen_;
   CTVServiceSubscriber tv_{"captions"};
   bool on_ = true;
-  std::optional<decltype(TSCaption::language)> language_; // that is shown
+  std::optional<decltype(TSCaption::language)> language_; // the one that is shown
   KeyDomain keys_;
 };
 

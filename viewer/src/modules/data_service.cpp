@@ -69,7 +69,7 @@ private:
     });
   }
 
-  // A stream's modules are not all for people.
+  // Not all modules of a stream contain text.
   void ShowModule(int module, const std::string &text) {
     if (!channels_.ArePlayed() || IsText(text)) {
       screen_.Show("data service", "module " + std::to_string(module) + ": " + text);

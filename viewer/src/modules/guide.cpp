@@ -66,7 +66,7 @@ private:
     return true;
   }
 
-  // Reads the guide where it stands: as long as that takes, keys wait.
+  // Reads the guide on the main loop: keys wait until that is done.
   void Open() {
     screen_.Show("guide", "loading");
     screen_.Refresh();
@@ -92,7 +92,7 @@ private:
     return true;
   }
 
-  // Answers what is wrong with the guide, if anything.
+  // Returns what is wrong with the guide; empty if nothing is.
   std::string Load() {
     if (channels_.ArePlayed() && source_.empty()) {
       return LoadBroadcast();

@@ -7,7 +7,7 @@ namespace {
 class Light : public Module {
 public:
   explicit Light(ModuleContext context) : screen_(context.screen) {
-    states_.RegisterLumioStateChangeCb(StateChanged, this); // there is one light: nobody else registers this function
+    states_.RegisterLumioStateChangeCb(StateChanged, this); // there is one light, so one registration
   }
   ~Light() override { states_.UnregisterLumioStateChangeCb(StateChanged); }
 

@@ -17,7 +17,7 @@ std::unique_ptr<Module> MakeChannel(ModuleContext context);
 // Shows details of the programme until its key is pressed again.
 std::unique_ptr<Module> MakeInfoBanner(ModuleContext context);
 // Shows the programme guide. Reads it from the file `source` each time it opens; without one it shows
-// what is broadcast of a stream, or a built-in guide.
+// the guide of the stream that is played, or a built-in one.
 std::unique_ptr<Module> MakeGuide(ModuleContext context, std::string source);
 // Opens the broadcaster's application with the red key: a session with a DSM data service.
 std::unique_ptr<Module> MakeDataService(ModuleContext context);
@@ -41,8 +41,8 @@ std::unique_ptr<Module> MakeTranscript(ModuleContext context);
 // One shows teletext, the other counts the bytes of all packets. They share a PES subscription.
 std::unique_ptr<Module> MakeTeletext(ModuleContext context);
 std::unique_ptr<Module> MakeStreamMeter(ModuleContext context);
-// Shows what helps to watch the keys: F1 the last ten keys, F2 the remote control on the screen. With `remote` the
-// remote control is shown from the start.
+// Shows aids for watching keys: F1 shows the last ten keys, F2 the remote control. With `remote`, the remote control is
+// shown from the start.
 std::unique_ptr<Module> MakePanels(ModuleContext context, bool remote);
 // Counts the keys that no module has taken. Declines every key.
 std::unique_ptr<Module> MakeLogger(ModuleContext context);

@@ -12,7 +12,7 @@ public:
 private:
   static void CaptionCame(TSCaption &caption, void *data) {
     auto *self = static_cast<Transcript *>(data);
-    if (caption.payload.empty()) { // the captions vanish
+    if (caption.payload.empty()) { // the captions disappear
       return;
     }
     self->text_.append(self->text_.empty() ? "" : " / ").append(caption.payload.begin(), caption.payload.end());

@@ -54,7 +54,7 @@ Evas_Object *Canvas::Add(const char *group) const {
 }
 
 void Canvas::Draw() const {
-  evas_sync(ecore_evas_get(window_)); // or a frame that is being drawn would be taken for this one
+  evas_sync(ecore_evas_get(window_)); // otherwise a frame that is being drawn would be mistaken for this one
   ecore_evas_manual_render(window_);
   evas_sync(ecore_evas_get(window_));
   ecore_x_sync();

@@ -20,13 +20,13 @@ public:
   Ecore_X_Window Window() const;
   // The theme's group "screen".
   Evas_Object *Theme() const { return theme_; }
-  // A further object, of a group of the theme's file. Lives as long as the canvas.
+  // Makes another object, from a group of the theme's file. It lives as long as the canvas.
   Evas_Object *Add(const char *group) const;
   // Draws what has changed, without waiting for the main loop to be idle.
   void Draw() const;
-  // How often something was drawn so far.
+  // Returns how often something was drawn so far.
   unsigned Frames() const { return frames_; }
-  // Writes what is in the window to a PNG file; answers whether that worked.
+  // Writes the contents of the window to a PNG file. Returns whether that worked.
   bool Save(const std::string &file) const;
 
 private:

@@ -1,5 +1,5 @@
-// The beat of everything that moves on the screen: a timer of the main loop. EFL's own beat comes from a thread, and
-// one that complains on standard error when the machine is busy.
+// The clock of everything that moves on the screen: a timer of the main loop. EFL's own clock runs on a thread, and
+// that thread complains on standard error when the machine is busy.
 #pragma once
 
 #include <Ecore.h>

@@ -18,11 +18,11 @@ public:
   KeyOverlay(const KeyOverlay &) = delete;
   KeyOverlay &operator=(const KeyOverlay &) = delete;
 
-  // Adds a key: it comes on top, and the oldest one leaves.
+  // Adds a key at the top and removes the oldest one.
   void Show(const KeyJourney &journey);
   // While the overlay is not shown its rows are not drawn either.
   void SetShown(bool shown);
-  // Returns a row as the theme has it, in the columns of a line of the console. Row 0 is the newest.
+  // Returns a row as the theme shows it, in the columns of a console line. Row 0 is the newest.
   std::string Row(size_t row);
 
 private:
@@ -37,5 +37,5 @@ private:
   std::deque<Line> lines_; // the newest first
   bool shown_ = false;
   bool written_ = true;
-  Ecore_Job *job_ = nullptr; // writes once the keys that wait are dispatched
+  Ecore_Job *job_ = nullptr; // writes once the waiting keys are dispatched
 };

@@ -1,4 +1,4 @@
-// A list with a cursor, of which the rows around the cursor are shown.
+// A list that shows the rows around its cursor.
 #pragma once
 
 #include <string>
@@ -12,8 +12,7 @@ public:
   ListView(const Canvas &canvas, const std::string &item, size_t rows);
 
   void Show(const Details &list);
-  // The entries that can be seen, as the theme has them, with "; " between them and the one under the cursor in
-  // brackets.
+  // Returns the visible entries as the theme shows them, separated by "; ", with the one under the cursor in brackets.
   std::string Shown() const;
 
 private:

@@ -9,12 +9,12 @@ class PictureSource {
 public:
   virtual ~PictureSource() = default;
 
-  // What is drawn. The screen gives it its place and size.
+  // The object to draw. The screen sets its position and size.
   virtual Evas_Object *Object() const = 0;
-  // Another channel is shown.
+  // Call it when another channel is shown.
   virtual void SetChannel(const std::string &channel) = 0;
-  // The picture moves, or stands still while nobody sees it.
+  // Makes the picture move, or stop while it cannot be seen.
   virtual void SetMoving(bool moving) = 0;
-  // The time of day has become this, "20:15:00".
+  // Sets the time of day, "20:15:00".
   virtual void SetTime(const std::string &time) = 0;
 };

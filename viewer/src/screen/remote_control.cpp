@@ -2,7 +2,7 @@
 
 #include <Edje.h>
 
-// A button: what is on it, the keys that do the same, the best first, and where it is in a table of twelve columns.
+// A button: its label, the keys that do the same (the best one first), and its place in a table of twelve columns.
 struct RemoteControl::Plan {
   const char *label;
   std::vector<const char *> symbols;
@@ -51,7 +51,7 @@ RemoteControl::RemoteControl(const Canvas &canvas) {
   }
 }
 
-// A key that is down when its button goes would stay down.
+// Releases the key, which would otherwise stay down when its button goes.
 RemoteControl::~RemoteControl() {
   for (Button &button : buttons_) {
     Released(&button, nullptr, nullptr, nullptr);

@@ -1,4 +1,4 @@
-// A column of rows of the theme, in a box of it.
+// A column of rows in a box of the theme.
 #pragma once
 
 #include <Evas.h>

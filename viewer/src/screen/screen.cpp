@@ -12,7 +12,7 @@ constexpr size_t kMenuRows = 4;
 constexpr size_t kGuideRows = 8;
 constexpr double kLoudest = 100;
 
-// Where the theme may have the text of an item.
+// Names of the theme's parts that may show the text of an item.
 std::vector<std::string> Places(const std::string &item) {
   return {item + ":text", "channel:" + item, "info:" + item, "keys:" + item};
 }
@@ -21,7 +21,7 @@ bool Has(Evas_Object *theme, const std::string &part) {
   return edje_object_part_exists(theme, part.c_str()) == EINA_TRUE;
 }
 
-// What Edje has as the part's text. Of a text block that is markup.
+// Returns the text of the part. Edje returns markup for a text block.
 std::string Text(Evas_Object *theme, const std::string &part) {
   const char *text = edje_object_part_text_get(theme, part.c_str());
   char *plain = text ? evas_textblock_text_markup_to_utf8(nullptr, text) : nullptr;

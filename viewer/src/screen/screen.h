@@ -21,7 +21,7 @@
 
 class Screen : public Presentation {
 public:
-  // With a clock that stands still nothing moves but what is shown and hidden.
+  // With a clock that stands still, the screen changes only when items are shown or hidden.
   Screen(Canvas &canvas, std::unique_ptr<PictureSource> picture, WallClock clock);
   ~Screen() override;
   Screen(const Screen &) = delete;
@@ -32,7 +32,7 @@ public:
   void ShowKey(const KeyJourney &journey) override;
   void Refresh() override { canvas_.Draw(); }
 
-  // What the theme has of the item: its text, "(hidden)", or nothing where it has no place for the item.
+  // Returns what the theme shows for the item: its text, "(hidden)", or nothing if the theme has no place for it.
   std::string Shown(const std::string &item) const;
   KeyOverlay &Keys() { return keys_; }
 

@@ -2,5 +2,5 @@
 
 #include <string>
 
-// The file of the theme: beside the program, where it is built, or else among its data, where it is installed.
+// Returns the file of the theme: beside the program in the build folder, otherwise in its installed data.
 std::string FindTheme();

@@ -6,7 +6,7 @@
 
 class WallClock {
 public:
-  // One that stands still shows 20:20:00 for ever, so that a picture can be compared with another.
+  // A clock that stands still always shows 20:20:00, so that pictures can be compared.
   explicit WallClock(bool still) : still_(still) {}
 
   // Seconds since the epoch.

@@ -96,7 +96,7 @@ void Stream::Sections(unsigned pid, const std::vector<Bytes> &sections) {
     std::size_t size = room();
     const bool starts_here = next < starts.size() && starts[next] < position + size - 1;
     if (!starts_here && next < starts.size()) {
-      size = std::min(size, starts[next] - position); // a pointer would have no room
+      size = std::min(size, starts[next] - position); // there would be no room for a pointer
     }
     Bytes payload;
     if (starts_here) {

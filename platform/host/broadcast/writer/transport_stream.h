@@ -27,13 +27,13 @@ struct PacketOptions {
 
 class Stream {
 public:
-  // A packet with up to 184 bytes of payload, filled up by the adaptation field. Without payload the counter stays.
+  // A packet with up to 184 bytes of payload, padded by the adaptation field. Without payload the counter stays.
   void Packet(unsigned pid, const Bytes &payload, const PacketOptions &options = {});
   void Null();
   void Pcr(unsigned pid, double seconds, bool discontinuity = false);
   // Sections one after the other, in as few packets as possible; the last one is stuffed.
   void Sections(unsigned pid, const std::vector<Bytes> &sections);
-  // How much payload the next packet of sections has; 184 unless told otherwise. At least 2.
+  // Payload of the next packet of sections, in bytes; 184 by default, at least 2.
   std::function<std::size_t()> room = [] { return 184; };
   void Section(unsigned pid, const Bytes &section) { Sections(pid, {section}); }
   // A PES packet in packets of its own.
@@ -64,7 +64,7 @@ struct Numbers {
 Bytes LongSection(unsigned table_id, unsigned extension, const Numbers &numbers, const Bytes &body);
 
 Bytes Descriptor(unsigned tag, const Bytes &content);
-Bytes Loop(const Bytes &content, unsigned high_bits = 0xf000); // behind its length of 12 bits
+Bytes Loop(const Bytes &content, unsigned high_bits = 0xf000); // after its length of 12 bits
 
 Bytes Pat(unsigned stream_id, const std::map<unsigned, unsigned> &pids, const Numbers &numbers = {});
 struct Es {
