@@ -29,7 +29,7 @@ constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER] [OPTION]... FI
 Runs PROGRAM on a private display and plays to it the session that lumio-trace --record=FILE recorded.
 
   --speed=NUMBER  play NUMBER times as fast; decisions are the same only at speed 1
-  OPTION          an option of lumio-trace, which prints the replay
+  OPTION          an option of lumio-trace, for the trace of the replay
 )";
 
 constexpr int kUsageError = 2;

@@ -23,11 +23,11 @@ using lumio::trace::Options;
 constexpr char kUsage[] = R"(usage: lumio-trace [OPTION]... PROGRAM [ARGUMENT]...
 Runs PROGRAM and prints how its modules use liblumio-kevent, and the mistakes that they make.
 
-  --keys           show keys; without this option and --tv, show everything
-  --tv             show the TV service's notifications
+  --keys           show keys only (default: everything)
+  --tv             show the TV service's notifications only; with --keys, both
   --only=MODULE    show only this domain or module
   --dropped        of the keys, show only those that the library drops
-  --json           one JSON object per line
+  --json           write one JSON object per line
   -o FILE          write to FILE instead of standard error
   --stall=TIME     report what keeps the main loop at least this long (default: 100ms; 0: off)
   --abort          end the program at the first mistake

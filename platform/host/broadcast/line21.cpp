@@ -218,7 +218,7 @@ void Line21Decoder::PushControl(const Line21Pictures::Pair &pair, std::uint64_t 
   Obey(command, channel, index, pts);
 }
 
-// What a command means for what is told; the decoder has obeyed it already.
+// Follows the effect of a command on the captions to report. The decoder has already executed it.
 void Line21Decoder::Obey(int command, Channel &channel, int index, std::uint64_t pts) {
   switch (command) {
   case kResumeCaption:

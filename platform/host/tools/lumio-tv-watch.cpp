@@ -33,7 +33,7 @@ __attribute__((format(printf, 2, 3))) void Print(const char *kind, const char *f
   printf("%9.3f  %-9s  %s\n", static_cast<double>(broadcast::Position().count()) / 1000, kind, text);
 }
 
-// What waits for the main loop; the last one stays here when the loop ends.
+// Calls that wait for the main loop; the last one is still here when the loop ends.
 std::mutex g_waiting_mutex;
 std::list<std::function<void()>> g_waiting; // guarded by the mutex
 
@@ -48,7 +48,7 @@ void GoOn(void *) {
   }
 }
 
-// Calls `goOn` on the main loop, behind all that the library has posted there.
+// Calls `goOn` on the main loop, after everything that the library has posted there.
 void AfterTheMainLoop(std::function<void()> goOn) {
   {
     const std::lock_guard<std::mutex> lock(g_waiting_mutex);
