@@ -22,6 +22,7 @@ constexpr const char *kStorm = "1000000"; // notifications
   setenv("LUMIO_VCONF_DIR", store.c_str(), 1);
   unsetenv("LD_PRELOAD");
   std::vector<char *> words;
+  words.reserve(command.size() + 1);
   for (const std::string &word : command) {
     words.push_back(const_cast<char *>(word.c_str()));
   }

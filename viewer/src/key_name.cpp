@@ -10,7 +10,7 @@ std::string Text(const char *text) { return text ? text : ""; }
 bool IsCharacter(const std::string &text) { return text.size() == 1 && text[0] > ' ' && text[0] <= '~'; }
 
 std::string Symbol(const Ecore_Event_Key &key) {
-  const std::string name = Text(key.keyname);
+  std::string name = Text(key.keyname);
   if (name.rfind("XF86", 0) == 0) {
     return name;
   }

@@ -34,7 +34,7 @@ int g_source = 0;
 std::string QueryName(int device) {
   int count = 0;
   XIDeviceInfo *info = g_query.Get() ? g_query(g_display_get(), device, &count) : nullptr;
-  const std::string name = info && count > 0 ? info->name : "device " + std::to_string(device);
+  std::string name = info && count > 0 ? info->name : "device " + std::to_string(device);
   if (info) {
     g_free(info);
   }

@@ -9,6 +9,8 @@
 #include "session.h"
 #include "subscriptions.h"
 
+// Declared again, to be visible.
+// NOLINTBEGIN(readability-redundant-declaration)
 #pragma GCC visibility push(default)
 extern "C" {
 int eina_init(void);
@@ -17,6 +19,7 @@ int ecore_init(void);
 int ecore_shutdown(void);
 }
 #pragma GCC visibility pop
+// NOLINTEND(readability-redundant-declaration)
 
 namespace lumio::trace {
 

@@ -22,7 +22,8 @@ public:
     }
     return *this;
   }
-  template <class Value> Content &Add(const Value &value) { return Add(&value, sizeof value); }
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): of a pointer, the address counts
+  template <class Value> Content &Add(const Value &value) { return Add(&value, sizeof(Value)); }
 
   std::uint64_t Value() const { return value_; }
 

@@ -142,8 +142,8 @@ extern "C" __attribute__((visibility("default"))) int prctl(int option, ...) {
     value = va_arg(arguments, unsigned long);
   }
   va_end(arguments);
-  if (option == kTraceMark && values[0] != 0 &&
-      strcmp(reinterpret_cast<const char *>(values[0]), "[lumio] end _key_cb") == 0) {
+  const auto *mark = reinterpret_cast<const char *>(values[0]); // NOLINT(performance-no-int-to-ptr): prctl's arguments
+  if (option == kTraceMark && mark && strcmp(mark, "[lumio] end _key_cb") == 0) {
     NoteWalkEnded();
   }
   return g_prctl(option, values[0], values[1], values[2], values[3]);

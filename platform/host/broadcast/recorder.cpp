@@ -66,16 +66,17 @@ void Recorder::OnSection(std::uint16_t pid, const Section &section) {
   }
   const std::uint8_t table_id = section.TableId();
   if (pid == kPatPid && table_id == kPatId) {
-    OnPat(section);
-  } else if (pmt_pid_ == kNullPid) {
-    return; // not before the PAT
-  } else if (pid == kSdtPid && table_id == kSdtActualId) {
+    return OnPat(section);
+  }
+  if (pmt_pid_ == kNullPid) {
+    return; // the PAT comes first
+  }
+  const bool is_own = section.Extension() == service_;
+  if (pid == kSdtPid && table_id == kSdtActualId) {
     OnSdt(section);
-  } else if (section.Extension() != service_) {
-    return;
-  } else if (pid == pmt_pid_ && table_id == kPmtId) {
+  } else if (is_own && pid == pmt_pid_ && table_id == kPmtId) {
     OnPmt(section);
-  } else if (pid == kEitPid && IsOwnEit(table_id)) {
+  } else if (is_own && pid == kEitPid && IsOwnEit(table_id)) {
     WriteSection(pid, section.Raw().data());
   }
 }

@@ -146,7 +146,8 @@ void Screen::ShowChannel() {
 void Screen::ShowProgress() {
   const std::int64_t duration = programme_.end - programme_.start;
   const std::int64_t passed = clock_.Now() - programme_.start;
-  SetLevel(theme_, "channel:progress.level", duration > 0 ? static_cast<double>(passed) / duration : 0, 0);
+  SetLevel(theme_, "channel:progress.level",
+           duration > 0 ? static_cast<double>(passed) / static_cast<double>(duration) : 0, 0);
   Write("time", duration > 0 ? HourAndMinute(programme_.start) + " \xe2\x80\x93 " + HourAndMinute(programme_.end) : "");
 }
 

@@ -82,7 +82,7 @@ PictureEncoder::PictureEncoder(const Settings &settings, Sink sink)
   context_->framerate = {kFramesPerSecond, 1};
   context_->sample_aspect_ratio = {16 * settings.height, 9 * settings.width};
   context_->bit_rate = settings.bit_rate;
-  context_->rc_max_rate = 2 * settings.bit_rate;
+  context_->rc_max_rate = std::int64_t{2} * settings.bit_rate;
   context_->rc_buffer_size = settings.bit_rate;
   context_->gop_size = kFramesPerSecond;
   context_->max_b_frames = 2;

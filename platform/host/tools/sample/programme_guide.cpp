@@ -4,7 +4,7 @@
 #include <string>
 
 namespace lumio::sample {
-using ts::operator+;
+using namespace ts; // for operator+
 
 namespace {
 
@@ -24,7 +24,7 @@ ts::Bytes EncodedText(const std::string &text) {
 ts::Event ProgrammeAt(const Service &service, std::int64_t start) {
   const auto number = static_cast<size_t>((start - service.first) / kHour);
   const std::string title = service.titles[number % service.titles.size()];
-  return {static_cast<unsigned>(service.id * 100 + number), ts::Time(kMidnight + start),
+  return {service.id * 100 + static_cast<unsigned>(number), ts::Time(kMidnight + start),
           ts::Duration(static_cast<unsigned>(kHour)), EncodedText(title),
           EncodedText("\"" + title + "\" on " + service.name + ".")};
 }

@@ -11,7 +11,7 @@
 #include "programme_guide.h"
 
 namespace lumio::sample {
-using ts::operator+;
+using namespace ts; // for operator+
 
 namespace {
 
@@ -98,8 +98,8 @@ ts::Bytes SecondPmt() {
 // Sends the sections every `interval` seconds while the table is as `from` to `to` says.
 void Repeat(Multiplex &multiplex, unsigned pid, const std::vector<ts::Bytes> &sections, double interval,
             double from = 0, double to = kLength) {
-  for (double at = from; at < to; at += interval) {
-    multiplex.At(at, [=](ts::Stream &stream) { stream.Sections(pid, sections); });
+  for (int i = 0; from + i * interval < to; ++i) {
+    multiplex.At(from + i * interval, [=](ts::Stream &stream) { stream.Sections(pid, sections); });
   }
 }
 
@@ -249,8 +249,9 @@ std::vector<ts::Bytes> SubtitlePages(const char *english, const char *german) {
 }
 
 void AddTeletext(Multiplex &multiplex) {
-  for (double at = 0.5; at < kPictures; at += 3) {
-    SendTeletext(multiplex, at,
+  constexpr double kFirst = 0.5, kInterval = 3; // seconds
+  for (int i = 0; kFirst + i * kInterval < kPictures; ++i) {
+    SendTeletext(multiplex, kFirst + i * kInterval,
                  {ts::TeletextHeader(kIndexPage), ts::TeletextRow(kIndexPage, 2, "LUMIO TEXT", false),
                   ts::TeletextRow(kIndexPage, 4, "888  Subtitles in English", false),
                   ts::TeletextRow(kIndexPage, 5, "889  Untertitel auf Deutsch", false), ts::TeletextHeader(0x1ff)});
@@ -274,7 +275,7 @@ void SendCarousel(Multiplex &multiplex, unsigned version, double from, double to
   const std::vector<ts::Module> modules = {{1, version, ts::Text(text)}, {2, 0, pattern}};
   std::vector<ts::Bytes> sections = {ts::Dii(kDownload, kBlock, modules, version)};
   for (const ts::Module &module : modules) {
-    for (unsigned block = 0; block * kBlock < module.data.size(); ++block) {
+    for (unsigned block = 0; std::size_t{block} * kBlock < module.data.size(); ++block) {
       sections.push_back(ts::Ddb(kDownload, kBlock, module, block));
     }
   }
