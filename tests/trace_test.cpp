@@ -156,6 +156,7 @@ TEST(Trace, TellsTheStateAtTheEnd) {
 }
 
 // A handler that does not return is what one wants to know the state of.
+#ifndef __SANITIZE_THREAD__ // it holds a signal back until the program makes a system call
 TEST(Trace, TellsTheStateOnASignalWhileAHandlerHangs) {
   const lumio::TemporaryDirectory directory;
   lumio::Program program({LUMIO_TRACE, "-o", "/dev/stdout", kPrograms + "/trace-modules", "hang"},
@@ -170,6 +171,7 @@ TEST(Trace, TellsTheStateOnASignalWhileAHandlerHangs) {
   }
   EXPECT_EQ(program.Wait(Never()), 0);
 }
+#endif
 
 // --- Programs do not notice ------------------------------------------------------------------------------------------
 
@@ -403,7 +405,9 @@ constexpr WrongUse kWrongUses[] = {
     {"banner-no-data", "lumio_banner_state_cb_add(data = null), ", "pass memory from malloc()"},
     {"banner-static", "lumio_banner_state_cb_add(data = 0x", "this is a static variable"},
     {"banner-stack", "lumio_banner_state_cb_add(data = 0x", "this is on the stack"},
+#ifndef __SANITIZE_THREAD__ // it ends the program when the library frees the data
     {"banner-inside", "lumio_banner_state_cb_add(data = 0x", "this is not what malloc() returned"},
+#endif
     {"banner-delete-foreign", "lumio_banner_state_cb_del(cb = OnBanner (trace-modules)), ",
      "not registered for banner 3"},
     {"banner-thread", "lumio_set_banner_state, ", "called off the main-loop thread"},
@@ -455,7 +459,7 @@ INSTANTIATE_TEST_SUITE_P(Each, TraceMistake, testing::ValuesIn(kWrongUses), [](c
   return name;
 });
 
-#ifndef __SANITIZE_ADDRESS__ // it replaces free() and tells of these itself
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // it replaces free() and tells of these itself
 TEST(TraceMistakes, AreFreeingWhatTheLibraryFrees) {
   EXPECT_THAT(RunModules("banner-freed-again").trace,
               AllOf(HasSubstr(" MISTAKE  free(data = 0x"), HasSubstr("called by BannerFreedAgain (trace-modules)\n"),

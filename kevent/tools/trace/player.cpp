@@ -215,22 +215,24 @@ int PlayOwn(const RecordedEvent &) { return 1; }
 
 // Returns how many events the program will reach.
 int Play(const RecordedEvent &event) {
-  static const std::map<std::string, int (*)(const RecordedEvent &)> kinds = {{"press", PlayKey},
-                                                                              {"release", PlayKey},
-                                                                              {"plug", PlayPlug},
-                                                                              {"unplug", PlayPlug},
-                                                                              {"signal", PlaySignal},
-                                                                              {"program", PlayProgram},
-                                                                              {"section", PlaySection},
-                                                                              {"pes", PlayPes},
-                                                                              {"caption", PlayCaption},
-                                                                              {"dsm", PlayDsm},
-                                                                              {"pvr-result", PlayPvrResult},
-                                                                              {"pvr-state", PlayPvrState},
-                                                                              {"silence", PlaySilence},
-                                                                              {"end", PlayNothing},
-                                                                              {"banner", PlayOwn},
-                                                                              {"state", PlayOwn}};
+  using Kinds = std::map<std::string, int (*)(const RecordedEvent &)>;
+  // never destroyed: a thread may play until the process ends
+  static const Kinds &kinds = *new Kinds{{"press", PlayKey},
+                                         {"release", PlayKey},
+                                         {"plug", PlayPlug},
+                                         {"unplug", PlayPlug},
+                                         {"signal", PlaySignal},
+                                         {"program", PlayProgram},
+                                         {"section", PlaySection},
+                                         {"pes", PlayPes},
+                                         {"caption", PlayCaption},
+                                         {"dsm", PlayDsm},
+                                         {"pvr-result", PlayPvrResult},
+                                         {"pvr-state", PlayPvrState},
+                                         {"silence", PlaySilence},
+                                         {"end", PlayNothing},
+                                         {"banner", PlayOwn},
+                                         {"state", PlayOwn}};
   const auto found = kinds.find(event.kind);
   if (found == kinds.end()) {
     throw std::runtime_error("the recording has an event of the unknown kind '" + event.kind + "'");
@@ -344,16 +346,17 @@ void NoteReplayIdle() {
 }
 
 int NoteRequest(const char *call) {
-  static const std::map<std::string, tv::Operation> operations = {
-      {"signal", tv::Operation::SubscribeSignal},
-      {"program", tv::Operation::SubscribeProgram},
-      {"program list pf", tv::Operation::SubscribeProgramListPF},
-      {"program list", tv::Operation::SubscribeProgramList},
-      {"section", tv::Operation::SubscribeSectionByCriteria},
-      {"section filter", tv::Operation::SubscribeSectionByFilter},
-      {"pes", tv::Operation::SubscribePES},
-      {"caption", tv::Operation::SubscribeCaption},
-      {"dsm", tv::Operation::AttachDsm}};
+  using Operations = std::map<std::string, tv::Operation>;
+  // never destroyed: modules subscribe as late as at exit
+  static const Operations &operations = *new Operations{{"signal", tv::Operation::SubscribeSignal},
+                                                        {"program", tv::Operation::SubscribeProgram},
+                                                        {"program list pf", tv::Operation::SubscribeProgramListPF},
+                                                        {"program list", tv::Operation::SubscribeProgramList},
+                                                        {"section", tv::Operation::SubscribeSectionByCriteria},
+                                                        {"section filter", tv::Operation::SubscribeSectionByFilter},
+                                                        {"pes", tv::Operation::SubscribePES},
+                                                        {"caption", tv::Operation::SubscribeCaption},
+                                                        {"dsm", tv::Operation::AttachDsm}};
   static auto &numbers = *new std::map<std::string, int>; // never destroyed: modules subscribe as late as at exit
   int number = 0;
   {
