@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -18,11 +19,13 @@ struct sigaction g_ecores[kSignals.size()]; // what Ecore does with them
 
 // Runs as a signal handler: passes the signal to Ecore, and sets an alarm in case the main loop is busy.
 void Asked(int number, siginfo_t *info, void *context) {
+  const int error = errno; // the interrupted code may be about to read it
   setitimer(ITIMER_REAL, &kBusyLimit, nullptr);
   const struct sigaction &ecores = g_ecores[number == SIGINT ? 0 : 1];
   if (ecores.sa_flags & SA_SIGINFO) {
     ecores.sa_sigaction(number, info, context);
   }
+  errno = error;
 }
 
 void Rang(int) {
