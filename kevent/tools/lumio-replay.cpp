@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "options.h"
-#include "recording.h"
 #include "temporary_directory.h"
+#include "trace/options.h"
+#include "trace/recording.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <sstream>
 #include <string>
 
-#include "needed.h"
-#include "options.h"
+#include "trace/needed.h"
+#include "trace/options.h"
 
 namespace {
 
