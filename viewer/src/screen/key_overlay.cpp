@@ -19,7 +19,6 @@ void SetState(Evas_Object *row, const std::string &kind, const std::string &outc
   const bool taken = outcome.rfind("taken by ", 0) == 0;
   edje_object_signal_emit(row, kind.c_str(), "kind");
   edje_object_signal_emit(row, !taken ? "dropped" : outcome == kTakenByNobody ? "nobody" : "taken", "outcome");
-  edje_object_message_signal_process(row);
 }
 
 } // namespace
@@ -72,6 +71,7 @@ void KeyOverlay::Write() {
   for (size_t row = 0; !written_ && row < lines_.size(); ++row) {
     WriteRow(row, lines_[row]);
   }
+  edje_message_signal_process();
   written_ = true;
 }
 

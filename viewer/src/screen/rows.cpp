@@ -15,6 +15,6 @@ Rows::Rows(const Canvas &canvas, const char *box, const char *group, size_t coun
 void Rows::SetCursor(size_t cursor) const {
   for (size_t i = 0; i < rows_.size(); ++i) {
     edje_object_signal_emit(rows_[i], i == cursor ? "here" : "away", "cursor");
-    edje_object_message_signal_process(rows_[i]);
   }
+  edje_message_signal_process();
 }

@@ -124,9 +124,10 @@ void Screen::SetShown(const std::string &item, bool shown) {
   Signal(shown ? "show" : "hide", item);
 }
 
+// Edje passes signals on to the objects inside the theme, too. It would collect those until the main loop is idle.
 void Screen::Signal(const std::string &signal, const std::string &item) {
   edje_object_signal_emit(theme_, signal.c_str(), item.c_str());
-  edje_object_message_signal_process(theme_);
+  edje_message_signal_process();
 }
 
 // Items whose text is a state that the theme draws.
