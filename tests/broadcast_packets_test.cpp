@@ -163,6 +163,42 @@ TEST(PacketReader, ReadsMoreThanItsBuffer) {
   }
 }
 
+TEST(PacketReader, ReadsAhead) {
+  ts::Stream stream;
+  for (int i = 0; i < 300; ++i) {
+    stream.Packet(0x100, ts::Bytes(184, static_cast<std::uint8_t>(i)));
+  }
+  for (const std::size_t block : {2048, 1880, 100'000}) { // blocks that end in a packet, with one, and with the stream
+    MemorySource source{Bytes(stream.bytes)};
+    PacketReader reader(source, block, true);
+    for (int round = 0; round < 2; ++round) {
+      for (int i = 0; i < 300; ++i) {
+        const std::uint8_t *packet = reader.Next();
+        ASSERT_TRUE(packet);
+        ASSERT_EQ(packet[187], i & 0xff);
+      }
+      EXPECT_FALSE(reader.Next());
+      EXPECT_FALSE(reader.Next());
+      EXPECT_TRUE(reader.Rewind());
+    }
+    EXPECT_TRUE(reader.Next()); // and it may be dropped before the end
+  }
+}
+
+TEST(PacketReader, ReadsRuns) {
+  ts::Stream stream = Numbered(600);
+  stream.bytes[400 * 188] = 0x00;
+  MemorySource source{Bytes(stream.bytes)};
+  PacketReader reader(source, 300 * 188);
+  std::vector<std::size_t> counts;
+  for (PacketRun run = reader.NextRun(); run.count > 0; run = reader.NextRun()) {
+    EXPECT_EQ(run.stride, 188U);
+    counts.push_back(run.count);
+  }
+  EXPECT_THAT(counts, testing::ElementsAre(256, 44, 100, 199));
+  EXPECT_EQ(reader.SyncLosses(), 1U);
+}
+
 TEST(ByteSource, TellsWhyAFileCannotBeRead) {
   EXPECT_EQ(FileSource().Open("/nonexistent/stream.ts"), ENOENT);
   EXPECT_EQ(FileSource().Open("/tmp"), EISDIR);
@@ -201,6 +237,18 @@ TEST(Continuity, AllowsARepetitionOnce) {
   }
   stream.Packet(0x100, ts::Bytes(184, 9));
   EXPECT_THAT(CheckAll(stream), testing::ElementsAre(kFollows, Continuity::kRepeats, Continuity::kBroken, kFollows));
+}
+
+TEST(Continuity, ComparesWithAPacketThatIsNoLongerThere) {
+  ts::Stream stream = Numbered(1);
+  stream.Skip(0x100, -1);
+  stream.Packet(0x100, ts::Bytes(184, 0));
+  ContinuityCounter counter;
+  ts::Bytes packet(stream.bytes.begin(), stream.bytes.begin() + 188);
+  EXPECT_EQ(counter.Check(Packet(packet.data())), kFollows);
+  counter.Keep();
+  packet.assign(188, 0xee);
+  EXPECT_EQ(counter.Check(Packet(&stream.bytes[188])), Continuity::kRepeats);
 }
 
 TEST(Continuity, DoesNotTakeAnotherPacketForARepetition) {

@@ -260,6 +260,9 @@ TEST_F(BroadcastPlayer, LoopsWithoutErrors) {
 TEST_F(BroadcastPlayer, PassesTimeInAStreamWithoutClock) {
   ts::Stream stream;
   AddTables(stream);
+  for (int i = 0; i < 3000; ++i) {
+    stream.Null();
+  }
   broadcast::Options options;
   options.clock = broadcast::Clock::Virtual;
   ASSERT_TRUE(broadcast::Open(Write(stream), options));

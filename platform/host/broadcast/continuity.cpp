@@ -4,29 +4,37 @@
 
 namespace lumio::broadcast {
 
-Continuity ContinuityCounter::Check(const Packet &packet) {
+Continuity ContinuityCounter::CheckOther(const Packet &packet) {
   if (!packet.HasPayload()) { // does not change the counter
-    known_ = known_ && !packet.IsDiscontinuous();
+    next_ = packet.IsDiscontinuous() ? kUnknown : next_;
     return Continuity::kFollows;
   }
-  const std::uint8_t counter = packet.Counter();
   Continuity result = Continuity::kFollows;
-  if (known_ && counter != ((last_ + 1) & 0xf)) {
-    const Bytes payload = packet.Payload();
-    const Bytes last = Packet(last_packet_.data()).Payload();
-    const bool same = counter == last_ && payload.size() == last.size() &&
-                      std::memcmp(payload.data(), last.data(), payload.size()) == 0;
-    if (same && !repeated_ && !packet.IsDiscontinuous()) {
+  if (next_ != kUnknown) {
+    if (IsRepetition(packet)) {
       repeated_ = true;
       return Continuity::kRepeats;
     }
     result = packet.IsDiscontinuous() ? Continuity::kJumps : Continuity::kBroken;
   }
-  known_ = true;
-  repeated_ = false;
-  last_ = counter;
-  std::memcpy(last_packet_.data(), packet.Raw(), kPacketSize);
+  Take(packet);
   return result;
+}
+
+bool ContinuityCounter::IsRepetition(const Packet &packet) const {
+  if (repeated_ || packet.IsDiscontinuous() || ((packet.Counter() + 1) & 0xf) != next_) {
+    return false;
+  }
+  const Bytes payload = packet.Payload();
+  const Bytes last = Packet(last_).Payload();
+  return payload.size() == last.size() && std::memcmp(payload.data(), last.data(), payload.size()) == 0;
+}
+
+void ContinuityCounter::Keep() {
+  if (next_ != kUnknown && last_ != kept_.data()) {
+    std::memcpy(kept_.data(), last_, kPacketSize);
+    last_ = kept_.data();
+  }
 }
 
 } // namespace lumio::broadcast

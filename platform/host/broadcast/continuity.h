@@ -16,18 +16,39 @@ enum class Continuity {
   kBroken,  // not the next one: packets are missing
 };
 
+// It looks at packets that are neither null nor marked as erroneous. It refers to the last one, which stays valid until
+// `Keep`: copying each packet would cost more than checking it.
 class ContinuityCounter {
 public:
-  // Looks at a packet that is neither null nor marked as erroneous.
-  Continuity Check(const Packet &packet);
+  Continuity Check(const Packet &packet) { return Follows(packet) ? Continuity::kFollows : CheckOther(packet); }
+  // Whether the packet has payload and follows another one. If not, it is still to be checked.
+  bool Follows(const Packet &packet) {
+    if (packet.Counter() != next_ || !packet.HasPayload()) {
+      return false;
+    }
+    Take(packet);
+    return true;
+  }
+  // Copies the last packet.
+  void Keep();
   // Treats the next packet as the first one.
-  void Forget() { known_ = false; }
+  void Forget() { next_ = kUnknown; }
 
 private:
-  bool known_ = false;
+  Continuity CheckOther(const Packet &packet);
+  bool IsRepetition(const Packet &packet) const;
+  void Take(const Packet &packet) {
+    next_ = (packet.Counter() + 1) & 0xf;
+    repeated_ = false;
+    last_ = packet.Raw();
+  }
+
+  static constexpr std::uint8_t kUnknown = 0xff;
+
+  std::uint8_t next_ = kUnknown; // the counter that follows
   bool repeated_ = false;
-  std::uint8_t last_ = 0;
-  std::array<std::uint8_t, kPacketSize> last_packet_;
+  const std::uint8_t *last_ = nullptr;
+  std::array<std::uint8_t, kPacketSize> kept_;
 };
 
 } // namespace lumio::broadcast

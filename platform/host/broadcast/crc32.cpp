@@ -1,6 +1,8 @@
 #include "crc32.h"
 
 #include <array>
+#include <tuple>
+#include <utility>
 
 namespace lumio::broadcast {
 
@@ -8,8 +10,9 @@ namespace {
 
 constexpr std::uint32_t kPolynomial = 0x04c11db7; // most significant bit first
 
-// Table k gives the effect of a byte on the checksum if k bytes follow it, so that eight bytes are processed at once.
-using Tables = std::array<std::array<std::uint32_t, 256>, 8>;
+// Table k gives the effect of a byte on the checksum if k bytes follow it, so that sixteen bytes are processed at
+// once.
+using Tables = std::array<std::array<std::uint32_t, 256>, 16>;
 
 constexpr Tables MakeTables() {
   Tables tables{};
@@ -31,19 +34,25 @@ constexpr Tables MakeTables() {
 
 constexpr Tables kTables = MakeTables();
 
+constexpr std::size_t kStep = std::tuple_size_v<Tables>;
+
+// The effect of all bytes of a step but the first four.
+template <std::size_t... I> std::uint32_t EffectOfRest(const std::uint8_t *step, std::index_sequence<I...>) {
+  return (kTables[kStep - 5 - I][step[4 + I]] ^ ...);
+}
+
 } // namespace
 
 std::uint32_t Crc32(Bytes bytes) {
   std::uint32_t crc = 0xffffffff;
-  std::size_t i = 0;
-  for (; i + 8 <= bytes.size(); i += 8) {
-    const std::uint32_t first = crc ^ bytes.Get32(i);
-    crc = kTables[7][first >> 24] ^ kTables[6][first >> 16 & 0xff] ^ kTables[5][first >> 8 & 0xff] ^
-          kTables[4][first & 0xff] ^ kTables[3][bytes[i + 4]] ^ kTables[2][bytes[i + 5]] ^ kTables[1][bytes[i + 6]] ^
-          kTables[0][bytes[i + 7]];
+  for (; bytes.size() >= kStep; bytes = bytes.From(kStep)) {
+    const std::uint32_t first = crc ^ bytes.Get32(0);
+    crc = kTables[kStep - 1][first >> 24] ^ kTables[kStep - 2][first >> 16 & 0xff] ^
+          kTables[kStep - 3][first >> 8 & 0xff] ^ kTables[kStep - 4][first & 0xff] ^
+          EffectOfRest(bytes.data(), std::make_index_sequence<kStep - 4>());
   }
-  for (; i < bytes.size(); ++i) {
-    crc = (crc << 8) ^ kTables[0][(crc >> 24) ^ bytes[i]];
+  for (const std::uint8_t byte : bytes) {
+    crc = (crc << 8) ^ kTables[0][(crc >> 24) ^ byte];
   }
   return crc;
 }

@@ -12,8 +12,27 @@ Demultiplexer::Pid &Demultiplexer::Of(std::uint16_t pid) {
   return *entry;
 }
 
-void Demultiplexer::Push(const Packet &packet) {
-  ++counts_.packets;
+void Demultiplexer::PushRun(const PacketRun &run) {
+  counts_.packets += run.count;
+  const std::uint8_t *raw = run.first;
+  for (std::size_t i = 0; i < run.count; ++i, raw += run.stride) {
+    const Packet packet(raw);
+    Pid *pid = pids_[packet.Pid()].get();
+    // Nearly every packet is clear and follows the one before.
+    if (pid && pid->is_in_run && !pid->is_scrambled && packet.IsPlain() && pid->continuity.Follows(packet)) {
+      PushPayload(packet.Pid(), *pid, packet);
+    } else {
+      PushOther(packet);
+    }
+  }
+  for (Pid *pid : in_run_) {
+    pid->continuity.Keep();
+    pid->is_in_run = false;
+  }
+  in_run_.clear();
+}
+
+void Demultiplexer::PushOther(const Packet &packet) {
   if (packet.IsErroneous()) { // even its PID may be wrong
     ++counts_.transport_errors;
     return;
@@ -23,8 +42,13 @@ void Demultiplexer::Push(const Packet &packet) {
     return;
   }
   Pid &pid = Of(number);
-  scrambled_[number].last = packet.IsScrambled();
-  scrambled_[number].any |= packet.IsScrambled();
+  if (!pid.is_in_run) {
+    pid.is_in_run = true;
+    in_run_.push_back(&pid);
+  }
+  pid.was_seen = true;
+  pid.is_scrambled = packet.IsScrambled();
+  pid.was_scrambled |= packet.IsScrambled();
   switch (pid.continuity.Check(packet)) {
   case Continuity::kRepeats:
     return;
@@ -46,6 +70,9 @@ void Demultiplexer::Push(const Packet &packet) {
 }
 
 void Demultiplexer::PushPayload(std::uint16_t number, Pid &pid, const Packet &packet) {
+  if (!pid.wants_sections && !pid.wants_pes) {
+    return;
+  }
   if (pid.wants_sections) {
     if (!pid.sections) {
       pid.sections = std::make_unique<SectionAssembler>(budget_);

@@ -34,7 +34,9 @@ public:
   Demultiplexer(const Demultiplexer &) = delete;
   Demultiplexer &operator=(const Demultiplexer &) = delete;
 
-  void Push(const Packet &packet);
+  void Push(const Packet &packet) { PushRun({packet.Raw(), 1, kPacketSize}); }
+  // Takes packets that lie one after the other.
+  void PushRun(const PacketRun &run);
   // Call it when the stream ends: packets of unknown length are then complete.
   void End();
   // Call it when another stream follows, or the same one from another position. Forgets counters and unfinished data.
@@ -48,25 +50,26 @@ public:
   std::uint64_t DroppedPes() const;
 
   // Whether any packet of the PID so far was scrambled, and whether the last one was.
-  bool WasScrambled(std::uint16_t pid) const { return scrambled_[pid].any; }
-  bool IsScrambled(std::uint16_t pid) const { return scrambled_[pid].last; }
+  bool WasScrambled(std::uint16_t pid) const { return pids_[pid] && pids_[pid]->was_scrambled; }
+  bool IsScrambled(std::uint16_t pid) const { return pids_[pid] && pids_[pid]->is_scrambled; }
   // Whether a packet of the PID was seen.
-  bool WasSeen(std::uint16_t pid) const { return pids_[pid] != nullptr; }
+  bool WasSeen(std::uint16_t pid) const { return pids_[pid] && pids_[pid]->was_seen; }
 
 private:
   struct Pid {
     ContinuityCounter continuity;
     bool wants_sections = false;
     bool wants_pes = false;
+    bool was_seen = false;
+    bool was_scrambled = false; // any packet
+    bool is_scrambled = false;  // the last one
+    bool is_in_run = false;
     std::unique_ptr<SectionAssembler> sections; // created with the first packet
     std::unique_ptr<PesAssembler> pes;          // the same
   };
-  struct Scrambled {
-    bool any = false;
-    bool last = false;
-  };
 
   Pid &Of(std::uint16_t pid);
+  void PushOther(const Packet &packet);
   void PushPayload(std::uint16_t number, Pid &pid, const Packet &packet);
   void DropBegun(Pid &pid);
   void Retire(Pid &pid);
@@ -76,7 +79,7 @@ private:
   PacketCounts counts_;
   std::uint64_t dropped_pes_ = 0; // of assemblers that no longer exist
   std::array<std::unique_ptr<Pid>, kPids> pids_;
-  std::array<Scrambled, kPids> scrambled_{};
+  std::vector<Pid *> in_run_;                                       // whose last packet lies in the run
   std::vector<std::unique_ptr<SectionAssembler>> retired_sections_; // a listener may retire its own caller
   std::vector<std::unique_ptr<PesAssembler>> retired_pes_;
 

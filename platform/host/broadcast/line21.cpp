@@ -14,9 +14,11 @@ constexpr std::uint8_t kMpeg1Video = 0x01;
 constexpr std::uint8_t kMpeg2Video = 0x02;
 constexpr std::uint8_t kH264Video = 0x1b;
 
-// The marks in front of the caption bytes in the user data of a picture. Neither can be part of the picture itself.
-constexpr std::string_view kMpeg2Mark("\0\0\1\xb2GA94\3", 9);
-constexpr std::string_view kH264Mark("\xb5\0\x31GA94\3", 8);
+// What stands in front of the caption bytes in the user data of a picture: bytes that depend on the kind of video, then
+// the mark. Neither can be part of the picture itself.
+constexpr std::string_view kMpeg2User("\0\0\1\xb2", 4);
+constexpr std::string_view kH264User("\xb5\0\x31", 3);
+constexpr std::string_view kMark("GA94\3", 5);
 constexpr std::string_view kEmulation("\0\0\3", 3); // keeps H.264 from seeing a start code
 constexpr std::string_view kPictureStart("\0\0\1\0", 4);
 constexpr std::string_view kSequenceStart("\0\0\1\xb3", 4);
@@ -41,9 +43,19 @@ constexpr std::int64_t kPtsCycle = std::int64_t{1} << 33;
 // Duration of a frame by the sequence header's frame_rate_code, in units of 90 kHz.
 constexpr unsigned kFrameDurations[] = {0, 3754, 3750, 3600, 3003, 3000, 1800, 1502, 1500};
 
-std::size_t Find(Bytes in, std::string_view mark) {
-  const void *found = in.empty() ? nullptr : memmem(in.data(), in.size(), mark.data(), mark.size());
-  return found ? static_cast<std::size_t>(static_cast<const std::uint8_t *>(found) - in.data()) : in.size();
+std::string_view AsText(Bytes bytes) { return {reinterpret_cast<const char *>(bytes.data()), bytes.size()}; }
+
+std::size_t Find(Bytes in, std::string_view mark) { return std::min(AsText(in).find(mark), in.size()); }
+
+// Returns where the caption bytes of the next picture start, from `start` on; the size if there are none.
+std::size_t FindUserData(Bytes in, std::size_t start, std::string_view user) {
+  const std::string_view text = AsText(in);
+  for (std::size_t i = text.find(kMark, start); i < text.size(); i = text.find(kMark, i + 1)) {
+    if (i >= start + user.size() && text.compare(i - user.size(), user.size(), user) == 0) {
+      return i + kMark.size();
+    }
+  }
+  return in.size();
 }
 
 // Returns the bytes after a mark, without the emulation prevention bytes of H.264.
@@ -69,6 +81,7 @@ std::vector<Line21Pictures::Pair> ParsePairs(Bytes data, const std::array<bool, 
   }
   const int count = data[0] & 0x1f;
   data = data.From(2);
+  pairs.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count && data.size() >= 3; ++i, data = data.From(3)) {
     const bool valid = (data[0] & 4) != 0;
     const int type = data[0] & 3;
@@ -119,15 +132,13 @@ void Line21Pictures::Add(const PesPacket &packet) {
     decoded_ = last_ = Unwrap(packet.dts);
   }
   const std::int64_t display = packet.pts == kNoTime ? last_ : Unwrap(packet.pts);
-  const std::string_view mark = is_h264_ ? kH264Mark : kMpeg2Mark;
+  const std::string_view user = is_h264_ ? kH264User : kMpeg2User;
   std::size_t start = 0;
   for (;;) {
-    const Bytes rest = packet.payload.From(start);
-    const std::size_t found = Find(rest, mark);
-    if (found == rest.size()) {
+    start = FindUserData(packet.payload, start, user);
+    if (start == packet.payload.size()) {
       return;
     }
-    start += found + mark.size();
     const std::size_t longest = 2 + 31 * 3; // and as many again for emulation prevention bytes
     const Bytes data = packet.payload.From(start).First(2 * longest);
     const bool is_emulated = is_h264_ && Find(data, kEmulation) < data.size();

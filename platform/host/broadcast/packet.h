@@ -19,6 +19,8 @@ public:
 
   std::uint16_t Pid() const { return ts_get_pid(packet_); }
   bool IsErroneous() const { return ts_get_transporterror(packet_); }
+  // Neither erroneous nor scrambled.
+  bool IsPlain() const { return !IsErroneous() && !IsScrambled(); }
   bool IsUnitStart() const { return ts_get_unitstart(packet_); }
   bool IsScrambled() const { return ts_get_scrambling(packet_) != 0; }
   std::uint8_t Counter() const { return ts_get_cc(packet_); }

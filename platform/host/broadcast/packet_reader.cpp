@@ -10,12 +10,14 @@ constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
 constexpr int kSure = 5; // sync bytes in a row that determine the packet size
 constexpr std::size_t kShort = kSure * kLongestStride;
+static_assert(kShort <= BlockReader::kRoom);
 constexpr int kLikely = 2;    // the same in front of a position that is sure
 constexpr int kConfident = 3; // sync bytes in a row that determine the position once the size is known
 
 } // namespace
 
-PacketReader::PacketReader(ByteSource &source, std::size_t buffer_size) : source_(source), buffer_(buffer_size) {}
+PacketReader::PacketReader(ByteSource &source, std::size_t block_size, bool ahead)
+    : block_size_(block_size), blocks_(source, block_size, ahead) {}
 
 // Whether `count` bytes are available from the position on.
 bool PacketReader::Have(std::size_t count) {
@@ -26,15 +28,15 @@ bool PacketReader::Have(std::size_t count) {
     return false;
   }
   const std::size_t kept = position_ < end_ ? end_ - position_ : 0;
-  const std::size_t beyond = position_ - (end_ - kept);
-  std::memmove(buffer_.data(), buffer_.data() + end_ - kept, kept);
-  end_ = kept;
-  position_ = kept > 0 ? 0 : beyond;
-  while (end_ < buffer_.size() && !source_ended_) {
-    const std::size_t read = source_.Read(&buffer_[end_], buffer_.size() - end_);
-    source_ended_ = read == 0;
-    end_ += read;
+  const BlockReader::Block block = blocks_.Next();
+  std::uint8_t *start = block.data - kept;
+  if (kept > 0) {
+    std::memcpy(start, &buffer_[position_], kept);
   }
+  position_ -= end_ - kept;
+  buffer_ = start;
+  end_ = kept + block.size;
+  source_ended_ = block.size < block_size_;
   return position_ + count <= end_;
 }
 
@@ -96,7 +98,7 @@ bool PacketReader::FindPacket() {
       position_ = end_;
       continue;
     }
-    position_ = static_cast<std::size_t>(static_cast<const std::uint8_t *>(sync) - buffer_.data());
+    position_ = static_cast<std::size_t>(static_cast<const std::uint8_t *>(sync) - buffer_);
     if (!Have(kConfident * stride_) && position_ + kPacketSize > end_) {
       break;
     }
@@ -111,7 +113,7 @@ bool PacketReader::FindPacket() {
 
 // Finds the first packet. There may be packets before the position that determined the stride, if some are damaged.
 bool PacketReader::FindFirst() {
-  Have(buffer_.size());
+  Have(block_size_);
   if (!FindStride() && !FindLongest()) {
     return false;
   }
@@ -141,16 +143,23 @@ const std::uint8_t *PacketReader::NextSlowly() {
       return nullptr;
     }
   }
-  const std::uint8_t *packet = &buffer_[position_];
-  position_ += stride_;
-  return packet;
+  return Take();
+}
+
+PacketRun PacketReader::NextRun() {
+  const std::uint8_t *first = Next();
+  PacketRun run{first, first ? 1U : 0U, stride_};
+  for (; first && run.count < kLongestRun && IsPacket(); ++run.count) {
+    Take();
+  }
+  return run;
 }
 
 bool PacketReader::Rewind() {
   position_ = end_ = 0;
   source_ended_ = false;
   stride_ = 0;
-  return source_.Rewind();
+  return blocks_.Rewind();
 }
 
 } // namespace lumio::broadcast

@@ -2,30 +2,33 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
-#include "byte_source.h"
+#include "block_reader.h"
 
 namespace lumio::broadcast {
 
 constexpr std::size_t kPacketSize = 188; // without the bytes before or after a packet
 constexpr std::uint8_t kSyncByte = 0x47;
-constexpr std::size_t kBufferSize = std::size_t{256} << 10;
+constexpr std::size_t kBlockSize = std::size_t{256} << 10;
+constexpr std::size_t kLongestRun = 256; // packets: their headers stay in the processor's cache
+
+// Packets that lie one after the other.
+struct PacketRun {
+  const std::uint8_t *first;
+  std::size_t count;
+  std::size_t stride; // from one to the next
+};
 
 class PacketReader {
 public:
-  // The buffer has room for several packets; a larger one makes reading faster.
-  explicit PacketReader(ByteSource &source, std::size_t buffer_size = kBufferSize);
+  // A block has room for several packets; larger ones make reading faster. `ahead` is for a stream that is to be read
+  // as fast as possible.
+  explicit PacketReader(ByteSource &source, std::size_t block_size = kBlockSize, bool ahead = false);
 
   // Returns the 188 bytes of the next packet, valid until the next call; null at the end.
-  const std::uint8_t *Next() {
-    if (stride_ != 0 && position_ + kPacketSize <= end_ && buffer_[position_] == kSyncByte) {
-      const std::uint8_t *packet = &buffer_[position_];
-      position_ += stride_;
-      return packet;
-    }
-    return NextSlowly();
-  }
+  const std::uint8_t *Next() { return stride_ != 0 && IsPacket() ? Take() : NextSlowly(); }
+  // Returns several of the next packets at once, valid until the next call; none at the end.
+  PacketRun NextRun();
 
   // Starts again with the source's first byte. Returns false if the source cannot do that.
   bool Rewind();
@@ -37,6 +40,12 @@ public:
   std::uint64_t SyncLosses() const { return sync_losses_; }
 
 private:
+  bool IsPacket() const { return position_ + kPacketSize <= end_ && buffer_[position_] == kSyncByte; }
+  const std::uint8_t *Take() {
+    const std::uint8_t *packet = &buffer_[position_];
+    position_ += stride_;
+    return packet;
+  }
   const std::uint8_t *NextSlowly();
   bool FindFirst();
   bool FindStride();
@@ -45,9 +54,10 @@ private:
   bool Have(std::size_t count);
   bool IsInStep(std::size_t position, std::size_t stride, int packets) const;
 
-  ByteSource &source_;
-  std::vector<std::uint8_t> buffer_;
-  std::size_t position_ = 0; // may lie beyond the end by less than a stride
+  const std::size_t block_size_;
+  BlockReader blocks_;
+  const std::uint8_t *buffer_ = nullptr; // the rest of a block, then the next one
+  std::size_t position_ = 0;             // may lie beyond the end by less than a stride
   std::size_t end_ = 0;
   bool source_ended_ = false;
   std::size_t stride_ = 0;

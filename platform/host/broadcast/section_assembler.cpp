@@ -11,13 +11,19 @@ void SectionAssembler::Keep(Bytes bytes) {
   begun_.insert(begun_.end(), bytes.begin(), bytes.end());
 }
 
+// The buffer is kept for the next section.
 void SectionAssembler::Drop() {
   begun_.clear();
-  if (counted_) {
-    begun_.shrink_to_fit();
-    budget_.Give(kLongestSection);
-    counted_ = false;
+  if (counted_ && !budget_.IsAmple()) {
+    Release();
   }
+}
+
+void SectionAssembler::Release() {
+  begun_.clear();
+  begun_.shrink_to_fit();
+  budget_.Give(counted_ ? kLongestSection : 0);
+  counted_ = false;
 }
 
 } // namespace lumio::broadcast

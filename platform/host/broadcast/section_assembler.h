@@ -49,7 +49,7 @@ private:
 class SectionAssembler {
 public:
   explicit SectionAssembler(Budget &budget) : budget_(budget) {}
-  ~SectionAssembler() { Drop(); }
+  ~SectionAssembler() { Release(); }
   SectionAssembler(const SectionAssembler &) = delete;
   SectionAssembler &operator=(const SectionAssembler &) = delete;
 
@@ -125,10 +125,11 @@ private:
   }
 
   void Keep(Bytes bytes);
+  void Release();
 
   Budget &budget_;
   std::vector<std::uint8_t> begun_;
-  bool counted_ = false; // whether the budget has been asked for its bytes
+  bool counted_ = false; // whether its buffer counts in the budget
 };
 
 } // namespace lumio::broadcast

@@ -35,8 +35,8 @@ Statistics::Statistics() : demultiplexer_(*this), programmes_(pool_), carousel_b
 Statistics::~Statistics() = default;
 
 void Statistics::Read(PacketReader &reader) {
-  while (const std::uint8_t *packet = reader.Next()) {
-    demultiplexer_.Push(Packet(packet));
+  for (PacketRun run = reader.NextRun(); run.count > 0; run = reader.NextRun()) {
+    demultiplexer_.PushRun(run);
   }
   demultiplexer_.End();
   for (auto &[pid, decoders] : caption_decoders_) {

@@ -176,7 +176,8 @@ int InfoOf(const std::string &file, bool as_json) {
   if (error != 0) {
     return Complain(file, strerror(error));
   }
-  PacketReader reader(source);
+  constexpr std::size_t kBlock = std::size_t{1} << 20;
+  PacketReader reader(source, kBlock, /*ahead=*/true);
   Statistics statistics;
   statistics.Read(reader);
   if (source.Error() != 0) {

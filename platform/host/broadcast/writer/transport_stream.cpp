@@ -1,6 +1,7 @@
 #include "transport_stream.h"
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 
 namespace ts {
@@ -136,12 +137,19 @@ Bytes Framed(const Bytes &stream, std::size_t before, std::size_t after) {
 }
 
 std::uint32_t Crc(const Bytes &bytes) {
+  static const std::array<std::uint32_t, 256> kEffects = [] {
+    std::array<std::uint32_t, 256> effects{}; // of a byte
+    for (std::uint32_t byte = 0; byte < effects.size(); ++byte) {
+      effects[byte] = byte << 24;
+      for (int bit = 0; bit < 8; ++bit) {
+        effects[byte] = effects[byte] << 1 ^ ((effects[byte] >> 31) != 0 ? 0x04c11db7 : 0);
+      }
+    }
+    return effects;
+  }();
   std::uint32_t crc = 0xffffffff;
   for (const std::uint8_t byte : bytes) {
-    for (int bit = 7; bit >= 0; --bit) {
-      const bool high = ((crc >> 31) ^ (byte >> bit & 1)) != 0;
-      crc = crc << 1 ^ (high ? 0x04c11db7 : 0);
-    }
+    crc = crc << 8 ^ kEffects[crc >> 24 ^ byte];
   }
   return crc;
 }
