@@ -268,17 +268,17 @@ TEST_F(Services, HaveTheNamesOfThisStreamsSdt) {
 
 TEST_F(Services, OfAHostileStreamAreLimited) {
   unsigned program = 1;
-  for (unsigned number = 0; number < 256; ++number) {
+  for (unsigned number = 0; number < 20; ++number) { // 5000 services
     std::map<unsigned, unsigned> pids;
-    for (int i = 0; i < 250 && program < 0x10000; ++i) {
+    for (int i = 0; i < 250; ++i) {
       pids[program++] = 0x100;
     }
-    Push(0, ts::Pat(1, pids, {0, number, 255}));
+    Push(0, ts::Pat(1, pids, {0, number, 19}));
   }
   EXPECT_EQ(list.Services().size(), 4096U);
   std::vector<ts::Es> streams(190, {6, 0x200, {}});
   std::size_t taken = 0;
-  for (unsigned id = 1; id <= 256; ++id) {
+  for (unsigned id = 1; id <= 300; ++id) { // 57,000 streams
     taken += Push(0x100, ts::Pmt(id, 0, streams)) ? 190 : 0;
   }
   EXPECT_LE(taken, 32768U);
@@ -304,7 +304,8 @@ protected:
     return titles;
   }
 
-  ProgrammePool pool;
+  static constexpr std::size_t kPoolSize = std::size_t{1} << 20;
+  ProgrammePool pool{kPoolSize};
   Programmes programmes{pool};
   std::uint64_t service = 0;
 };
@@ -368,16 +369,15 @@ TEST_F(Guide, KeepsEqualProgrammesOnceAndNoMoreThanItMay) {
   const std::size_t two = pool.Size();
   EXPECT_LT(two, 1000U);
   unsigned dropped = 0;
-  for (unsigned i = 0; i < 16'000; ++i) {
+  for (unsigned i = 0; i < 4096; ++i) { // with these titles, the pool has room for a fifth
     std::vector<ts::Event> events;
     for (unsigned k = 0; k < 3; ++k) {
-      events.push_back(EventOf(i, i, std::string(240, static_cast<char>('a' + k))));
-      events.back().text = ts::Text(std::string(240, 'z'));
+      events.push_back(EventOf(i, i, std::string(250, static_cast<char>('a' + k))));
     }
-    dropped += Push(ts::Eit(0x50, {1, 1, i & 0xfff}, events, {i >> 12 & 31})) == Programmes::Change::kDropped ? 1 : 0;
+    dropped += Push(ts::Eit(0x50, {1, 1, i}, events)) == Programmes::Change::kDropped ? 1 : 0;
   }
-  EXPECT_GT(dropped, 1'000U);
-  EXPECT_LE(pool.Size(), std::size_t{16} << 20);
+  EXPECT_GT(dropped, 3000U);
+  EXPECT_LE(pool.Size(), kPoolSize);
 }
 
 TEST_F(Guide, TakesNothingElse) {

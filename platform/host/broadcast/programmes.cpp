@@ -38,7 +38,7 @@ const Programme *ProgrammePool::Keep(Programme &&programme) {
   }
   constexpr std::size_t kNode = sizeof(Programme) + 4 * sizeof(void *);
   const std::size_t size = kNode + programme.data.title.capacity() + programme.data.description.capacity();
-  if (size_ + size > kLargest) {
+  if (size_ + size > largest_) {
     return nullptr;
   }
   size_ += size;

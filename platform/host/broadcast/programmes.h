@@ -13,19 +13,22 @@ namespace lumio::broadcast {
 // Keeps each of several equal programmes once. What it keeps stays where it is until the pool is destroyed.
 class ProgrammePool {
 public:
+  explicit ProgrammePool(std::size_t largest = kLargest) : largest_(largest) {} // bytes, about
+
   // Returns null if the pool would exceed its limit.
   const Programme *Keep(Programme &&programme);
   std::size_t Size() const { return size_; }
 
+private:
   static constexpr std::size_t kLargest = std::size_t{16} << 20;
 
-private:
   struct Hash {
     std::size_t operator()(const Programme &programme) const;
   };
 
   std::unordered_set<Programme, Hash> programmes_;
-  std::size_t size_ = 0; // bytes, about
+  const std::size_t largest_;
+  std::size_t size_ = 0;
 };
 
 // The programmes of one service.
