@@ -103,7 +103,11 @@ void PictureEncoder::Draw(int number) {
     }
     return y < height / 2 ? kBars[(x * kBarCount / width + hue_) % kBarCount] : kGrey;
   };
-  for (int y = 0; y < height; ++y) {
+  // From one picture to the next, only the rows of the ball change.
+  const int top = is_drawn_ ? ball_y - radius : 0;
+  const int bottom = is_drawn_ ? ball_y + radius : height;
+  is_drawn_ = true;
+  for (int y = top; y < bottom; ++y) {
     for (int x = 0; x < width; ++x) {
       const Colour colour = colour_at(x, y);
       frame_->data[0][y * frame_->linesize[0] + x] = colour.y;

@@ -69,6 +69,7 @@ private:
   void Draw(int number);
 
   const int hue_;
+  bool is_drawn_ = false;
 };
 
 // A tone that sounds at the beginning of each second.
