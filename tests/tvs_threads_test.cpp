@@ -13,7 +13,7 @@
 
 #include "fake_tv_service.h"
 
-// Discards the log, which would be a million lines.
+// Discards the log, which would be hundreds of thousands of lines.
 extern "C" int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
 
 using lumio::testing::TurnLoop;
@@ -25,9 +25,9 @@ namespace {
 using Module = CTVServiceSubscriber;
 
 constexpr int kThreads = 4;
-constexpr int kNotifications = 1000000 / kThreads; // of each thread
-constexpr int kLast = 600;                         // of each thread, after the modules have stopped
-constexpr int kAtATime = 1000;                     // before a thread waits for the main loop; bounds the memory
+constexpr int kNotifications = 200000 / kThreads; // of each thread
+constexpr int kLast = 600;                        // of each thread, after the modules have stopped
+constexpr int kAtATime = 250;                     // before a thread waits for the main loop; bounds the memory
 constexpr int kRounds = 300;
 
 // The four kinds that go over the main loop share one way, because the bridge keeps their order.
