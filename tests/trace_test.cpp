@@ -211,11 +211,12 @@ TEST(Trace, RunsProgramsThatKnowNothingOfTheLibrary) {
 }
 
 TEST(Trace, SaysWhatItCannotDo) {
-  EXPECT_EQ(RunTraced({}, {"/nonexistent"}).status, 127);
+  const lumio::TemporaryDirectory empty;
+  EXPECT_EQ(RunTraced({}, {empty / "program"}).status, 127);
   EXPECT_EQ(RunTraced({}, {"/dev/null"}).status, 126);
   EXPECT_EQ(RunTraced({"--stall=soon"}, {"true"}).status, 2);
   EXPECT_EQ(RunTraced({}, {}).status, 2);
-  EXPECT_EQ(RunTraced({"-o", "/nonexistent/trace"}, {"true"}).status, 1);
+  EXPECT_EQ(RunTraced({"-o", empty / "folder/trace"}, {"true"}).status, 1);
   EXPECT_THAT(RunTraced({"--help"}, {}).output, StartsWith("usage: lumio-trace "));
 }
 
