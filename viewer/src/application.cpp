@@ -18,6 +18,7 @@
 #include "modules/modules.h"
 #include "pointer.h"
 #include "schedule.h"
+#include "screen/broadcast_picture.h"
 #include "screen/remote_control.h"
 #include "screen/screen.h"
 #include "screen/test_card.h"
@@ -79,10 +80,9 @@ std::vector<std::unique_ptr<Module>> MakeModules(ModuleContext context, const Op
 }
 
 // Returns the exit status.
-int RunModules(Presentation &screen, const Canvas &canvas, const Options &options) {
+int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, const Options &options) {
   int status = EXIT_SUCCESS;
   KeyJournal journal(screen);
-  Channels channels(options.stream);
   const auto modules = MakeModules({screen, journal, channels}, options);
   Studio studio(screen, canvas, options.studio); // destroyed before the modules, to silence the services
   const Schedule schedule(!options.studio && !channels.ArePlayed());
@@ -105,12 +105,22 @@ int RunModules(Presentation &screen, const Canvas &canvas, const Options &option
   return status;
 }
 
+std::unique_ptr<PictureSource> MakeSource(const Canvas &canvas, Channels &channels) {
+  if (!channels.ArePlayed()) {
+    return std::make_unique<TestCard>(canvas);
+  }
+  auto picture = std::make_unique<BroadcastPicture>(canvas);
+  channels.OnTuned([picture = picture.get()] { picture->Follow(); });
+  return picture;
+}
+
 int RunOnCanvas(Console &console, const Options &options) {
   Canvas canvas(FindTheme());
-  Screen screen(canvas, std::make_unique<TestCard>(canvas), WallClock(options.still));
+  Channels channels(options.stream);
+  Screen screen(canvas, MakeSource(canvas, channels), WallClock(options.still));
   RemoteControl remote(canvas);
   Television television(console, screen, options.studio);
-  const int status = RunModules(television, canvas, options);
+  const int status = RunModules(television, channels, canvas, options);
   television.Show("viewer", "closed in order", {});
   return status;
 }

@@ -5,6 +5,7 @@
 #include <lumio-host/broadcast.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -25,6 +26,7 @@ struct Stage {
   std::mutex mutex;   // guards the pointer
   std::shared_ptr<Player> player;
   PacketTap tap;
+  ServiceFeed feed;
 };
 
 Stage &g_stage = *new Stage; // never destroyed: threads that still run at exit may ask
@@ -42,6 +44,7 @@ void Replace(std::shared_ptr<Player> player) {
   }
   if (player) {
     player->Stop();
+    g_stage.feed.Close();
   }
 }
 
@@ -59,7 +62,7 @@ bool Open(const std::string &file, const Options &options) {
   static_cast<void>(closes_at_exit);
   const std::lock_guard<std::mutex> lock(g_stage.opening);
   Replace(nullptr);
-  auto player = std::make_shared<Player>(options, g_stage.tap);
+  auto player = std::make_shared<Player>(options, g_stage.tap, g_stage.feed);
   const int error = player->Open(file);
   if (error != 0) {
     __dlog_print(0, kError, "lumio-host", "broadcast: %s: %s\n", file.c_str(),
@@ -141,5 +144,13 @@ Counts Counted() {
 void SetPacketListener(std::function<void(const unsigned char *packet)> listener) {
   g_stage.tap.Set(std::move(listener));
 }
+
+int PassOn() {
+  const std::shared_ptr<Player> player = Current();
+  errno = player ? errno : ENODEV;
+  return player ? player->PassOn() : -1;
+}
+
+void StopPassingOn() { g_stage.feed.Close(); }
 
 } // namespace lumio::broadcast

@@ -101,8 +101,8 @@ void PacketTap::Pass(const std::uint8_t *packet) {
   }
 }
 
-Player::Player(const Options &options, PacketTap &tap)
-    : options_(options), tap_(tap), programmes_(g_programmes), carousel_budget_(kCarouselBudget),
+Player::Player(const Options &options, PacketTap &tap, ServiceFeed &feed)
+    : options_(options), tap_(tap), feed_(feed), programmes_(g_programmes), carousel_budget_(kCarouselBudget),
       paused_(options.paused), wanted_service_(options.service), speed_(options.speed > 0 ? options.speed : 1) {
   for (std::uint16_t pid = 0; pid <= kSitPid; ++pid) {
     demultiplexer_.WantSections(pid, IsTablePid(pid));
@@ -162,6 +162,11 @@ void Player::Tune(int service) {
 int Player::TunedService() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return published_service_;
+}
+
+int Player::PassOn() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return feed_.Open(wanted_service_ != 0 ? wanted_service_ : published_service_);
 }
 
 // From now on the stream's time counts from `played`.
@@ -228,6 +233,7 @@ void Player::Run() {
   RecordInterruption();
   while (WaitUntilDue()) {
     PlayPortion();
+    feed_.Flush();
     Settle();
     Publish();
   }
@@ -309,6 +315,7 @@ void Player::PlayPacket(const std::uint8_t *raw) {
   }
   tap_.Pass(raw);
   RecordPacket(raw);
+  feed_.Push(tuned_, raw);
   demultiplexer_.Push(packet);
   if (!packet.IsErroneous()) {
     WatchScrambling(packet.Pid());
@@ -352,6 +359,7 @@ void Player::EndPass() {
   if (goes_on) {
     demultiplexer_.Interrupt();
     RecordInterruption();
+    feed_.Interrupt();
     services_.Restart();
     time_.Interrupt();
     MakeDecoders();
@@ -362,6 +370,7 @@ void Player::EndPass() {
     ended_ = true; // a callback for the lost signal may ask
   }
   is_locked_ = false;
+  feed_.Close();
   SetSignal(SIGNAL_TYPE_LOCK, {0, 0});
 }
 

@@ -21,6 +21,7 @@
 #include "line21.h"
 #include "packet_reader.h"
 #include "programmes.h"
+#include "service_feed.h"
 #include "service_list.h"
 #include "stream_time.h"
 #include "teletext.h"
@@ -43,7 +44,7 @@ private:
 
 class Player final : private DemultiplexerListener {
 public:
-  Player(const Options &options, PacketTap &tap);
+  Player(const Options &options, PacketTap &tap, ServiceFeed &feed);
   ~Player() override { Stop(); }
   Player(const Player &) = delete;
   Player &operator=(const Player &) = delete;
@@ -58,6 +59,7 @@ public:
   void OnSubscriptionsChanged();
   void Tune(int service);
   int TunedService();
+  int PassOn();
   void SetSpeed(double speed);
   void Pause(bool paused);
   void Advance(std::chrono::milliseconds time);
@@ -130,6 +132,7 @@ private:
 
   const Options options_;
   PacketTap &tap_;
+  ServiceFeed &feed_;
   FileSource source_;
   PacketReader reader_{source_};
   std::vector<ServiceInfo> listed_; // found before playing

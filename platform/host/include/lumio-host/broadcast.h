@@ -161,6 +161,19 @@ Counts Counted();
  */
 void SetPacketListener(std::function<void(const unsigned char *packet)> listener);
 
+/**
+ * Passes on the tuned service as it is played, for example to a media player: a transport stream of this service alone,
+ * from its next tables on. The player waits for no reader: what finds no room in the pipe is lost. The pipe ends when
+ * another service is tuned to, when the signal is lost, with `Close` and `Open`, and with the next call: then call it
+ * again for what follows. A stream that starts again goes on in the same pipe, with the discontinuities announced.
+ *
+ * @return the reading end of a pipe, which the caller owns and closes; -1 with `errno` set, `ENODEV` without a stream
+ */
+int PassOn();
+
+/** Ends the pipe that was made last. */
+void StopPassingOn();
+
 } // namespace broadcast
 } // namespace lumio
 

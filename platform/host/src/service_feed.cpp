@@ -1,0 +1,122 @@
+#include "service_feed.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <ctime>
+
+namespace lumio {
+
+namespace {
+
+constexpr int kRoom = 1 << 20; // bytes in the pipe, as far as the system allows
+// What a pipe takes completely or not at all.
+constexpr std::size_t kMostPending = PIPE_BUF / broadcast::kPacketSize * broadcast::kPacketSize;
+
+// Writes without ending the process when nobody reads. Returns whether somebody may still read.
+bool WriteUnlessClosed(int pipe, const std::vector<std::uint8_t> &data) {
+  sigset_t broken_pipe;
+  sigset_t before;
+  sigset_t waiting;
+  sigemptyset(&broken_pipe);
+  sigaddset(&broken_pipe, SIGPIPE);
+  sigpending(&waiting);
+  pthread_sigmask(SIG_BLOCK, &broken_pipe, &before);
+  ssize_t written = 0;
+  do {
+    written = write(pipe, data.data(), data.size());
+  } while (written < 0 && errno == EINTR);
+  const bool is_closed = written < 0 && errno == EPIPE;
+  if (is_closed && sigismember(&waiting, SIGPIPE) == 0) {
+    const timespec at_once{0, 0};
+    sigtimedwait(&broken_pipe, nullptr, &at_once);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return !is_closed;
+}
+
+} // namespace
+
+int ServiceFeed::Open(int service) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return -1;
+  }
+  fcntl(ends[1], F_SETFL, O_NONBLOCK);
+  fcntl(ends[1], F_SETPIPE_SZ, kRoom); // otherwise it keeps its usual room
+  const std::lock_guard<std::mutex> lock(mutex_);
+  End();
+  pipe_ = FileDescriptor(ends[1]);
+  service_ = service;
+  is_open_ = true;
+  return ends[0];
+}
+
+void ServiceFeed::Close() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  Write();
+  End();
+}
+
+void ServiceFeed::Push(int service, const std::uint8_t *packet) {
+  if (!is_open_ || service == 0) {
+    return;
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (pipe_.Get() < 0) {
+    return;
+  }
+  if (!recorder_ && (service_ == 0 || service_ == service)) {
+    service_ = service;
+    recorder_ = std::make_unique<broadcast::Recorder>(static_cast<std::uint16_t>(service),
+                                                      [this](const std::uint8_t *one) { Keep(one); });
+  } else if (recorder_ && service_ != service) {
+    Write();
+    End();
+  }
+  if (recorder_) {
+    recorder_->Push(packet);
+  }
+}
+
+void ServiceFeed::Flush() {
+  if (is_open_) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Write();
+  }
+}
+
+void ServiceFeed::Interrupt() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (recorder_) {
+    recorder_->Interrupt();
+  }
+}
+
+void ServiceFeed::Keep(const std::uint8_t *packet) {
+  if (pending_.size() + broadcast::kPacketSize > kMostPending) {
+    Write();
+  }
+  pending_.insert(pending_.end(), packet, packet + broadcast::kPacketSize);
+}
+
+// What does not fit is lost: the player waits for nobody. Where nobody reads any more, the feed ends with its owner's
+// next call: here its recorder may still be at work.
+void ServiceFeed::Write() {
+  if (pipe_.Get() >= 0 && !pending_.empty() && !WriteUnlessClosed(pipe_.Get(), pending_)) {
+    pipe_.Close();
+    is_open_ = false;
+  }
+  pending_.clear();
+}
+
+void ServiceFeed::End() {
+  pipe_.Close();
+  is_open_ = false;
+  recorder_.reset();
+  pending_.clear();
+}
+
+} // namespace lumio
