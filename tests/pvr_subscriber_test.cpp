@@ -117,10 +117,6 @@ struct States {
 
 template <class Kind> using Other = std::conditional_t<std::is_same<Kind, Results>::value, States, Results>;
 
-struct KindName {
-  template <class Kind> static std::string GetName(int) { return Kind::kName; }
-};
-
 template <class Kind> class Pvr : public testing::Test {
 protected:
   using Callback = typename Kind::Callback;
@@ -162,7 +158,7 @@ protected:
 };
 
 using Kinds = testing::Types<Results, States>;
-TYPED_TEST_SUITE(Pvr, Kinds, KindName);
+TYPED_TEST_SUITE(Pvr, Kinds);
 
 const char kUnknown[] = "16 registered did not exist, should not unregister";
 const char kLastOneGone[] = "16 m_PvrResultCBVector is empty now unregister pvr result";
