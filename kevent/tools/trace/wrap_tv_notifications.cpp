@@ -2,6 +2,7 @@
 #include <TVServiceSubscriber.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -38,8 +39,9 @@ Next<void(TSDsmMessage &)> g_told_dsm("_ZN20CTVServiceSubscriber13t_DsmCallbackE
 Next<Eina_Bool(void *, int, void *)> g_handler("_ZN20CTVServiceSubscriber22m_DeferredEventHandlerEPviS0_");
 Variable<const int> g_event_type("_ZN20CTVServiceSubscriber11m_eventTypeE");
 
-SentQueue *const g_sent = new SentQueue[kTvKinds]; // never destroyed: the services' threads outlive the end of main
-SentQueue &SentOf(TvKind kind) { return g_sent[static_cast<int>(kind)]; }
+using SentQueues = std::array<SentQueue, kTvKinds>;
+SentQueues &g_sent = *new SentQueues; // never destroyed: the services' threads outlive the end of main
+SentQueue &SentOf(TvKind kind) { return g_sent[static_cast<std::size_t>(kind)]; }
 
 // --- Thunks ----------------------------------------------------------------------------------------------------------
 
