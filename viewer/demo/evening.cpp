@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
@@ -172,7 +171,8 @@ void Evening::Run(const std::string &what, const std::vector<std::string> &comma
 }
 
 void Evening::End() {
-  viewer_.Signal(SIGTERM);
+  Press("q");
+  ExpectKey("q", "press", "menu, power", "taken by power");
   ExpectScreen("light", "(hidden)");
   ExpectScreen("subscriptions", "none");
   ExpectScreen("viewer", "closed in order");

@@ -95,7 +95,6 @@ int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, c
   };
   const Window window(canvas.Window(), screen, options.grab, {ecore_main_loop_quit, destroyed});
   const Pointer pointer(canvas.Window());
-  const EndSignals signals;
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_LIVE);
   ecore_main_loop_begin();
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_CLOSING);
@@ -129,6 +128,7 @@ int RunOnCanvas(Console &console, const Options &options) {
 
 int RunViewer(Console &console, const Options &options) {
   const Efl efl;
+  const EndSignals signals;
   const XConnection x;
   if (!x.IsOpen()) {
     ExplainMissingDisplay();

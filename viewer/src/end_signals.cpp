@@ -1,5 +1,6 @@
 #include "end_signals.h"
 
+#include <poll.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -11,16 +12,23 @@
 namespace {
 
 constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
-constexpr itimerval kBusyLimit = {{0, 0}, {0, 700'000}}; // from the signal until the main loop handles it
-constexpr itimerval kEndLimit = {{0, 0}, {10, 0}};       // from there to the end, which a loaded machine may delay
-constexpr char kBusy[] = "lumio-viewer: ended while a module was busy\n";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // which look for leaks and races at the end
+constexpr itimerval kLimit = {{0, 0}, {5, 0}};
+#else
+constexpr itimerval kLimit = {{0, 0}, {0, 900'000}}; // from the signal until the process has ended
+#endif
+constexpr char kHangs[] = "lumio-viewer: something hangs: ended before everything was closed\n";
 
 struct sigaction g_ecores[kSignals.size()]; // what Ecore does with them
+volatile sig_atomic_t g_is_asked = 0;
 
-// Runs as a signal handler: passes the signal to Ecore, and sets an alarm in case the main loop is busy.
+// Runs as a signal handler: passes the signal to Ecore. The first signal sets the alarm; more must not delay it.
 void Asked(int number, siginfo_t *info, void *context) {
   const int error = errno; // the interrupted code may be about to read it
-  setitimer(ITIMER_REAL, &kBusyLimit, nullptr);
+  if (!g_is_asked) {
+    g_is_asked = 1;
+    setitimer(ITIMER_REAL, &kLimit, nullptr);
+  }
   const struct sigaction &ecores = g_ecores[number == SIGINT ? 0 : 1];
   if (ecores.sa_flags & SA_SIGINFO) {
     ecores.sa_sigaction(number, info, context);
@@ -28,13 +36,16 @@ void Asked(int number, siginfo_t *info, void *context) {
   errno = error;
 }
 
+// Runs as a signal handler. Writing to a full pipe would hang, too.
 void Rang(int) {
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kBusy, sizeof kBusy - 1);
+  pollfd error = {STDERR_FILENO, POLLOUT, 0};
+  if (poll(&error, 1, 0) == 1) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kHangs, sizeof kHangs - 1);
+  }
   _exit(EXIT_FAILURE);
 }
 
 Eina_Bool Quit(void *, int, void *) {
-  setitimer(ITIMER_REAL, &kEndLimit, nullptr);
   ecore_main_loop_quit();
   return ECORE_CALLBACK_PASS_ON;
 }
@@ -51,5 +62,5 @@ EndSignals::EndSignals() : handler_(ecore_event_handler_add(ECORE_EVENT_SIGNAL_E
   }
 }
 
-// The alarm stays set: the rest of the viewer may hang, too.
+// The alarm stays set: what comes after may hang, too.
 EndSignals::~EndSignals() { ecore_event_handler_del(handler_); }

@@ -1,10 +1,12 @@
-// SIGINT and SIGTERM end the viewer in order, or within a second if a module keeps the main loop busy.
+// SIGINT and SIGTERM end the viewer in order, or within a second if anything hangs: while it starts, in a module, in a
+// service that is stopped.
 #pragma once
 
 #include <Ecore.h>
 
 class EndSignals {
 public:
+  // Ecore is up. Construct it before anything that may hang.
   EndSignals();
   ~EndSignals();
   EndSignals(const EndSignals &) = delete;
