@@ -303,6 +303,25 @@ TEST_F(BroadcastPlayer, ClosesFromACallbackThatItWaitsFor) {
   }
 }
 
+TEST_F(BroadcastPlayer, MayBeAdvancedFromACallback) {
+  ts::Stream stream;
+  AddTables(stream);
+  for (int i = 0; i < 100; ++i) {
+    stream.Pcr(kVideo, i);
+    stream.Section(0x20, ts::LongSection(0x80, 0, {}, {}));
+  }
+  ISectionSubscriber *subscriber = nullptr;
+  TVServiceAPI::CreateSectionSubscriber([](bool, unsigned short, unsigned char *, int) { broadcast::Advance(1s); },
+                                        PROFILE_MAIN, 0, &subscriber);
+  int handle = 0;
+  subscriber->SubscribeByFilter(7, {0x20, {}, {}}, handle);
+  ASSERT_TRUE(Open(stream));
+  broadcast::Advance(1s);
+  while (!broadcast::HasEnded()) {
+    std::this_thread::yield();
+  }
+}
+
 TEST_F(BroadcastPlayer, WaitsUntilWhatItToldIsTaken) {
   ts::Stream stream;
   AddTables(stream);

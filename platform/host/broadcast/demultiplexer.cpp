@@ -82,7 +82,7 @@ void Demultiplexer::PushPayload(std::uint16_t number, Pid &pid, const Packet &pa
   }
   if (pid.wants_pes) {
     if (!pid.pes) {
-      pid.pes = std::make_unique<PesAssembler>(number, budget_);
+      pid.pes = std::make_unique<PesAssembler>(number, budget_, dropped_pes_);
     }
     pid.pes->Push(packet.Payload(), packet.IsUnitStart(), [&](const PesPacket &pes) { listener_.OnPes(pes); });
   }
@@ -124,7 +124,6 @@ void Demultiplexer::Retire(Pid &pid) {
     retired_sections_.push_back(std::move(pid.sections));
   }
   if (pid.pes) {
-    dropped_pes_ += pid.pes->Dropped();
     retired_pes_.push_back(std::move(pid.pes));
   }
 }
@@ -141,14 +140,6 @@ void Demultiplexer::WantPes(std::uint16_t pid, bool wanted) {
     Retire(Of(pid));
     Of(pid).wants_pes = wanted;
   }
-}
-
-std::uint64_t Demultiplexer::DroppedPes() const {
-  std::uint64_t dropped = dropped_pes_;
-  for (const std::unique_ptr<Pid> &pid : pids_) {
-    dropped += pid && pid->pes ? pid->pes->Dropped() : 0;
-  }
-  return dropped;
 }
 
 } // namespace lumio::broadcast

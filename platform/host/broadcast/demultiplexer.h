@@ -47,7 +47,7 @@ public:
   void WantPes(std::uint16_t pid, bool wanted);
 
   const PacketCounts &Counts() const { return counts_; }
-  std::uint64_t DroppedPes() const;
+  std::uint64_t DroppedPes() const { return dropped_pes_; }
 
   // Whether any packet of the PID so far was scrambled, and whether the last one was.
   bool WasScrambled(std::uint16_t pid) const { return pids_[pid] && pids_[pid]->was_scrambled; }
@@ -77,7 +77,7 @@ private:
   DemultiplexerListener &listener_;
   Budget budget_{kAssemblyBudget};
   PacketCounts counts_;
-  std::uint64_t dropped_pes_ = 0; // of assemblers that no longer exist
+  std::uint64_t dropped_pes_ = 0;
   std::array<std::unique_ptr<Pid>, kPids> pids_;
   std::vector<Pid *> in_run_;                                       // whose last packet lies in the run
   std::vector<std::unique_ptr<SectionAssembler>> retired_sections_; // a listener may retire its own caller

@@ -22,7 +22,9 @@ struct PesPacket {
 
 class PesAssembler {
 public:
-  PesAssembler(std::uint16_t pid, Budget &budget) : pid_(pid), budget_(budget) {}
+  // `dropped` counts the packets that were begun but not delivered: too long, broken off or malformed.
+  PesAssembler(std::uint16_t pid, Budget &budget, std::uint64_t &dropped)
+      : pid_(pid), budget_(budget), dropped_(dropped) {}
   ~PesAssembler() { Release(); }
   PesAssembler(const PesAssembler &) = delete;
   PesAssembler &operator=(const PesAssembler &) = delete;
@@ -55,9 +57,6 @@ public:
   // Drops the unfinished packet, because its continuation is missing.
   void Lose();
 
-  // Packets that were begun but not delivered: too long, broken off or malformed.
-  std::uint64_t Dropped() const { return dropped_; }
-
 private:
   enum class State { kIdle, kBegun };
 
@@ -78,11 +77,11 @@ private:
 
   const std::uint16_t pid_;
   Budget &budget_;
+  std::uint64_t &dropped_;
   State state_ = State::kIdle;
   std::vector<std::uint8_t> begun_;
   std::size_t size_ = 0;  // of the whole packet; 0 if unknown or not yet read
   std::size_t taken_ = 0; // from the budget
-  std::uint64_t dropped_ = 0;
 };
 
 } // namespace lumio::broadcast

@@ -16,6 +16,13 @@ constexpr int kFiller = 0xff;         // ends the page before it and has no cont
 constexpr std::size_t kMostPages = 64;
 constexpr int kRows = 25;
 
+// A number in two bytes with error protection; -1 if it is damaged. The library's function shifts negative values.
+int Unhamm(const std::uint8_t *bytes) {
+  const int low = vbi_unham8(bytes[0]);
+  const int high = vbi_unham8(bytes[1]);
+  return low < 0 || high < 0 ? -1 : low | high << 4;
+}
+
 } // namespace
 
 TeletextDecoder::TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell)
@@ -61,7 +68,7 @@ void TeletextDecoder::Push(const PesPacket &packet) {
 
 // Passes on only the lines of our pages, so that nothing else is stored.
 void TeletextDecoder::PushLine(Line line, std::uint64_t pts) {
-  const int address = vbi_unham16p(line.data());
+  const int address = Unhamm(line.data());
   if (address < 0) {
     return;
   }
@@ -73,7 +80,7 @@ void TeletextDecoder::PushLine(Line line, std::uint64_t pts) {
     }
     return;
   }
-  const int number = vbi_unham16p(&line[2]);
+  const int number = Unhamm(&line[2]);
   if (number < 0) {
     return;
   }

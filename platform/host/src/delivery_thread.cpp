@@ -21,6 +21,8 @@ void DeliveryThread::Post(std::function<void()> delivery) {
   posted_.notify_one();
 }
 
+bool DeliveryThread::IsThisOne() { return t_on_delivery_thread; }
+
 void DeliveryThread::Flush() {
   if (t_on_delivery_thread) {
     return;

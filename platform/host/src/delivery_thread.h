@@ -16,6 +16,8 @@ class DeliveryThread {
 public:
   // Drops `delivery` if the thread has been stopped.
   void Post(std::function<void()> delivery);
+  // Whether this is a delivery thread.
+  static bool IsThisOne();
   // Waits until everything posted so far has run or is dropped. Returns at once on any delivery thread, since two of
   // them could wait for each other.
   void Flush();

@@ -202,8 +202,11 @@ void Player::Advance(std::chrono::milliseconds time) {
   advanced_ += time;
   const Nanoseconds until = advanced_;
   changed_.notify_all();
+  if (DeliveryThread::IsThisOne()) {
+    return; // the player may be waiting for the delivery
+  }
   played_.wait(lock, [&] {
-    return closing_ || paused_ || ((ended_ || position_ >= until) && !subscriptions_changed_ && !is_following_);
+    return closing_ || paused_ || ((ended_ || position_ >= until) && !subscriptions_changed_ && !is_busy_);
   });
 }
 
@@ -266,7 +269,7 @@ bool Player::WaitUntilDue() {
     }
     if (subscriptions_changed_) {
       subscriptions_changed_ = false;
-      is_following_ = true;
+      is_busy_ = true;
       const int service = wanted_service_;
       lock.unlock();
       if (service != 0 && service != tuned_) {
@@ -275,13 +278,14 @@ bool Player::WaitUntilDue() {
       }
       FollowTuning();
       lock.lock();
-      is_following_ = false;
+      is_busy_ = false;
       published_service_ = tuned_;
       played_.notify_all();
       continue;
     }
     SteadyTime when = SteadyTime::max();
     if (IsDue(when)) {
+      is_busy_ = true;
       return true;
     }
     played_.notify_all();
@@ -374,6 +378,14 @@ void Player::EndPass() {
   SetSignal(SIGNAL_TYPE_LOCK, {0, 0});
 }
 
+// Some sections make many notifications, and some notifications are large.
+void Player::CountSent(std::size_t bytes) {
+  unsettled_bytes_ += bytes;
+  if (unsettled_bytes_ >= kMostUnsettled) {
+    Settle();
+  }
+}
+
 // Waits until the notifications have been delivered, if nothing else limits how many are waiting.
 void Player::Settle() {
   const bool is_paced = options_.clock == Clock::RealTime;
@@ -419,6 +431,7 @@ void Player::Publish() {
   counts_ = {counts.packets,           reader_.SyncLosses(), counts.transport_errors,
              counts.continuity_errors, dropped_pes,          dropped_programmes_};
   published_service_ = tuned_;
+  is_busy_ = false;
 }
 
 // What the stream contains
@@ -430,7 +443,7 @@ bool Player::IsWantedAsSections(std::uint16_t pid) const {
 void Player::OnSection(std::uint16_t pid, const Section &section) {
   const bool right = section.IsChecksumRight();
   if (is_subscribed_[pid]) {
-    unsettled_bytes_ += tv::EmitSection(pid, section.Raw().Copy(), right) > 0 ? kCostOfEvent + section.Raw().size() : 0;
+    CountSent(tv::EmitSection(pid, section.Raw().Copy(), right) > 0 ? kCostOfEvent + section.Raw().size() : 0);
   }
   if (!right) {
     return;
@@ -494,7 +507,7 @@ void Player::OnPes(const PesPacket &packet) {
     data.pts = packet.pts;
     data.payload = packet.payload.Copy();
     const int count = tv::EmitPes(data);
-    unsettled_bytes_ += static_cast<std::size_t>(count) * (kCostOfEvent + packet.payload.size());
+    CountSent(static_cast<std::size_t>(count) * (kCostOfEvent + packet.payload.size()));
   }
   const auto teletext = teletext_.find(packet.pid);
   if (teletext != teletext_.end()) {
@@ -629,7 +642,7 @@ void Player::TellCaption(const Caption &caption) {
   data.language = caption.language;
   data.pts = caption.pts;
   data.payload.assign(caption.text.begin(), caption.text.end());
-  unsettled_bytes_ += tv::EmitCaption(data) > 0 ? kCostOfEvent : 0;
+  CountSent(tv::EmitCaption(data) > 0 ? kCostOfEvent : 0);
 }
 
 // Signals
@@ -656,8 +669,8 @@ void Player::TellSignals() {
     }
     if (told_handle != 0 && signals_[type] && (!told || !(*told == *signals_[type]))) {
       told = signals_[type];
-      unsettled_bytes_ += kCostOfEvent;
       tv::EmitSignal(static_cast<ESignalType>(type), PROFILE_MAIN, 0, *told);
+      CountSent(kCostOfEvent);
     }
   }
 }
@@ -728,9 +741,9 @@ void Player::TellProgrammes(std::uint64_t service, bool all) {
 }
 
 void Player::TellProgramme(int handle, EProgramChangeType change, const Programme *programme, int position) {
-  unsettled_bytes_ += kCostOfEvent;
   // The interface takes a pointer to non-const data, but documents that no callback changes it.
   tv::TellProgram(handle, change, const_cast<TCProgramData *>(&programme->data), position);
+  CountSent(kCostOfEvent);
 }
 
 void Player::TellOne(int handle, const ServiceProgrammes &programmes, unsigned short event, Told &told) {
@@ -830,8 +843,8 @@ void Player::TellModule(int handle, Session &session, const CarouselModule &modu
   message.moduleId = module.id;
   message.size = static_cast<std::uint32_t>(module.data.size());
   message.data = module.data.data();
-  unsettled_bytes_ += kCostOfEvent + module.data.size();
   tv::EmitDsm(message);
+  CountSent(kCostOfEvent + module.data.size());
 }
 
 // Returns the PID of "dvb://ONID.TSID.SID/TAG"; -1 if there is none.

@@ -81,6 +81,7 @@ private:
   void PassTime(const Packet &packet);
   void EndPass();
   void Settle();
+  void CountSent(std::size_t bytes);
   void Publish();
   void Rebase(Nanoseconds played, SteadyTime now);
 
@@ -173,7 +174,7 @@ private:
   bool ended_ = false;
   bool paused_ = false;
   bool subscriptions_changed_ = true; // or the service to tune to
-  bool is_following_ = false;         // those changes
+  bool is_busy_ = false;              // with a change, or a portion
   int wanted_service_ = 0;
   int published_service_ = 0;
   double speed_ = 1;

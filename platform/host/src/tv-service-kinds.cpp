@@ -216,7 +216,7 @@ int EmitDsm(const TSDsmMessage &message) {
   DsmService &service = Service::Get().dsm;
   const auto *bytes = static_cast<const unsigned char *>(message.data);
   std::vector<unsigned char> data(bytes, bytes ? bytes + message.size : nullptr);
-  return service.subscriptions.EmitTo(message.sessionHandle, [=, &service](const DsmService::Details &) {
+  return service.subscriptions.EmitTo(message.sessionHandle, [=, data = std::move(data), &service](const auto &) {
     TSDsmMessage copy = message;
     copy.data = data.data();
     service.callback.load()(copy);

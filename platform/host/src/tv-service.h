@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <tuple>
@@ -91,22 +92,23 @@ public:
     }
   }
 
-  int EmitTo(const Key &key, const Deliver &deliver) {
+  int EmitTo(const Key &key, Deliver deliver) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = entries_.find(key);
     if (entry == entries_.end()) {
       return 0;
     }
-    Post(key, entry->second.shown.handle, deliver);
+    Post(key, entry->second.shown.handle, std::make_shared<const Deliver>(std::move(deliver)));
     return 1;
   }
 
-  int EmitToEach(const std::function<bool(const Details &)> &chosen, const Deliver &deliver) {
+  int EmitToEach(const std::function<bool(const Details &)> &chosen, Deliver deliver) {
+    const auto shared = std::make_shared<const Deliver>(std::move(deliver));
     const std::lock_guard<std::mutex> lock(mutex_);
     int count = 0;
     for (const auto &[key, entry] : entries_) {
       if (chosen(entry.details)) {
-        Post(key, entry.shown.handle, deliver);
+        Post(key, entry.shown.handle, shared);
         ++count;
       }
     }
@@ -129,9 +131,10 @@ private:
   };
 
   // The caller holds the lock, so that deliveries have the order of the emissions. The callback runs without the lock,
-  // since a caller that subscribes or unsubscribes may hold a lock of its own that the callback waits for.
-  void Post(const Key &key, int handle, const Deliver &deliver) {
-    thread.Post([this, key, handle, deliver] {
+  // since a caller that subscribes or unsubscribes may hold a lock of its own that the callback waits for. What it
+  // delivers may be large; all subscriptions share it.
+  void Post(const Key &key, int handle, std::shared_ptr<const Deliver> deliver) {
+    thread.Post([this, key, handle, deliver = std::move(deliver)] {
       std::unique_lock<std::mutex> lock(mutex_);
       const auto entry = entries_.find(key);
       if (entry == entries_.end() || entry->second.shown.handle != handle) {
@@ -140,7 +143,7 @@ private:
       ++entry->second.shown.delivered;
       const Details details = entry->second.details;
       lock.unlock();
-      deliver(details);
+      (*deliver)(details);
     });
   }
 

@@ -27,8 +27,7 @@
  * The stream is read on a thread of its own, which starts with `Open` and ends with `Close` or at the process's exit.
  *
  * All functions may be called on any thread, also from callbacks of the service, but not from the packet listener and
- * `Options::settle`. There
- * is one stream at a time; without one they do nothing and answer 0, false or nothing.
+ * `Options::settle`. There is one stream at a time; without one they do nothing and answer 0, false or nothing.
  */
 #ifndef LUMIO_HOST_BROADCAST_H
 #define LUMIO_HOST_BROADCAST_H
@@ -140,7 +139,7 @@ void Pause(bool paused);
 
 /**
  * Lets time pass on the virtual clock and returns when everything up to then was played and emitted; `tv::Flush` waits
- * for its delivery. On another clock, or when paused, it does nothing.
+ * for its delivery. From a callback of the service it returns at once. On another clock, or when paused, it does nothing.
  *
  * @param time  how long; not negative
  */
