@@ -305,12 +305,13 @@ TEST_F(Hostile, EndlessCarouselsTakeNoMoreThanTheyMay) {
 TEST_F(Hostile, ProgrammesThatThereIsNoRoomForAreDroppedWithOneLine) {
   ts::Stream stream = Service();
   unsigned event = 0;
-  for (unsigned section = 0; section < 5000; ++section) {
+  constexpr std::uint8_t kEuro = 0xa4; // three bytes in UTF-8
+  for (unsigned section = 0; section < 2000; ++section) {
     std::vector<ts::Event> events;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 12; ++i) {
       ++event;
       events.push_back({event & 0xffff, ts::Time(1'700'000'000 + event * 60), ts::Duration(60),
-                        ts::Text(std::to_string(event) + std::string(200, 't')), ts::Bytes(200, 'd')});
+                        ts::Text(std::to_string(event)), ts::Bytes(230, kEuro)});
     }
     stream.Section(0x12, ts::Eit(0x50 + section / 32 % 16, {2, 3, 1 + section / 512}, events,
                                  {section % 2, section % 32 * 8, 248}));
@@ -323,7 +324,7 @@ TEST_F(Hostile, ProgrammesThatThereIsNoRoomForAreDroppedWithOneLine) {
   constexpr const char *kLine = "broadcast: no room for more programmes, changes are dropped";
   EXPECT_THAT(log, HasSubstr(kLine));
   EXPECT_EQ(log.find(kLine, log.find(kLine) + 1), std::string::npos) << "twice";
-  EXPECT_GT(counts.droppedProgrammes, 1000U);
+  EXPECT_GT(counts.droppedProgrammes, 200U);
   EXPECT_GT(g_programmes, 1000U);
 }
 
