@@ -87,12 +87,14 @@ protected:
     viewer_ = std::make_unique<lumio::Program>(Command(options), environment);
   }
 
-  void StartWithoutStudio() {
+  void StartWithoutStudio(const std::vector<std::string> &options = {}) {
     Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
-    viewer_ = std::make_unique<lumio::Program>(std::vector<std::string>{LUMIO_VIEWER, "--grab"}, environment);
+    std::vector<std::string> command = {LUMIO_VIEWER, "--grab"};
+    command.insert(command.end(), options.begin(), options.end());
+    viewer_ = std::make_unique<lumio::Program>(command, environment);
   }
 
   // The memory of its own that the process with the display's only window has, swapped out or not.
@@ -549,13 +551,13 @@ TEST_F(Viewer, HasSomethingToShowOfEveryModuleByItself) {
 
 #if !defined(__SANITIZE_ADDRESS__) &&                                                                                  \
     !defined(__SANITIZE_THREAD__) // which keep what is freed, and look for leaks anyway
-TEST_F(Viewer, KeepsNoMemoryOfTenThousandKeys) {
-  StartWithoutStudio();
+TEST_F(Viewer, KeepsNoMemoryOfThousandsOfKeys) {
+  StartWithoutStudio({"--still"});
   ExpectLine("all keys of this display come here");
   Tap("F1");
-  const auto growth = [&] { // in kilobytes, over a thousand keys
+  const auto growth = [&] { // in kilobytes, over 500 keys
     const int before = OwnKilobytes();
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 500; ++i) {
       Tap("XF86AudioRaiseVolume");
       KeyLine();
       KeyLine();
@@ -567,9 +569,9 @@ TEST_F(Viewer, KeepsNoMemoryOfTenThousandKeys) {
   std::vector<int> growths(8);
   std::generate(growths.begin(), growths.end(), growth);
   std::sort(growths.begin(), growths.end());
-  // 32 bytes kept of each event would be at least 62 kilobytes every time. What the allocator itself takes and returns
+  // 32 bytes kept of each event would be at least 31 kilobytes every time. What the allocator itself takes and returns
   // falls into some of them only.
-  EXPECT_LT(growths[2], 48) << testing::PrintToString(growths);
+  EXPECT_LT(growths[2], 24) << testing::PrintToString(growths);
 }
 #endif
 
