@@ -371,6 +371,59 @@ TEST_F(BroadcastPlayer, PlaysInRealTimeAsTheStreamsClockSays) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 450ms); // of a second of stream, until its last clock
 }
 
+TEST_F(BroadcastPlayer, ChangesItsSpeed) {
+  ts::Stream stream;
+  AddTables(stream);
+  for (int i = 0; i <= 10; ++i) {
+    stream.Pcr(kVideo, i);
+  }
+  broadcast::Options options;
+  options.atEnd = broadcast::AtEnd::LoseSignal;
+  options.speed = 0.0001; // it would play for a day
+  ASSERT_TRUE(broadcast::Open(Write(stream), options));
+  broadcast::SetSpeed(0);  // is not a speed
+  broadcast::SetSpeed(-1); // nor is this
+  broadcast::SetSpeed(1000);
+  while (!broadcast::HasEnded()) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(broadcast::Position(), 10s);
+}
+
+TEST_F(BroadcastPlayer, IsControlledFromAnyThread) {
+  ts::Stream stream;
+  AddTables(stream);
+  for (int i = 0; i < 200; ++i) {
+    stream.Pcr(kVideo, i * 0.01);
+    stream.Pes(kVideo, ts::Pes(0xe0, {1}, ts::Text("one")));
+  }
+  const std::string path = Write(stream);
+  broadcast::Options options;
+  options.clock = broadcast::Clock::Virtual;
+  SubscribePes();
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([&, number] {
+      for (int i = 0; i < 25; ++i) {
+        number == 0 && i % 5 == 0 ? void(broadcast::Open(path, options)) : broadcast::Tune(1 + i % 2);
+        number == 1 && i % 9 == 0 ? broadcast::Close() : broadcast::Pause(number == 2 && i % 2 == 0);
+        broadcast::SetSpeed(i);
+        broadcast::Services();
+        broadcast::Counted();
+        broadcast::Position();
+        broadcast::TunedService();
+        number == 3 ? broadcast::Advance(10ms) : broadcast::Pause(false);
+      }
+    });
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  ASSERT_TRUE(broadcast::Open(path, options));
+  broadcast::Advance(1s);
+  EXPECT_GE(broadcast::Position(), 1s);
+}
+
 TEST_F(BroadcastPlayer, PassesOnItsPackets) {
   ts::Stream stream;
   AddTables(stream);
@@ -397,6 +450,53 @@ TEST_F(BroadcastPlayer, PlaysWhatTheEnvironmentNames) {
   }
   EXPECT_EQ(g_told.All().front(), "service 1 0");
 }
+
+namespace {
+
+// Each function that makes a subscriber object.
+using Factory = void (*)();
+constexpr Factory kFactories[] = {
+    [] {
+      ISignalSubscriber *subscriber = nullptr;
+      TVServiceAPI::CreateSignalSubscriber(OnSignal, &subscriber);
+    },
+    [] {
+      IProgramSubscriber *subscriber = nullptr;
+      TVServiceAPI::CreateProgramSubscriber(OnProgram, &subscriber);
+    },
+    [] {
+      ISectionSubscriber *subscriber = nullptr;
+      TVServiceAPI::CreateSectionSubscriber(OnSection, PROFILE_MAIN, 0, &subscriber);
+    },
+    [] {
+      IPESDataSubscriber *subscriber = nullptr;
+      TVServiceAPI::CreatePESDataSubscriber(PROFILE_MAIN, 0, &subscriber);
+    },
+    [] {
+      IDataSubscriber *subscriber = nullptr;
+      TVServiceAPI::CreateDataSubscriber(PROFILE_MAIN, 0, &subscriber);
+    },
+    [] {
+      IDsm *subscriber = nullptr;
+      TVServiceAPI::CreateDsm(OnDsm, &subscriber);
+    },
+};
+
+class FirstFactory : public BroadcastPlayer, public testing::WithParamInterface<Factory> {};
+
+} // namespace
+
+TEST_P(FirstFactory, OpensWhatTheEnvironmentNames) {
+  ts::Stream stream;
+  AddTables(stream);
+  setenv("LUMIO_TV", Write(stream).c_str(), 1);
+  EXPECT_FALSE(broadcast::IsOpen());
+  GetParam()();
+  EXPECT_TRUE(broadcast::IsOpen());
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, FirstFactory, testing::ValuesIn(kFactories),
+                         [](const auto &factory) { return std::to_string(factory.index); });
 
 // Signals
 
@@ -568,7 +668,64 @@ TEST_F(BroadcastPlayer, TellsListsAndSingleProgrammes) {
   EXPECT_THAT(ToldIn(1s), ElementsAre("list 0 2 Two, changed", "list 0 2 Two, changed"));
 }
 
+TEST_F(BroadcastPlayer, TellsProgrammesOfOtherStreams) {
+  ts::Stream stream;
+  AddTables(stream);
+  stream.Section(0x12, ts::Eit(0x4f, {2, 9, 7}, {EventAt(1, 0, "There")}, {0, 0, 1}));
+  stream.Section(0x12, ts::Eit(0x60, {2, 9, 7}, {EventAt(2, 1, "Later")}));
+  ASSERT_TRUE(Open(stream));
+  int handle = 0;
+  Programs()->SubscribeProgramListPF(0, 0x000200090007, SUBSCRIBE_TYPE_CHANGES, handle);
+  EXPECT_THAT(ToldIn(1s), ElementsAre("present 0 1 There"));
+  Programs()->SubscribeProgramList(0, 0x000200090007, 0, ~0U, SUBSCRIBE_TYPE_ONCE, handle);
+  EXPECT_THAT(ToldIn(0ms), ElementsAre("list 0 1 There", "list 1 2 Later"));
+}
+
+TEST_F(BroadcastPlayer, TellsTitleDescriptionAndTimes) {
+  static TCProgramData g_data;
+  IProgramSubscriber *subscriber = nullptr;
+  TVServiceAPI::CreateProgramSubscriber([](EProgramChangeType, TCProgramData *data, int, int) { g_data = *data; },
+                                        &subscriber);
+  ts::Stream stream;
+  AddTables(stream);
+  stream.Section(0x12, ts::Eit(0x4e, {2, 3, 1},
+                               {{5, ts::Time(1'700'006'400), ts::Duration(5400), ts::Bytes{0xc2, 'e'},
+                                 ts::Bytes{0x05} + ts::Bytes{0xfe}}}));
+  ASSERT_TRUE(Open(stream));
+  int handle = 0;
+  subscriber->SubscribeProgramListPF(0, kServiceOne, SUBSCRIBE_TYPE_CHANGES, handle);
+  ToldIn(1s);
+  EXPECT_EQ(g_data.serviceId, kServiceOne);
+  EXPECT_EQ(g_data.eventId, 5);
+  EXPECT_EQ(g_data.title, "\u00e9");
+  EXPECT_EQ(g_data.description, "\u015f"); // Turkish
+  EXPECT_EQ(g_data.startTime, 1'700'006'400);
+  EXPECT_EQ(g_data.duration, 5400U);
+}
+
 // Sections, PES packets, captions, carousels
+
+TEST_F(BroadcastPlayer, DoesNotTouchTheBytesOfSections) {
+  static std::vector<ts::Bytes> g_sections;
+  ISectionSubscriber *subscriber = nullptr;
+  TVServiceAPI::CreateSectionSubscriber(
+      [](bool, unsigned short size, unsigned char *bytes, int) { g_sections.emplace_back(bytes, bytes + size); },
+      PROFILE_MAIN, 0, &subscriber);
+  ts::Stream stream;
+  AddTables(stream);
+  std::vector<ts::Bytes> sections;
+  for (unsigned i = 0; i < 40; ++i) {
+    ts::Bytes body(4084 - i * 100);
+    std::generate(body.begin(), body.end(), [&, value = i]() mutable { return static_cast<std::uint8_t>(value += 7); });
+    sections.push_back(ts::LongSection(0x80, i, {}, body));
+  }
+  stream.Sections(0x20, sections);
+  ASSERT_TRUE(Open(stream));
+  int handle = 0;
+  subscriber->SubscribeByFilter(7, {0x20, {}, {}}, handle);
+  ToldIn(1s);
+  EXPECT_TRUE(g_sections == sections);
+}
 
 TEST_F(BroadcastPlayer, TellsSectionsWithTheirChecksums) {
   ts::Stream stream;
@@ -669,16 +826,36 @@ TEST_F(BroadcastPlayer, TellsModulesOfCarousels) {
 TEST_F(BroadcastPlayer, LeavesWhatIsScriptedAsItIs) {
   ts::Stream stream;
   AddTables(stream);
+  stream.Section(0x12, ts::Eit(0x4e, {2, 3, 1}, {EventAt(1, 0, "News")}));
   stream.Pcr(kVideo, 0);
   stream.Pcr(kVideo, 1);
+  stream.Section(0x20, ts::LongSection(0x80, 0, {}, {}));
+  stream.Section(0x12, ts::Eit(0x4e, {2, 3, 1}, {EventAt(2, 1, "Film")}, {1}));
+  stream.Pes(kAudio, ts::Pes(0xc0, {5}, ts::Text("broadcast")));
+  stream.Pcr(kVideo, 2);
   ASSERT_TRUE(Open(stream));
   SubscribeSignal(SIGNAL_TYPE_LOCK);
   SubscribePes();
-  broadcast::Advance(100ms);
+  SubscribeCaptions();
+  int section = 0, present = 0;
+  Sections()->SubscribeByFilter(7, {0x20, {}, {}}, section);
+  Programs()->SubscribeProgramListPF(0, kServiceOne, SUBSCRIBE_TYPE_CHANGES, present);
+  EXPECT_THAT(ToldIn(100ms), testing::UnorderedElementsAre("lock 1 0", "present 0 1 News"));
   lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, PROFILE_MAIN, 0, {0, 5});
   TSPESData data;
   data.payload = ts::Text("scripted");
   lumio::tv::EmitPes(data);
-  lumio::tv::Flush();
-  EXPECT_THAT(g_told.All(), testing::UnorderedElementsAre("lock 1 0", "lock 0 5", "pes 0 0 scripted"));
+  lumio::tv::EmitSection(0x20, {0x99, 1, 2}, true);
+  TCProgramData programme;
+  programme.eventId = 99;
+  programme.title = "Scripted";
+  lumio::tv::EmitProgram(present, PROGRAM_CHANGE_PRESENT, programme, 0);
+  TSCaption caption;
+  caption.language = 'e' << 16 | 'n' << 8 | 'g';
+  caption.payload = ts::Text("scripted");
+  lumio::tv::EmitCaption(caption);
+  EXPECT_THAT(ToldIn(0ms), testing::UnorderedElementsAre("lock 0 5", "pes 0 0 scripted", "section 7 1 3 153",
+                                                         "present 0 99 Scripted", "caption eng 0 scripted"));
+  EXPECT_THAT(ToldIn(1s), // as if nothing had been scripted
+              testing::UnorderedElementsAre("section 7 1 12 128", "present 0 2 Film", "pes 258 5 broadcast"));
 }
