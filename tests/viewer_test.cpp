@@ -259,6 +259,7 @@ TEST_F(Viewer, RefusesOrdersThatTheStudioDoesNotUnderstand) {
       {"record 7x", "('7x' is not a number from 0 to 1000000: record PROGRAMME)"},
       {"record 99999999999", "('99999999999' is not a number from 0 to 1000000: record PROGRAMME)"},
       {"lock 2", "('2' is not a number from 0 to 1: lock 1|0)"},
+      {"speed 0", "('0' is not a number from 1 to 100: speed TIMES)"},
       {"strength 50", "(a number is missing: strength PERCENT QUALITY)"},
       {"strength -5 50", "('-5' is not a number from 0 to 100: strength PERCENT QUALITY)"},
       {"caption", "(text is missing: caption TEXT)"},
@@ -290,6 +291,7 @@ protected:
   ViewerOfAStream() {
     setenv("LUMIO_RECORDINGS", store_.Path().c_str(), 1);
     Start({"--grab", "--tv", LUMIO_SAMPLE});
+    viewer_->WriteLine("speed 5"); // rather than wait for what comes late in the stream
   }
 
   // Waits until the viewer has printed a line with each of these ends, in whatever order.

@@ -1,6 +1,7 @@
 #include "studio.h"
 
 #include <TVServiceSubscriber.h>
+#include <lumio-host/broadcast.h>
 #include <lumio-host/pvr-control.h>
 #include <lumio-host/tv-control.h>
 
@@ -96,11 +97,11 @@ class Arguments {
 public:
   explicit Arguments(Words words) : words_(std::move(words)) {}
 
-  int Number(size_t index, int largest) const {
+  int Number(size_t index, int largest, int smallest = 0) const {
     if (index >= words_.size()) {
       throw Misunderstanding{"a number is missing"};
     }
-    return ToNumber(words_[index], 0, largest);
+    return ToNumber(words_[index], smallest, largest);
   }
   // At least one word.
   Words From(size_t index) const {
@@ -191,6 +192,8 @@ constexpr Order kOrders[] = {
     {"refuse-session", "the data service refuses the next session",
      [](A, Studio &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
     {"services NAME...", "the table of services", [](A a, Studio &) { BroadcastServices(a.From(0)); }},
+    {"speed TIMES", "how many times as fast as its clock the stream plays",
+     [](A a, Studio &) { lumio::broadcast::SetSpeed(a.Number(0, 100, 1)); }},
     {"stop-recording", "ends the recording", [](A, Studio &) { lumio::pvr::StopRecording(); }},
     {"strength PERCENT QUALITY", "strength and quality of the signal",
      [](A a, Studio &) {
