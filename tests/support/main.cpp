@@ -12,9 +12,9 @@
 
 namespace {
 
-// EFL ends a program that has neither XDG_RUNTIME_DIR nor a home directory. The directory need not exist. This runs
+// EFL ends a program that has neither XDG_RUNTIME_DIR nor a home directory. No program can create this one. This runs
 // before the fakes, one of which brings EFL up.
-__attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/nonexistent", 0); }
+__attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/dev/null/run", 0); }
 
 // Temporary files are kept in memory where possible, since the tests sync them often.
 __attribute__((constructor)) void KeepTemporaryFilesInMemory() {

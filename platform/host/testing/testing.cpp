@@ -39,8 +39,8 @@ void Send(int ecore_type, const std::string &name) {
 // --- Session ---------------------------------------------------------------------------------------------------------
 
 Session::Session() {
-  // EFL ends a program that has neither a home nor a directory of the session. It need not exist.
-  setenv("XDG_RUNTIME_DIR", "/nonexistent", 0);
+  // EFL ends a program that has neither a home nor a directory of the session. No program can create this one.
+  setenv("XDG_RUNTIME_DIR", "/dev/null/run", 0);
   ecore_app_no_system_modules(); // no search for a system bus
   ecore_init();
   ecore_event_init();
