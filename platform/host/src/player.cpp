@@ -263,6 +263,7 @@ bool Player::IsDue(SteadyTime &when) const {
 
 bool Player::WaitUntilDue() {
   std::unique_lock<std::mutex> lock(mutex_);
+  is_busy_ = false;
   for (;;) {
     if (closing_) {
       return false;
@@ -369,6 +370,7 @@ void Player::EndPass() {
     MakeDecoders();
     return;
   }
+  Publish();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     ended_ = true; // a callback for the lost signal may ask
@@ -431,7 +433,6 @@ void Player::Publish() {
   counts_ = {counts.packets,           reader_.SyncLosses(), counts.transport_errors,
              counts.continuity_errors, dropped_pes,          dropped_programmes_};
   published_service_ = tuned_;
-  is_busy_ = false;
 }
 
 // What the stream contains
