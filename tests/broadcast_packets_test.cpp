@@ -68,6 +68,14 @@ TEST(PacketReader, FindsPacketsBeforeChecksums) {
   EXPECT_EQ(read.losses, 0U);
 }
 
+TEST(PacketReader, IsNotMisledByASyncByteInAChecksum) {
+  ts::Bytes bytes = ts::Framed(Numbered(10).bytes, 0, 16);
+  bytes[188] = 0x47; // as if the next packet began here
+  const Read read = ReadAll(bytes);
+  EXPECT_EQ(read.numbers, UpTo(10));
+  EXPECT_EQ(read.stride, 204U);
+}
+
 TEST(PacketReader, FindsEvenOnePacket) {
   for (int count = 1; count < 7; ++count) {
     const Read read = ReadAll(Numbered(count).bytes);

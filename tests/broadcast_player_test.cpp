@@ -770,6 +770,27 @@ TEST_F(BroadcastPlayer, TellsTeletextSubtitles) {
   EXPECT_THAT(ToldIn(1s), ElementsAre("caption deu 90 Guten\nAbend", "caption deu 180 ", "caption deu 360 Ende"));
 }
 
+TEST_F(BroadcastPlayer, DecodesTheFirstEightCaptionStreams) {
+  const ts::Bytes pages = ts::Descriptor(0x56, ts::Text("deu") + ts::Bytes{0x10, 0x88});
+  std::vector<ts::Es> streams;
+  for (unsigned pid = 0x200; pid < 0x20a; ++pid) {
+    streams.push_back({0x06, pid, pages});
+  }
+  ts::Stream stream;
+  stream.Section(0, ts::Pat(3, {{1, 0x100}}));
+  stream.Section(0x100, ts::Pmt(1, kVideo, streams));
+  for (unsigned pid = 0x200; pid < 0x20a; ++pid) {
+    stream.Pes(pid, ts::Pes(0xbd, {pid},
+                            ts::TeletextPayload({ts::TeletextHeader(0x888), ts::TeletextRow(0x888, 20, "A"),
+                                                 ts::TeletextHeader(0x8ff)})));
+  }
+  ASSERT_TRUE(Open(stream));
+  SubscribeCaptions();
+  const std::vector<std::string> told = ToldIn(1s);
+  EXPECT_EQ(told.size(), 8U);
+  EXPECT_EQ(told.back(), "caption deu 519 A");
+}
+
 TEST_F(BroadcastPlayer, TellsLine21InDisplayOrder) {
   ts::Stream stream;
   AddTables(stream);
@@ -821,6 +842,32 @@ TEST_F(BroadcastPlayer, TellsModulesOfCarousels) {
   EXPECT_THAT(ToldIn(1s), ElementsAre("module 0 0 1 0 first module", "module 0 0 2 0 second"));
   EXPECT_THAT(ToldIn(1h),
               testing::UnorderedElementsAre("module 0 0 1 1 FIRST", "module 0 0 1 1 FIRST", "module 0 0 1 1 FIRST"));
+}
+
+TEST_F(BroadcastPlayer, KeepsTheModulesOfTheFirstCarousels) {
+  std::vector<ts::Es> streams;
+  for (unsigned tag = 1; tag <= 66; ++tag) {
+    streams.push_back({0x0b, 0x200 + tag, ts::Descriptor(0x52, {static_cast<std::uint8_t>(tag)})});
+  }
+  const ts::Module module{1, 0, ts::Text("module")};
+  ts::Stream stream;
+  stream.Section(0, ts::Pat(3, {{1, 0x100}}));
+  stream.Section(0x11, ts::Sdt(3, 2, {}));
+  stream.Section(0x100, ts::Pmt(1, kVideo, streams));
+  for (int i = 0; i < 3; ++i) {
+    for (const unsigned tag : {64U, 66U}) {
+      stream.Section(0x200 + tag, ts::Dii(9, 10, {module}));
+      stream.Section(0x200 + tag, ts::Ddb(9, 10, module, 0));
+    }
+    stream.Pcr(kVideo, i);
+  }
+  ASSERT_TRUE(Open(stream));
+  broadcast::Advance(500ms);
+  Attach("dvb://2.3.1/42", DSM_ATTACH_CACHED); // the 66th
+  EXPECT_THAT(ToldIn(0ms), IsEmpty());
+  Attach("dvb://2.3.1/40", DSM_ATTACH_CACHED); // the 64th
+  EXPECT_THAT(ToldIn(0ms), ElementsAre("module 0 0 1 0 module"));
+  EXPECT_THAT(ToldIn(1s), ElementsAre("module 0 0 1 0 module"));
 }
 
 TEST_F(BroadcastPlayer, LeavesWhatIsScriptedAsItIs) {
