@@ -103,6 +103,8 @@ bool AppendFormatted(std::string *line, const char *format, va_list arguments) {
 class Log {
 public:
   int Print(int priority, const char *tag, const char *format, va_list arguments) __attribute__((format(printf, 4, 0)));
+  // Call it in a new process. To ask for the ID in each line would be slow.
+  void NoteProcess() { process_ = ' ' + std::to_string(getpid()) + ' '; }
 
 private:
   void Configure();
@@ -119,14 +121,18 @@ private:
   int descriptor_ = STDERR_FILENO; // -1 for no output
   bool journal_ = false;
   bool cut_ = false; // the last line was written only in part
+  std::string process_ = ' ' + std::to_string(getpid()) + ' ';
   std::string line_; // a member, to reuse its memory
 };
 
 std::mutex g_mutex;      // lines are composed and written one at a time, in the order of their times
 Log &g_log = *new Log(); // never destroyed: threads may log while the program ends
 
-[[maybe_unused]] const int g_fork_handlers =
-    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { g_mutex.unlock(); });
+[[maybe_unused]] const int g_fork_handlers = pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); },
+                                                            [] {
+                                                              g_log.NoteProcess();
+                                                              g_mutex.unlock();
+                                                            });
 
 int Log::Print(int priority, const char *tag, const char *format, va_list arguments) {
   if (!configured_) {
@@ -209,7 +215,7 @@ bool Log::Compose(const Level &level, const char *tag, const char *format, va_li
   }
   const size_t start = line_.size();
   AppendTime(&line_);
-  line_ += ' ' + std::to_string(getpid()) + ' '; // several processes may share one file
+  line_ += process_; // several processes may share one file
   line_ += {level.letter, ' '};
   line_ += tag ? tag : "-";
   line_ += ": ";
@@ -217,7 +223,9 @@ bool Log::Compose(const Level &level, const char *tag, const char *format, va_li
   while (line_.back() == '\n') {
     line_.pop_back();
   }
-  std::replace(line_.begin() + static_cast<std::ptrdiff_t>(start), line_.end(), '\n', ' '); // one line per call
+  for (size_t end = start; (end = line_.find('\n', end)) != std::string::npos;) { // one line per call
+    line_[end] = ' ';
+  }
   line_ += '\n';
   return formatted;
 }
