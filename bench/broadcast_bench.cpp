@@ -1,5 +1,6 @@
 // Prints how fast lumio-tv reads a transport stream, what playing one costs, and how soon a module gets a section.
 #include <lumio-host/broadcast.h>
+#include <lumio-host/pvr-control.h>
 #include <lumio-host/tv-control.h>
 
 #include <Ecore.h>
@@ -281,19 +282,31 @@ void WaitForTheEnd() {
   lumio::tv::Flush();
 }
 
-void MeasurePlaying(const std::string &path, int milliseconds) {
-  const ts::Stream stream = Busy(milliseconds);
-  Write(path, stream.bytes);
+// Returns the share of one core, in percent.
+double ShareOfPlaying(const std::string &path, bool records) {
   const double processor = ProcessorTime();
   const SteadyClock::time_point start = SteadyClock::now();
   Open(path);
+  if (records) {
+    lumio::pvr::StartRecording(1);
+  }
   WaitForTheEnd();
+  if (records) {
+    lumio::pvr::StopRecording();
+  }
   const std::chrono::duration<double> time = SteadyClock::now() - start;
+  broadcast::Close();
+  return (ProcessorTime() - processor) * 100 / time.count();
+}
+
+void MeasurePlaying(const std::string &path, int milliseconds) {
+  const ts::Stream stream = Busy(milliseconds);
+  Write(path, stream.bytes);
   std::printf("\n== playing %.1f Mbit/s in real time, to a module that subscribes to everything\n",
               static_cast<double>(stream.bytes.size()) * 8 / milliseconds / 1000);
-  std::printf("processor time   %.2f %% of one core (%u PES packets told)\n",
-              (ProcessorTime() - processor) * 100 / time.count(), g_packets.load());
-  broadcast::Close();
+  std::printf("processor time          %6.2f %% of one core\n", ShareOfPlaying(path, false));
+  std::printf("with a recording        %6.2f %%\n", ShareOfPlaying(path, true));
+  std::printf("told                    %6u PES packets\n", g_packets.load());
 }
 
 // From a section's last byte to the callback
@@ -351,6 +364,7 @@ int main(int argc, char **argv) {
   ecore_init();
   const lumio::TemporaryDirectory directory;
   const std::string path = directory / "stream.ts";
+  setenv("LUMIO_RECORDINGS", (directory / "recordings").c_str(), /*overwrite=*/1);
   std::ifstream file(LUMIO_SAMPLE, std::ios::binary);
   const ts::Bytes sample{std::istreambuf_iterator<char>(file), {}};
   const std::size_t times = (quick ? 20'000'000 : 1'000'000'000) / sample.size() + 1;
