@@ -34,7 +34,12 @@ constexpr TCServiceId kService = 0x000200030001;
 std::atomic<unsigned> g_modules{0};
 std::atomic<unsigned> g_programmes{0};
 
-int OnSignal(ESignalType, EProfile, unsigned short, TSSignalData, void *) { return 1; }
+std::atomic<unsigned> g_ends{0}; // of streams
+
+int OnSignal(ESignalType type, EProfile, unsigned short, TSSignalData data, void *) {
+  g_ends += type == SIGNAL_TYPE_LOCK && data.value == 0 ? 1 : 0;
+  return 1;
+}
 void OnProgram(EProgramChangeType, TCProgramData *, int, int) { ++g_programmes; }
 void OnSection(bool, unsigned short, unsigned char *, int) {}
 void OnPes(TSPESData &, void *) {}
@@ -143,12 +148,13 @@ TEST_F(Hostile, TruncatedStreamsEndWhereTheyAreCut) {
   }
 }
 
-// What it counted is there when the end is.
+// What it counted and told is there when the end is.
 TEST_F(Hostile, AStreamOfOnePacketEndsAtOnce) {
   ts::Stream stream;
   stream.Packet(kVideo, ts::Bytes(184, 1));
-  for (int i = 0; i < 100; ++i) {
+  for (unsigned i = 1; i <= 200; ++i) {
     ASSERT_EQ(Play(stream.bytes).packets, 1U);
+    ASSERT_EQ(g_ends, i);
   }
 }
 

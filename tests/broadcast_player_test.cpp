@@ -244,6 +244,7 @@ TEST_F(BroadcastPlayer, KeepsTimeOverJumpsAndTheEndOfTheClock) {
 TEST_F(BroadcastPlayer, LoopsWithoutErrors) {
   ts::Stream stream;
   AddTables(stream);
+  stream.Pcr(kVideo, 11); // seems to follow the last one
   stream.Packet(kVideo, ts::Bytes(184, 1));
   stream.Pcr(kVideo, 10);
   stream.Pcr(kVideo, 10.5);
@@ -255,6 +256,20 @@ TEST_F(BroadcastPlayer, LoopsWithoutErrors) {
   EXPECT_FALSE(broadcast::HasEnded());
   EXPECT_GE(broadcast::Counted().packets, 20 * stream.Packets());
   EXPECT_EQ(broadcast::Counted().continuityErrors, 0U);
+}
+
+TEST_F(BroadcastPlayer, FollowsTheTablesInEachRound) {
+  ts::Stream stream;
+  stream.Pcr(kVideo, 0);
+  AddTables(stream, 0);
+  stream.Pcr(kVideo, 1);
+  AddTables(stream, 1, 0x222);
+  stream.Pcr(kVideo, 2);
+  broadcast::Options options;
+  options.clock = broadcast::Clock::Virtual;
+  ASSERT_TRUE(broadcast::Open(Write(stream), options));
+  SubscribeSignal(SIGNAL_TYPE_AUDIO_CHANGED);
+  EXPECT_THAT(ToldIn(3500ms), ElementsAre("audio 258 3", "audio 546 3", "audio 258 3", "audio 546 3"));
 }
 
 TEST_F(BroadcastPlayer, PassesTimeInAStreamWithoutClock) {

@@ -177,9 +177,4 @@ bool ServiceList::IsComplete() const {
          std::all_of(services_.begin(), services_.end(), [](const auto &entry) { return entry.second.has_pmt; });
 }
 
-void ServiceList::Restart() {
-  pat_progress_ = {};
-  sdt_progress_ = {};
-}
-
 } // namespace lumio::broadcast

@@ -41,9 +41,6 @@ public:
     return std::uint64_t{network_id_} << 32 | std::uint64_t{stream_id_} << 16 | service;
   }
 
-  // Call it when the stream starts again. Keeps what is known until the stream changes it.
-  void Restart();
-
 private:
   // Which sections of a table's version have been seen.
   struct Progress {

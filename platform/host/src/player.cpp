@@ -365,7 +365,6 @@ void Player::EndPass() {
     demultiplexer_.Interrupt();
     RecordInterruption();
     feed_.Interrupt();
-    services_.Restart();
     time_.Interrupt();
     MakeDecoders();
     return;
