@@ -326,7 +326,7 @@ TEST_F(Hostile, ProgrammesThatThereIsNoRoomForAreDroppedWithOneLine) {
       events.push_back({event & 0xffff, ts::Time(1'700'000'000 + event * 60), ts::Duration(60),
                         ts::Text(std::to_string(event)), ts::Bytes(230, kEuro)});
     }
-    stream.Section(0x12, ts::Eit(0x50 + section / 32 % 16, {2, 3, 1 + section / 512}, events,
+    stream.Section(0x12, ts::Eit(0x50 + section / 32 % 16, {2, 3, 1 + section / 128}, events,
                                  {section % 2, section % 32 * 8, 248}));
   }
   for (int i = 0; i < 100; ++i) {
