@@ -45,10 +45,10 @@ void OnSection(bool, unsigned short, unsigned char *, int) {}
 void OnPes(TSPESData &, void *) {}
 void OnCaption(TSCaption &, void *) {}
 void OnDsm(TSDsmMessage &) {
-  ++g_modules;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; g_modules == 0 && i < 100; ++i) {
     std::this_thread::yield(); // so that the player is ahead, if it does not wait
   }
+  ++g_modules;
 }
 
 void SubscribeToEverything() {

@@ -21,10 +21,12 @@ void Restart() { g_most = g_held.load(); }
 
 } // namespace counted_memory
 
-void *operator new(std::size_t size) {
+// All of them, because a sanitizer has each of its own.
+
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
   void *memory = std::malloc(size);
   if (!memory) {
-    throw std::bad_alloc();
+    return nullptr;
   }
   const std::size_t held = g_held += malloc_usable_size(memory);
   std::size_t most = g_most;
@@ -33,12 +35,24 @@ void *operator new(std::size_t size) {
   return memory;
 }
 
+void *operator new(std::size_t size) {
+  void *memory = operator new(size, std::nothrow);
+  if (!memory) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+void *operator new[](std::size_t size) { return operator new(size); }
+void *operator new[](std::size_t size, const std::nothrow_t &) noexcept { return operator new(size, std::nothrow); }
+
 void operator delete(void *memory) noexcept {
   g_held -= malloc_usable_size(memory);
   std::free(memory);
 }
 
-void *operator new[](std::size_t size) { return operator new(size); }
 void operator delete[](void *memory) noexcept { operator delete(memory); }
 void operator delete(void *memory, std::size_t) noexcept { operator delete(memory); }
 void operator delete[](void *memory, std::size_t) noexcept { operator delete(memory); }
+void operator delete(void *memory, const std::nothrow_t &) noexcept { operator delete(memory); }
+void operator delete[](void *memory, const std::nothrow_t &) noexcept { operator delete(memory); }
