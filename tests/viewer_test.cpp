@@ -232,7 +232,7 @@ TEST_F(Viewer, PrintsEachKey) {
   Tap("F5");
   EXPECT_THAT(KeyLine(), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  key     F5 +press    other "
                                                 "device    asked menu, power, volume, channel, info, guide, data, "
-                                                "captions, panels, logger  "
+                                                "captions, recorder, teletext, panels, logger  "
                                                 "taken by nobody  [0-9]+\\.[0-9]{3} ms$"));
   EXPECT_THAT(KeyLine(), testing::ContainsRegex("  F5 +release  other device    asked menu, logger  taken by nobody"));
 }

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -78,7 +79,9 @@ protected:
                                {"LSAN_OPTIONS", "print_suppressions=0:suppressions=" LSAN_SUPPRESSIONS},
                                {"LUMIO_VCONF_DIR", directory_ / "vconf"},
                                {"LUMIO_RECORDINGS", directory_ / "recordings"}};
-    environment.insert(more.begin(), more.end());
+    for (const auto &[name, value] : more) {
+      environment[name] = value;
+    }
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
@@ -89,13 +92,15 @@ protected:
   }
 
   // Returns the next line of the viewer that ends with `end`.
-  std::string ExpectLine(const std::string &end) {
+  std::string ExpectLine(const std::string &end) { return ExpectLine(EndsWith(end), end); }
+
+  std::string ExpectLine(const testing::Matcher<std::string> &is_wanted, const std::string &what) {
     std::optional<std::string> line;
     do {
       line = viewer_->ReadLine(Deadline());
       printed_ += line.value_or("") + "\n";
-    } while (line && !testing::Matches(EndsWith(end))(*line));
-    EXPECT_TRUE(line) << "the viewer does not print: " << end << "\n" << printed_;
+    } while (line && !is_wanted.Matches(*line));
+    EXPECT_TRUE(line) << "the viewer does not print: " << what << "\n" << printed_;
     return line.value_or("");
   }
 
@@ -212,6 +217,65 @@ TEST_F(TvPicture, IsShownWhenASignalEndsTheViewer) {
   ExpectPicture("the broadcast's picture", IsBroadcast);
   viewer_->Signal(SIGTERM);
   EXPECT_TRUE(viewer_->Wait(Deadline()).has_value());
+}
+
+// What the canvas has, without a picture behind it.
+const std::vector<std::string> kCanvas = {"--grab", "--still", "--studio"};
+
+TEST_F(Tv, ShowsTheFirstPageOfTeletext) {
+  Start({}, kCanvas);
+  Tap("t");
+  ExpectLine(
+      testing::ContainsRegex("canvas  page {30,}LUMIO TEXT +888  Subtitles in English +889  Untertitel auf Deutsch"),
+      "the page on the canvas");
+  Tap("t");
+  ExpectLine("page                  (hidden)");
+  Tap("t");
+  ExpectLine(HasSubstr("screen  page                  LUMIO TEXT / 888  Subtitles in English / 889"), "the page again");
+  Tap("2"); // a service without teletext
+  ExpectLine("canvas  page                  page 100 has not come yet");
+  End();
+}
+
+TEST_F(Tv, RecordsWhatIsTunedTo) {
+  Start({}, kCanvas);
+  Tap("2");
+  ExpectLine("screen  channel               2");
+  Tap("o");
+  ExpectLine("canvas  notice                Recording has started");
+  ExpectLine("start of programme 102: done");
+  ExpectLine("canvas  record indicator      recording");
+  Tap("XF86AudioRecord");
+  ExpectLine("canvas  notice                Recording has ended");
+  ExpectLine("stop of programme 102: done");
+  ExpectLine("canvas  record indicator      (hidden)");
+  ExpectLine("canvas  notice                (hidden)"); // after a while
+  End();
+  const std::filesystem::directory_iterator recordings(directory_ / "recordings");
+  EXPECT_EQ(std::distance(begin(recordings), end(recordings)), 1);
+}
+
+TEST_F(Tv, SaysWhyItCannotRecord) {
+  Start({{"LUMIO_RECORDINGS", "/dev/null/recordings"}}, kCanvas);
+  Tap("o");
+  ExpectLine("canvas  notice                Cannot record: disk full");
+  End();
+}
+
+TEST_F(Tv, ShowsACaptionOfTwoSourcesOnce) {
+  Start({}, kCanvas);
+  ExpectLine("screen  transcript            Good evening. / The light is on again. / Who keeps it burning?");
+  End();
+}
+
+TEST_F(Tv, OpensTheGuideAtThePresentProgramme) {
+  Start({}, kCanvas);
+  ExpectLine("now                   Night Train");
+  Tap("g");
+  ExpectLine(testing::ContainsRegex("canvas  guide +.*:15 Caf\u00e9 de la Gare; \\[[0-9]{2}:15 Night Train\\]; "
+                                    "[0-9]{2}:15 The Evening News; "),
+             "the guide");
+  End();
 }
 
 } // namespace

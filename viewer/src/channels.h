@@ -25,6 +25,8 @@ public:
 
   // Of the service that is shown.
   TCServiceId Service() const;
+  // What to record of it.
+  int Programme() const { return played_ ? service_ : 1; }
   // The target to attach to for the service's broadcaster application; empty if it has none.
   std::string DataTarget() const;
 

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, panels, logger";
+constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels, logger";
 constexpr char kAging[] = "passed on: factory aging mode";
 constexpr char kNobody[] = "taken by nobody";
 // The subscriptions of the TV service and the modules that share them, without the broadcaster's application.
@@ -190,7 +190,7 @@ void PlayRemotes(Evening &evening) {
   evening.ExpectScreen("channel", "4");
 
   evening.Heading("A key that no module uses is offered to all of them");
-  evening.Tap("F1", "menu, power, volume, channel, info, guide, data, captions, panels", "taken by panels");
+  evening.Tap("F1", "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels", "taken by panels");
   evening.ExpectScreen("keys", "the last ten keys");
   evening.Tap("F5", kEverybody, kNobody);
   evening.Picture();

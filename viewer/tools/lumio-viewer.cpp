@@ -29,6 +29,8 @@ Keys, while the window has the focus. Characters count as the keyboard writes th
   i or XF86Info                           information
   g or XF86Option                         programme guide; in it Up and Down
   c                                       captions
+  t                                       teletext, page 100
+  o or XF86AudioRecord                    start and stop a recording
   r or XF86Red                            the broadcaster's application
   s or XF86Standby                        standby
   q or XF86PowerOff                       end

@@ -25,8 +25,8 @@ int Unhamm(const std::uint8_t *bytes) {
 
 } // namespace
 
-TeletextDecoder::TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell)
-    : pid_(pid), tell_(std::move(tell)) {
+TeletextDecoder::TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell, Form form)
+    : pid_(pid), tell_(std::move(tell)), form_(form) {
   for (const TeletextPage &page : pages) {
     languages_.emplace(page.page, page.language);
   }
@@ -120,7 +120,7 @@ void TeletextDecoder::OnPage(int page, int subpage) {
   stored_pages_.insert({page, subpage});
   const auto time = times_.find(page);
   const Caption caption{pid_, CaptionKind::kTeletext, language->second, time == times_.end() ? kNoTime : time->second,
-                        TextOfRows(shown, 1, kRows - 1)};
+                        form_ == Form::kCaption ? TextOfRows(shown, 1, kRows - 1) : TextOfPage(shown, 1, kRows - 1)};
   vbi_unref_page(&shown);
   tell_(caption);
 }

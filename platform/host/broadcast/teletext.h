@@ -1,4 +1,4 @@
-// Subtitles of a teletext stream.
+// Pages of a teletext stream.
 #pragma once
 
 #include <array>
@@ -17,7 +17,11 @@ namespace lumio::broadcast {
 
 class TeletextDecoder {
 public:
-  TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell);
+  // What is told of a page: a caption, or all its rows below the header as they stand, each ended by '\n'.
+  enum class Form { kCaption, kWholePage };
+
+  TeletextDecoder(std::uint16_t pid, const std::vector<TeletextPage> &pages, TellCaption tell,
+                  Form form = Form::kCaption);
   TeletextDecoder(const TeletextDecoder &) = delete;
   TeletextDecoder &operator=(const TeletextDecoder &) = delete;
 
@@ -38,6 +42,7 @@ private:
 
   const std::uint16_t pid_;
   const TellCaption tell_;
+  const Form form_;
   std::map<int, int> languages_;               // by page
   std::map<int, std::uint64_t> times_;         // when the page last began
   std::array<bool, 8> is_wanted_{};            // whether a magazine's current page is one of ours

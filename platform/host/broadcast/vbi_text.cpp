@@ -34,7 +34,7 @@ void AppendUtf8(std::string &text, unsigned character) { // of the basic plane
 
 } // namespace
 
-std::string TextOfRow(const vbi_page &page, int row) {
+std::string TextOfRow(const vbi_page &page, int row, bool indented) {
   std::string text;
   std::size_t end = 0; // of the last letter
   for (int column = 0; column < page.columns; ++column) {
@@ -42,7 +42,7 @@ std::string TextOfRow(const vbi_page &page, int row) {
     if (IsShown(character)) {
       AppendUtf8(text, character.unicode);
       end = text.size();
-    } else if (!text.empty() && !IsRightPart(character)) {
+    } else if ((indented || !text.empty()) && !IsRightPart(character)) {
       text += ' ';
     }
   }
@@ -54,6 +54,14 @@ std::string TextOfRows(const vbi_page &page, int first, int last) {
   for (int row = first; row <= last && row < page.rows; ++row) {
     const std::string line = TextOfRow(page, row);
     text += (text.empty() || line.empty() ? "" : "\n") + line;
+  }
+  return text;
+}
+
+std::string TextOfPage(const vbi_page &page, int first, int last) {
+  std::string text;
+  for (int row = first; row <= last && row < page.rows; ++row) {
+    text += TextOfRow(page, row, true) + "\n";
   }
   return text;
 }

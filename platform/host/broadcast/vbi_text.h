@@ -13,10 +13,14 @@ struct VbiDecoderDeleter {
 };
 using VbiDecoder = std::unique_ptr<vbi_decoder, VbiDecoderDeleter>;
 
-// A row in UTF-8 without the spaces around it. Hidden and graphic characters count as spaces.
-std::string TextOfRow(const vbi_page &page, int row);
+// A row in UTF-8 without the spaces at its end, and unless `indented` without those at its beginning. Hidden and
+// graphic characters count as spaces.
+std::string TextOfRow(const vbi_page &page, int row, bool indented = false);
 
 // The rows from `first` to `last` that are not empty, joined by '\n'.
 std::string TextOfRows(const vbi_page &page, int first, int last);
+
+// The rows from `first` to `last` as they stand, each ended by '\n'.
+std::string TextOfPage(const vbi_page &page, int first, int last);
 
 } // namespace lumio::broadcast

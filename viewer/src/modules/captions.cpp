@@ -1,7 +1,6 @@
 #include <TVServiceSubscriber.h>
 
-#include <optional>
-
+#include "../caption_choice.h"
 #include "../channels.h"
 #include "../key_domain.h"
 #include "../presentation.h"
@@ -16,7 +15,7 @@ public:
   explicit Captions(ModuleContext context) : screen_(context.screen), keys_("captions", context.journal) {
     tv_.SubscribeCaption(CaptionCame, this);
     context.channels.OnTuned([this] {
-      language_.reset();
+      choice_.Reset();
       screen_.Hide("captions");
     });
     keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
@@ -37,17 +36,14 @@ private:
     return true;
   }
 
-  // If there are several languages, shows the one that comes first.
   static void CaptionCame(TSCaption &caption, void *data) {
     auto *self = static_cast<Captions *>(data);
-    if (caption.payload.empty()) {
-      if (self->language_ == caption.language) {
-        self->screen_.Hide("captions");
-      }
+    if (!self->choice_.Accepts(caption)) {
       return;
     }
-    self->language_ = self->language_.value_or(caption.language);
-    if (self->language_ == caption.language) {
+    if (caption.payload.empty()) {
+      self->screen_.Hide("captions");
+    } else {
       self->screen_.Show("captions", std::string(caption.payload.begin(), caption.payload.end()));
     }
   }
@@ -55,7 +51,7 @@ private:
   Presentation &screen_;
   CTVServiceSubscriber tv_{"captions"};
   bool on_ = true;
-  std::optional<decltype(TSCaption::language)> language_; // the one that is shown
+  CaptionChoice choice_;
   KeyDomain keys_;
 };
 

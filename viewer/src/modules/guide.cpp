@@ -38,17 +38,27 @@ public:
   ~Guide() override { self_ = nullptr; }
 
 private:
-  void Subscribe() { tv_.SubscribeProgramList(0, channels_.Service(), 0, UINT_MAX, SUBSCRIBE_TYPE_CHANGES, handle_); }
+  void Subscribe() {
+    tv_.SubscribeProgramList(0, channels_.Service(), 0, UINT_MAX, SUBSCRIBE_TYPE_CHANGES, handle_);
+    tv_.SubscribeProgramListPF(0, channels_.Service(), SUBSCRIBE_TYPE_CHANGES, present_handle_);
+  }
   void Resubscribe() {
     tv_.UnSubscribeProgramList(handle_);
+    tv_.UnSubscribeProgram(present_handle_);
     broadcast_.clear();
+    present_ = 0;
     Subscribe();
   }
 
   // Called without user data.
   static void ProgramCame(EProgramChangeType change, TCProgramData *data, int, int) {
-    if (change == PROGRAM_CHANGE_LIST && data->serviceId == self_->channels_.Service()) {
+    if (data->serviceId != self_->channels_.Service()) {
+      return;
+    }
+    if (change == PROGRAM_CHANGE_LIST) {
       self_->broadcast_[data->startTime] = HourAndMinute(data->startTime) + " " + data->title;
+    } else if (change == PROGRAM_CHANGE_PRESENT) {
+      self_->present_ = data->startTime;
     }
   }
 
@@ -112,10 +122,12 @@ private:
     return list_.entries.empty() ? "no programme guide in " + source_ : "";
   }
 
+  // The cursor is on the present programme.
   std::string LoadBroadcast() {
     list_ = {};
-    for (const auto &programme : broadcast_) {
-      list_.entries.push_back(programme.second);
+    for (const auto &[start, programme] : broadcast_) {
+      list_.cursor = start <= present_ ? list_.entries.size() : list_.cursor;
+      list_.entries.push_back(programme);
     }
     return list_.entries.empty() ? "no programme guide is broadcast" : "";
   }
@@ -127,7 +139,9 @@ private:
   std::string source_;
   CTVServiceSubscriber tv_{"guide"};
   int handle_ = 0;
+  int present_handle_ = 0;
   std::map<std::int64_t, std::string> broadcast_; // programmes by start
+  std::int64_t present_ = 0;                      // start of the present programme
   bool shown_ = false;
   Details list_;
   KeyDomain keys_;

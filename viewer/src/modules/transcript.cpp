@@ -1,5 +1,7 @@
 #include <TVServiceSubscriber.h>
 
+#include "../caption_choice.h"
+#include "../channels.h"
 #include "../presentation.h"
 #include "modules.h"
 
@@ -7,12 +9,15 @@ namespace {
 
 class Transcript : public Module {
 public:
-  explicit Transcript(ModuleContext context) : screen_(context.screen) { tv_.SubscribeCaption(CaptionCame, this); }
+  explicit Transcript(ModuleContext context) : screen_(context.screen) {
+    tv_.SubscribeCaption(CaptionCame, this);
+    context.channels.OnTuned([this] { choice_.Reset(); });
+  }
 
 private:
   static void CaptionCame(TSCaption &caption, void *data) {
     auto *self = static_cast<Transcript *>(data);
-    if (caption.payload.empty()) { // the captions disappear
+    if (!self->choice_.Accepts(caption) || caption.payload.empty()) { // or the captions disappear
       return;
     }
     self->text_.append(self->text_.empty() ? "" : " / ").append(caption.payload.begin(), caption.payload.end());
@@ -21,6 +26,7 @@ private:
 
   Presentation &screen_;
   std::string text_;
+  CaptionChoice choice_;
   CTVServiceSubscriber tv_{"transcript"};
 };
 

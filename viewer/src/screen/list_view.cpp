@@ -17,6 +17,10 @@ ListView::ListView(const Canvas &canvas, const std::string &item, size_t rows)
 
 void ListView::Show(const Details &list) {
   const size_t count = rows_.Count();
+  if (list.entries != entries_) {
+    entries_ = list.entries;
+    first_ = list.cursor;
+  }
   // The cursor stays in view, and no row at the end stays empty while there is an entry for it.
   const size_t last_first = list.entries.size() > count ? list.entries.size() - count : 0;
   const size_t lowest = list.cursor >= count ? list.cursor - count + 1 : 0;

@@ -82,6 +82,8 @@ void Screen::Show(const std::string &item, const std::string &text, const Detail
     ShowProgress();
   } else if (item == "volume") {
     SetLevel(theme_, "volume:bar.level", 0, std::atoi(text.c_str()) / kLoudest);
+  } else if (item == "page" && !details.entries.empty()) {
+    WriteRows("page:text", details.entries);
   } else if (item == "picture" || item == "light") {
     ShowState(item, text);
     return;
@@ -115,6 +117,16 @@ void Screen::Write(const std::string &item, const std::string &text) {
       edje_object_part_text_unescaped_set(theme_, place.c_str(), text.c_str());
     }
   }
+}
+
+void Screen::WriteRows(const char *part, const std::vector<std::string> &rows) {
+  std::string markup;
+  for (const std::string &row : rows) {
+    char *escaped = evas_textblock_text_utf8_to_markup(nullptr, row.c_str());
+    markup += std::string(escaped ? escaped : "") + "<br/>";
+    std::free(escaped);
+  }
+  edje_object_part_text_set(theme_, part, markup.c_str());
 }
 
 void Screen::SetShown(const std::string &item, bool shown) {

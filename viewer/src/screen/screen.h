@@ -43,6 +43,7 @@ private:
   };
 
   void Write(const std::string &item, const std::string &text);
+  void WriteRows(const char *part, const std::vector<std::string> &rows);
   void SetShown(const std::string &item, bool shown);
   void Signal(const std::string &signal, const std::string &item);
   void ShowState(const std::string &item, const std::string &state);

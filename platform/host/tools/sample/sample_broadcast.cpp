@@ -248,13 +248,25 @@ std::vector<ts::Bytes> SubtitlePages(const char *english, const char *german) {
   return lines;
 }
 
+// The page that a receiver shows first.
+std::vector<ts::Bytes> IndexPage() {
+  constexpr std::pair<unsigned, const char *> kRows[] = {{2, "               LUMIO TEXT"},
+                                                         {5, "   888  Subtitles in English"},
+                                                         {6, "   889  Untertitel auf Deutsch"},
+                                                         {9, "   The Evening News    every four hours"},
+                                                         {10, "   Night Train         an hour before"}};
+  std::vector<ts::Bytes> lines = {ts::TeletextHeader(kIndexPage, true, false)};
+  for (const auto &[row, text] : kRows) {
+    lines.push_back(ts::TeletextRow(kIndexPage, row, text, false));
+  }
+  lines.push_back(ts::TeletextHeader(0x1ff)); // no page
+  return lines;
+}
+
 void AddTeletext(Multiplex &multiplex) {
   constexpr double kFirst = 0.5, kInterval = 3; // seconds
   for (int i = 0; kFirst + i * kInterval < kPictures; ++i) {
-    SendTeletext(multiplex, kFirst + i * kInterval,
-                 {ts::TeletextHeader(kIndexPage), ts::TeletextRow(kIndexPage, 2, "LUMIO TEXT", false),
-                  ts::TeletextRow(kIndexPage, 4, "888  Subtitles in English", false),
-                  ts::TeletextRow(kIndexPage, 5, "889  Untertitel auf Deutsch", false), ts::TeletextHeader(0x1ff)});
+    SendTeletext(multiplex, kFirst + i * kInterval, IndexPage());
   }
   for (const Subtitle &subtitle : kSubtitles) {
     SendTeletext(multiplex, subtitle.from, SubtitlePages(subtitle.english, subtitle.german));
