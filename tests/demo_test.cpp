@@ -32,7 +32,8 @@ std::vector<std::string> LinesOf(const std::vector<std::string> &command) {
 }
 
 int PriorityOf(const std::string &module) {
-  const std::map<std::string, int> first = {{"menu", 0}, {"power", 1}, {"volume", 2}, {"channel", 3}, {"panels", 5}};
+  const std::map<std::string, int> first = {{"menu", 0},    {"power", 1},  {"volume", 2},
+                                            {"channel", 3}, {"panels", 5}, {"teletext", 5}};
   const auto found = first.find(module);
   return found == first.end() ? 4 : found->second;
 }

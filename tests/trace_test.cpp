@@ -332,11 +332,14 @@ std::set<std::string> KindsIn(const std::string &file) {
 // Records the evening in `directory`, and replays it. Returns whether the replay goes through and has the same keys and
 // the same kinds of notifications.
 //
+// The transport stream is left out: what it carries comes from a file and not from the recording.
+//
 // Neither who took a key nor the place of a notification among the keys is compared: on a machine that is busy
 // otherwise, a key may be stale in one run and not in another, and what is subscribed then differs.
 bool ReplaysWhatItRecords(const lumio::TemporaryDirectory &directory) {
   lumio::Program director({LUMIO_DIRECTOR, "--under",
-                           LUMIO_TRACE " --json -o " + directory / "trace" + " --record=" + directory / "session"},
+                           LUMIO_TRACE " --json -o " + directory / "trace" + " --record=" + directory / "session",
+                           "--scripted"},
                           {});
   while (director.ReadLine(Never())) {
   }

@@ -46,6 +46,9 @@ std::string OnCanvas(const std::string &item, const std::string &text) {
   if (item == "light" && text == "(hidden)") {
     return "";
   }
+  if (item == "page" && text != "(hidden)") {
+    return text.substr(0, text.find(" / ")); // the first row; the rows stand below each other
+  }
   const bool is_entry = (item == "menu" || item == "guide") && text != "(hidden)" && text != "loading";
   if (is_entry) { // the first one is under the cursor
     const size_t end = text.find("; ");

@@ -84,7 +84,7 @@ int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, c
   int status = EXIT_SUCCESS;
   KeyJournal journal(screen);
   const auto modules = MakeModules({screen, journal, channels}, options);
-  Studio studio(screen, canvas, options.studio); // destroyed before the modules, to silence the services
+  Studio studio(screen, canvas, channels, options.studio); // destroyed before the modules, to silence the services
   const Schedule schedule(!options.studio && !channels.ArePlayed());
   const KeySenders senders;
   const KeyWatch watch(journal, senders);

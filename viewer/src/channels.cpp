@@ -36,6 +36,15 @@ Channels::Channels(const std::string &file) : played_(!file.empty()) {
   Tune(1);
 }
 
+bool Channels::PlayByHand(const std::string &file) {
+  broadcast::Options options;
+  options.clock = broadcast::Clock::Virtual;
+  played_ = broadcast::Open(file, options);
+  service_ = 0;
+  Tune(1);
+  return played_;
+}
+
 Channels::~Channels() {
   if (played_) {
     broadcast::Close();

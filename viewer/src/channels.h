@@ -17,6 +17,8 @@ public:
   Channels(const Channels &) = delete;
   Channels &operator=(const Channels &) = delete;
 
+  // Plays another stream, which stands still until it is told how much time passes. Returns whether that is possible.
+  bool PlayByHand(const std::string &file);
   bool ArePlayed() const { return played_; }
   // Shows the service of a channel, counted from 1. A channel without a service changes nothing.
   void Tune(int channel);
@@ -31,7 +33,7 @@ public:
   std::string DataTarget() const;
 
 private:
-  const bool played_;
+  bool played_;
   int service_ = 0; // service_id
   std::vector<std::function<void()>> listeners_;
 };

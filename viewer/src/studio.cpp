@@ -160,6 +160,8 @@ struct Order {
 using A = const Arguments &;
 
 constexpr Order kOrders[] = {
+    {"advance MILLISECONDS", "time passes in the stream that is played",
+     [](A a, Studio &) { lumio::broadcast::Advance(std::chrono::milliseconds(a.Number(0, kMost))); }},
     {"caption TEXT", "a caption", [](A a, Studio &) { BroadcastCaption(a.Text(0)); }},
     {"disk-space MEBIBYTES", "space left on the recording device; 0 is a full disk",
      [](A a, Studio &) { lumio::pvr::SetFreeSpace(a.Number(0, kMost)); }},
@@ -185,6 +187,8 @@ constexpr Order kOrders[] = {
      }},
     {"picture FILE", "writes what is on the screen to a PNG file",
      [](A a, Studio &studio) { studio.SavePicture(a.Text(0)); }},
+    {"play FILE", "plays a transport stream, in which no time passes without an order",
+     [](A a, Studio &studio) { studio.Play(a.Text(0)); }},
     {"present [HH:MM-HH:MM] TITLE", "the present programme",
      [](A a, Studio &) { BroadcastProgramme(PROGRAM_CHANGE_PRESENT, ToProgramme(a)); }},
     {"record PROGRAMME", "starts to record the programme of this number",
@@ -211,7 +215,8 @@ const Order *FindOrder(const std::string &name) {
 
 } // namespace
 
-Studio::Studio(Presentation &screen, const Canvas &canvas, bool listen) : screen_(screen), canvas_(canvas) {
+Studio::Studio(Presentation &screen, const Canvas &canvas, Channels &channels, bool listen)
+    : screen_(screen), canvas_(canvas), channels_(channels) {
   if (listen) {
     input_ = ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, InputCame, this, nullptr, nullptr);
   }
@@ -232,6 +237,10 @@ void Studio::ShowFrames() { screen_.Show("frames", std::to_string(canvas_.Frames
 void Studio::SavePicture(const std::string &file) {
   const bool saved = canvas_.Save(file);
   screen_.Show("studio", (saved ? "picture written: " : "the picture cannot be written: ") + file);
+}
+
+void Studio::Play(const std::string &file) {
+  screen_.Show("studio", (channels_.PlayByHand(file) ? "stream opened: " : "the stream cannot be played: ") + file);
 }
 
 Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {

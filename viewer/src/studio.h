@@ -6,13 +6,14 @@
 
 #include <string>
 
+#include "channels.h"
 #include "presentation.h"
 #include "screen/canvas.h"
 
 class Studio {
 public:
   // With `listen`, takes orders from standard input, one a line; "help" lists them.
-  Studio(Presentation &screen, const Canvas &canvas, bool listen);
+  Studio(Presentation &screen, const Canvas &canvas, Channels &channels, bool listen);
   // Ends the threads of the services: no notification comes after that.
   ~Studio();
   Studio(const Studio &) = delete;
@@ -24,6 +25,8 @@ public:
   void ShowFrames();
   // Writes what is on the screen to a PNG file.
   void SavePicture(const std::string &file);
+  // Plays a transport stream that stands still until time passes by order.
+  void Play(const std::string &file);
 
 private:
   static Eina_Bool InputCame(void *data, Ecore_Fd_Handler *handler);
@@ -32,6 +35,7 @@ private:
 
   Presentation &screen_;
   const Canvas &canvas_;
+  Channels &channels_;
   Ecore_Fd_Handler *input_ = nullptr;
   std::string pending_; // read, not yet a whole line
 };

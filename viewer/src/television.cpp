@@ -36,6 +36,6 @@ void Television::ShowKey(const KeyJourney &journey) {
 void Television::Describe(const std::string &item) {
   const std::string shown = describe_ ? screen_.Shown(item) : "";
   if (!shown.empty()) {
-    console_.PrintCanvas(item, Printable(shown));
+    console_.PrintCanvas(item, Squeezed(Printable(shown)));
   }
 }

@@ -37,6 +37,16 @@ std::string Printable(const std::string &text) {
   return printable;
 }
 
+std::string Squeezed(const std::string &text) {
+  std::string squeezed;
+  for (const char letter : text) {
+    if (letter != ' ' || (!squeezed.empty() && squeezed.back() != ' ')) {
+      squeezed += letter;
+    }
+  }
+  return squeezed.substr(0, squeezed.find_last_not_of(' ') + 1);
+}
+
 bool IsText(const std::string &text) {
   bool is_text = true;
   ForEachCharacter(text, [&](Eina_Unicode character, const std::string &) {

@@ -9,3 +9,5 @@ std::string Printable(const std::string &text);
 
 // Whether Printable would change nothing but line ends and tabulators.
 bool IsText(const std::string &text);
+// Without spaces at either end, and with one where there are several.
+std::string Squeezed(const std::string &text);

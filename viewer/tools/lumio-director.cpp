@@ -16,7 +16,8 @@
 
 namespace {
 
-constexpr char kEverybody[] = "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels, logger";
+constexpr char kEverybody[] =
+    "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels, logger";
 constexpr char kAging[] = "passed on: factory aging mode";
 constexpr char kNobody[] = "taken by nobody";
 // The subscriptions of the TV service and the modules that share them, without the broadcaster's application.
@@ -26,12 +27,13 @@ constexpr char kSubscriptions[] = "signal 2 (picture, tuner); program 1 (program
 constexpr char kGuide[] = "20:15 Evening News; 20:30 The Weather; 20:35 Tides and Harbours; 21:20 The Long Way Home; "
                           "22:10 Kitchen Stories; 22:40 Late News";
 
-constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR] [--under COMMAND]
+constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR] [--under COMMAND] [--scripted]
 Plays an evening of television: starts an X server with the input devices of a television, runs the viewer on it and
 presses keys. Exits with status 0 if the viewer prints everything that is expected.
 
   --keep DIR       keep the viewer's log (DIR/evening.log), its store, and a page with a picture of each scene (DIR/index.html)
   --under COMMAND  run the viewer under another program: COMMAND is its name and options, for example "lumio-trace --json"
+  --scripted       leave out the transport stream at the end
 )";
 
 // Makes the directory if it is missing, and removes the files of an earlier evening from it. Returns its absolute path.
@@ -190,7 +192,8 @@ void PlayRemotes(Evening &evening) {
   evening.ExpectScreen("channel", "4");
 
   evening.Heading("A key that no module uses is offered to all of them");
-  evening.Tap("F1", "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels", "taken by panels");
+  evening.Tap("F1", "menu, power, volume, channel, info, guide, data, captions, recorder, teletext, panels",
+              "taken by panels");
   evening.ExpectScreen("keys", "the last ten keys");
   evening.Tap("F5", kEverybody, kNobody);
   evening.Picture();
@@ -274,7 +277,32 @@ void PlayStaleKey(Evening &evening) {
   evening.Tap("g", "menu, power, volume, guide, channel, info, guide", "taken by guide");
 }
 
-bool Play(const std::string &directory, const std::vector<std::string> &under, bool pictures) {
+void PlayStream(Evening &evening) {
+  evening.Heading("A transport stream is played: programmes, services and captions come from it");
+  evening.Order(std::string("play ") + LUMIO_SAMPLE);
+  evening.Order("advance 1000");
+  evening.ExpectScreen("picture", "moving");
+  evening.ExpectScreen("services", "Lumio One, Lumio Two");
+  evening.ExpectScreen("now", "Night Train");
+  evening.ExpectScreen("next", "The Evening News");
+  evening.ExpectScreen("captions", "Good evening.");
+  evening.Tap("1", "menu, power, volume, channel", "taken by channel");
+  evening.ExpectScreen("channel", "1");
+  evening.Picture();
+  evening.ExpectScreen("channel", "(hidden)");
+
+  evening.Heading("Its teletext is shown");
+  evening.Tap("t", "menu, power, volume, channel, info, guide, data, captions, recorder, teletext",
+              "taken by teletext");
+  evening.ExpectScreen("page", "LUMIO TEXT / 888 Subtitles in English / 889 Untertitel auf Deutsch / "
+                               "The Evening News every four hours / Night Train an hour before");
+  evening.Picture();
+  evening.Tap("t", "menu, power, volume, channel, info, guide, data, captions, recorder, teletext",
+              "taken by teletext");
+  evening.ExpectScreen("page", "(hidden)");
+}
+
+bool Play(const std::string &directory, const std::vector<std::string> &under, bool pictures, bool scripted) {
   Evening evening(directory, under, pictures);
   PlayBanners(evening);
   PlayBroadcast(evening);
@@ -287,6 +315,9 @@ bool Play(const std::string &directory, const std::vector<std::string> &under, b
   PlayBurst(evening);
   PlayStaleKey(evening);
   PlaySignalLoss(evening);
+  if (!scripted) {
+    PlayStream(evening);
+  }
   evening.Heading("The television is switched off");
   evening.End();
   return evening.Summarise();
@@ -302,11 +333,14 @@ std::vector<std::string> Words(const std::string &text) {
 int main(int argc, char **argv) {
   std::string kept;
   std::string under;
-  for (int i = 1; i < argc; i += 2) {
+  bool scripted = false;
+  for (int i = 1; i < argc; ++i) {
     if (i + 1 < argc && std::strcmp(argv[i], "--keep") == 0) {
-      kept = argv[i + 1];
+      kept = argv[++i];
     } else if (i + 1 < argc && std::strcmp(argv[i], "--under") == 0) {
-      under = argv[i + 1];
+      under = argv[++i];
+    } else if (std::strcmp(argv[i], "--scripted") == 0) {
+      scripted = true;
     } else {
       std::fputs(kUsage, stderr);
       return EXIT_FAILURE;
@@ -316,8 +350,8 @@ int main(int argc, char **argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0); // print each line at once, even into a pipe
   try {
     const lumio::TemporaryDirectory temporary;
-    return Play(kept.empty() ? temporary.Path() : Prepare(kept), Words(under), !kept.empty()) ? EXIT_SUCCESS
-                                                                                              : EXIT_FAILURE;
+    const std::string directory = kept.empty() ? temporary.Path() : Prepare(kept);
+    return Play(directory, Words(under), !kept.empty(), scripted) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "lumio-director: %s\n", error.what());
     return EXIT_FAILURE;

@@ -27,11 +27,11 @@ public:
       : screen_(context.screen), channels_(context.channels), source_(std::move(source)),
         keys_("guide", context.journal) {
     self_ = this;
+    tv_.SetProgramCallback(ProgramCame);
     if (channels_.ArePlayed()) {
-      tv_.SetProgramCallback(ProgramCame);
       Subscribe();
-      channels_.OnTuned([this] { Resubscribe(); });
     }
+    channels_.OnTuned([this] { Resubscribe(); });
     keys_.OnPress(kPriority, [this](const std::string &key) { return Press(key); });
   }
 
@@ -43,8 +43,10 @@ private:
     tv_.SubscribeProgramListPF(0, channels_.Service(), SUBSCRIBE_TYPE_CHANGES, present_handle_);
   }
   void Resubscribe() {
-    tv_.UnSubscribeProgramList(handle_);
-    tv_.UnSubscribeProgram(present_handle_);
+    if (handle_ != 0) {
+      tv_.UnSubscribeProgramList(handle_);
+      tv_.UnSubscribeProgram(present_handle_);
+    }
     broadcast_.clear();
     present_ = 0;
     Subscribe();

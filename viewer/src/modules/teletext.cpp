@@ -8,6 +8,7 @@
 #include "../channels.h"
 #include "../key_domain.h"
 #include "../presentation.h"
+#include "../text.h"
 #include "join.h"
 #include "modules.h"
 
@@ -82,9 +83,9 @@ private:
     std::istringstream rows(page_);
     std::vector<std::string> words; // for a presentation in one line
     for (std::string row; std::getline(rows, row); page.entries.push_back(row)) {
-      const std::size_t start = row.find_first_not_of(' ');
-      if (start != std::string::npos) {
-        words.push_back(row.substr(start));
+      const std::string text = Squeezed(row);
+      if (!text.empty()) {
+        words.push_back(text);
       }
     }
     screen_.Show("page", lumio::Join(words, " / "), page);
