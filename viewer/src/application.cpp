@@ -3,6 +3,7 @@
 #include <Ecore.h>
 #include <Ecore_Input.h>
 #include <TVServiceSubscriber.h>
+#include <lumio-host/tv-control.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -79,6 +80,15 @@ std::vector<std::unique_ptr<Module>> MakeModules(ModuleContext context, const Op
   return modules;
 }
 
+// Ends the stream, and lets the modules have what was told of it: the library keeps that until the main loop turns.
+void TakeTheRest(Channels &channels) {
+  if (channels.ArePlayed()) {
+    channels.Close();
+    lumio::tv::Flush();
+    ecore_main_loop_iterate();
+  }
+}
+
 // Returns the exit status.
 int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, const Options &options) {
   int status = EXIT_SUCCESS;
@@ -97,6 +107,7 @@ int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, c
   const Pointer pointer(canvas.Window());
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_LIVE);
   ecore_main_loop_begin();
+  TakeTheRest(channels);
   CLumioStateSubscriber::HandleStateChanged(VIEWER_STATE_CLOSING);
   CTVServiceSubscriber::ReleaseAll();
   studio.ShowSubscriptions();

@@ -45,7 +45,9 @@ bool Channels::PlayByHand(const std::string &file) {
   return played_;
 }
 
-Channels::~Channels() {
+Channels::~Channels() { Close(); }
+
+void Channels::Close() {
   if (played_) {
     broadcast::Close();
   }

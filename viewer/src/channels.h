@@ -19,6 +19,8 @@ public:
 
   // Plays another stream, which stands still until it is told how much time passes. Returns whether that is possible.
   bool PlayByHand(const std::string &file);
+  // Ends the stream. Nothing is told any more.
+  void Close();
   bool ArePlayed() const { return played_; }
   // Shows the service of a channel, counted from 1. A channel without a service changes nothing.
   void Tune(int channel);
