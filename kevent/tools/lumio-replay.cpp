@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -23,6 +24,8 @@
 
 namespace {
 
+using lumio::trace::EventClass;
+using lumio::trace::RecordedEvent;
 using lumio::trace::Recording;
 
 constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER] [OPTION]... FILE PROGRAM [ARGUMENT]...
@@ -41,21 +44,43 @@ struct Request {
   std::vector<std::string> command;
 };
 
-// Returns a television's devices and those of the recording.
+// Returns the device of a key or a plug; empty for other events.
+std::string DeviceOf(const RecordedEvent &event) {
+  return event.Is(EventClass::kKey) ? event.Word(1) : event.Is(EventClass::kPlug) ? event.Word(0) : "";
+}
+
+// Connects the device, unless the session connects it.
+void AddDevice(lumio::DisplayOptions &options, const std::string &name, bool is_plugged_later) {
+  auto device = std::find_if(options.devices.begin(), options.devices.end(),
+                             [&](const lumio::InputDevice &one) { return one.name == name; });
+  if (device == options.devices.end()) {
+    device = options.devices.insert(device, {name, lumio::Plug::kAttached});
+  }
+  device->plug = is_plugged_later ? lumio::Plug::kUnplugged : lumio::Plug::kAttached;
+}
+
+// Returns a television's devices and those of the recording, as they were when it began.
 lumio::DisplayOptions DisplayFor(const Recording &recording) {
   lumio::DisplayOptions options;
   std::set<std::string> known;
-  for (const lumio::InputDevice &device : options.devices) {
-    known.insert(device.name);
+  if (!recording.device.empty() && known.insert(recording.device).second) {
+    AddDevice(options, recording.device, false);
   }
-  for (const auto &event : recording.events) {
-    const bool is_plug = event.kind == "plug" || event.kind == "unplug";
-    const std::string name = event.IsKey() ? event.Word(1) : is_plug ? event.Word(0) : "";
+  for (const RecordedEvent &event : recording.events) {
+    const std::string name = DeviceOf(event);
     if (!name.empty() && known.insert(name).second) {
-      options.devices.push_back({name, lumio::Plug::kAttached});
+      AddDevice(options, name, event.kind == "plug");
     }
   }
   return options;
+}
+
+// Makes the device the one that sent the last key, so that the server announces it no more before its first one.
+void UseDevice(lumio::PrivateDisplay &display, const std::string &name) {
+  if (!name.empty()) {
+    display.Press(name, "F1");
+    display.Release(name, "F1");
+  }
 }
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
@@ -124,6 +149,7 @@ int Replay(const Request &request) {
   const Recording recording = lumio::trace::ReadRecording(request.file);
   const lumio::TemporaryDirectory store;
   lumio::PrivateDisplay display(DisplayFor(recording));
+  UseDevice(display, recording.device);
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
     throw std::runtime_error(strerror(errno));

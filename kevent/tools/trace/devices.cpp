@@ -8,6 +8,7 @@
 
 #include "efl.h"
 #include "next.h"
+#include "player.h"
 #include "record.h"
 
 namespace lumio::trace {
@@ -21,6 +22,9 @@ struct Generic {
   unsigned cookie;
   void *data;
 };
+
+constexpr int kCoreKeyboard = 3; // fixed by the X server
+constexpr int kCoreTest = 5;     // the server's own keyboard, before any other has sent a key
 
 Next<Display *()> g_display_get("ecore_x_display_get");
 Next<XIDeviceInfo *(Display *, int, int *)> g_query("XIQueryDevice");
@@ -52,9 +56,26 @@ const std::string &NameOf(int device) {
 void NotePlugs(const XIHierarchyEvent &event) {
   for (int i = 0; i < event.num_info; ++i) {
     if (event.info[i].flags & (XIDeviceEnabled | XIDeviceDisabled)) {
+      BeginPlug();
       RecordPlug(QueryName(event.info[i].deviceid), (event.info[i].flags & XIDeviceEnabled) != 0);
     }
   }
+}
+
+// Returns the device from which the core keyboard has its keys; 0 if there is none.
+int QuerySource() {
+  int count = 0;
+  int source = 0;
+  XIDeviceInfo *keyboard = g_query.Get() ? g_query(g_display_get(), kCoreKeyboard, &count) : nullptr;
+  for (int i = 0; keyboard && count > 0 && i < keyboard->num_classes; ++i) {
+    if (keyboard->classes[i]->type == XIKeyClass) {
+      source = keyboard->classes[i]->sourceid;
+    }
+  }
+  if (keyboard) {
+    g_free(keyboard);
+  }
+  return source;
 }
 
 const char *NameOfSourceType() {
@@ -72,13 +93,20 @@ void NoteGenericEvent(const void *event) {
     return;
   }
   const auto *changed = static_cast<const XIDeviceChangedEvent *>(generic->data);
-  constexpr int kCoreKeyboard = 3; // fixed by the X server
   if (generic->evtype == XI_HierarchyChanged) {
     NotePlugs(*static_cast<const XIHierarchyEvent *>(generic->data));
     g_names.clear();
   } else if (generic->evtype == XI_DeviceChanged && changed->deviceid == kCoreKeyboard) {
     g_source = changed->sourceid;
   }
+}
+
+std::string LearnDevice() {
+  const int source = IsXUp() && g_source == 0 ? QuerySource() : 0;
+  if (source != 0 && source != kCoreKeyboard && source != kCoreTest) {
+    g_source = source;
+  }
+  return g_source != 0 ? NameOf(g_source) : "";
 }
 
 std::string CurrentDevice() {

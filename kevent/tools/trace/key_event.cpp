@@ -5,8 +5,8 @@
 
 #include "devices.h"
 #include "efl.h"
-#include "player.h"
 #include "record.h"
+#include "recording.h"
 #include "session.h"
 #include "work.h"
 
@@ -49,16 +49,16 @@ constexpr Words kWords[kOutcomes] = {
 
 bool IsDropped(Outcome outcome) { return outcome >= Outcome::kBurst && outcome <= Outcome::kAging; }
 
+Nanoseconds Lateness(unsigned timestamp, Nanoseconds now) {
+  const auto late = static_cast<int>(static_cast<unsigned>(now / kMillisecond) - timestamp);
+  return late * kMillisecond + now % kMillisecond;
+}
+
 // The X server counts milliseconds of the monotonic clock, in 32 bits. A number that cannot be such a time comes from a
 // server on another computer, or from an event that the program made up.
 Nanoseconds PostedAt(unsigned timestamp, Nanoseconds now) {
-  constexpr int kLatest = 600 * 1000; // milliseconds
-  constexpr int kEarliest = -100;
-  const auto late = static_cast<int>(static_cast<unsigned>(now / kMillisecond) - timestamp);
-  if (!IsXUp() || late < kEarliest || late > kLatest) {
-    return kNotKnown;
-  }
-  return now - std::max(late, 0) * kMillisecond;
+  const Nanoseconds late = Lateness(timestamp, now);
+  return IsXUp() && IsLateness(late) ? now - std::max<Nanoseconds>(late, 0) : kNotKnown;
 }
 
 Nanoseconds g_last_key = kNotKnown; // used on the main-loop thread only
@@ -73,8 +73,7 @@ KeyEvent::KeyEvent(const char *name, bool press, unsigned timestamp)
   g_last_key = begin_;
   NoteArrival(posted_);
   waited_for_ = WaitedFor(posted_);
-  NoteReplayed(true);
-  number_ = RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_);
+  number_ = RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_, Lateness(timestamp, begin_));
 }
 
 // The library filters a key before it asks the first handler; later messages come from a handler.
@@ -91,8 +90,6 @@ void KeyEvent::Heard(const char *format, const char *) {
 
 void KeyEvent::Answered(const Asked &asked) {
   asked_.push_back(asked);
-  asked_.back().took += HoldBack(number_, static_cast<int>(asked_.size()) - 1, asked.took);
-  RecordHold(number_, static_cast<int>(asked_.size()) - 1, asked.took);
   if (IsPrintedAsItHappens()) {
     PrintText();
   }

@@ -93,7 +93,7 @@ void Notification::Print(const std::string &module, const std::string &symbol, N
 }
 
 NotifiedCall::~NotifiedCall() {
-  const Nanoseconds took = work_.Elapsed();
+  const Nanoseconds took = work_.End();
   target_.Note(took);
   if (Notification *notification = Notification::Current()) {
     notification->Told(target_.module, target_.symbol.name, took);

@@ -4,10 +4,20 @@
 
 namespace lumio::trace {
 
-void NoteReplayed(bool) {}
-void NoteReplayIdle() {}
+bool IsReplaying() { return false; }
+bool IsOfReplay(const std::string &) { return true; }
+void StartReplay() {}
+void EndReplay() {}
+bool NoteReplayIdle() { return true; }
+void BeginKey(Ecore_Event_Key *) {}
+void BeginNotification() {}
+void BeginOwn() {}
+void BeginPlug() {}
+void EndServiceCall() {}
 int NoteRequest(const char *) { return 0; }
-Nanoseconds HoldBack(int, int, Nanoseconds) { return 0; }
+Nanoseconds SilenceBefore(Nanoseconds silence) { return silence; }
+Hold BeginHold(int callback) { return {callback, Now(), kNoLimit}; }
+void EndHold(const Hold &) {}
 
 } // namespace lumio::trace
 
@@ -26,13 +36,19 @@ Nanoseconds HoldBack(int, int, Nanoseconds) { return 0; }
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "efl.h"
 #include "next.h"
+#include "record.h"
 #include "recording.h"
+#include "rooms.h"
 #include "session.h"
 #include "subscriptions.h"
 
@@ -40,7 +56,7 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr Nanoseconds kPatience = 10 * kSecond; // for the program to reach an event
+constexpr Nanoseconds kPatience = 60 * kSecond; // for the program to reach an event
 constexpr char kAgingKey[] = "db/FactoryApp/Aging";
 
 Next<int(ESignalType, EProfile, unsigned short, TSSignalData)>
@@ -58,43 +74,55 @@ Next<void(tv::Operation, int)> g_refuse_next("_ZN5lumio2tv10RefuseNextENS0_9Oper
 Next<int(const char *, int)> g_vconf_set_int("vconf_set_int");
 Next<void(void (*)(void *), void *)> g_call_on_main_loop("ecore_main_loop_thread_safe_call_async");
 
+// A recording, and how far the player and the program have come in it.
+struct Replay {
+  Recording recording;
+  std::vector<const RecordedEvent *> events[kEventClasses];
+  std::atomic<unsigned> sent[kEventClasses] = {};
+  std::atomic<unsigned> begun[kEventClasses] = {};
+  std::atomic<size_t> next{0};          // event to send
+  std::atomic<Nanoseconds> zero{0};     // of the recorded times, on the program's clock
+  Nanoseconds silence = 0;              // that kept the main loop before the next event; of the main-loop thread
+  std::atomic<unsigned> idle_count{0};  // of the main loop
+  std::atomic<unsigned> idle_wanted{0}; // the count at which the main loop is done with the events that it has reached
+  std::mutex expected_mutex;
+  std::multiset<std::string> expected;     // notifications that the services have not sent yet
+  bool is_exact = TheOptions().speed == 1; // whether the program's clock follows the recording
+
+  explicit Replay(const std::string &file) : recording(ReadRecording(file)) {
+    for (const RecordedEvent &event : recording.events) {
+      events[static_cast<int>(event.event_class)].push_back(&event);
+    }
+  }
+
+  Nanoseconds At(Nanoseconds recorded) const {
+    return zero + static_cast<Nanoseconds>(static_cast<double>(recorded) / TheOptions().speed);
+  }
+};
+
 // Read at the first request that needs it; null if nothing is replayed or the file cannot be read.
-const Recording *TheRecording() {
-  static const Recording *recording = []() -> const Recording * {
+Replay *TheReplay() {
+  // never destroyed: a thread may play until the process ends
+  static Replay *const replay = []() -> Replay * {
     try {
-      return TheOptions().replay.empty() ? nullptr : new Recording(ReadRecording(TheOptions().replay));
+      return TheOptions().replay.empty() ? nullptr : new Replay(TheOptions().replay);
     } catch (const std::exception &error) {
       fprintf(stderr, "lumio-replay: %s\n", error.what());
       return nullptr;
     }
   }();
-  return recording;
+  return replay;
 }
 
-std::atomic<unsigned> g_begun{0};            // events that the program has reached
-std::atomic<unsigned> g_keys_sent{0};        // keys that the X server has sent
-std::atomic<Nanoseconds> g_longest_delay{0}; // of a key, after its time
-std::atomic<unsigned> g_idle_count{0};       // of the main loop
-std::atomic<unsigned> g_idle_wanted{0}; // the count at which the main loop is done with the events that it has reached
-
-void Sleep() { std::this_thread::sleep_for(std::chrono::microseconds(200)); }
-
-bool WaitFor(const std::function<bool()> &condition) {
-  const Nanoseconds deadline = Now() + kPatience;
+bool WaitFor(Nanoseconds patience, const std::function<bool()> &condition) {
+  const Nanoseconds deadline = ComputerClock() + patience;
   while (!condition()) {
-    if (Now() > deadline) {
+    if (ComputerClock() > deadline) {
       return false;
     }
-    Sleep();
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
   return true;
-}
-
-void SleepUntil(Nanoseconds time) {
-  const Nanoseconds left = time - Now();
-  if (left > 0) {
-    std::this_thread::sleep_for(std::chrono::nanoseconds(left));
-  }
 }
 
 std::vector<unsigned char> Bytes(const std::string &text) { return {text.begin(), text.end()}; }
@@ -181,37 +209,50 @@ int PlayPvrState(const RecordedEvent &event) {
   return 1;
 }
 
-void BlockMainLoop(void *duration) {
-  const std::unique_ptr<std::chrono::microseconds> owned(static_cast<std::chrono::microseconds *>(duration));
-  std::this_thread::sleep_for(*owned);
+// Waits until the events that come while the main loop is busy are there, now that it is busy no longer.
+void AwaitQueuedEvents(const Replay &replay) {
+  const std::vector<RecordedEvent> &events = replay.recording.events;
+  const Nanoseconds now = Now();
+  WaitFor(kPatience, [&] {
+    const size_t next = replay.next;
+    return next >= events.size() || !events[next].is_queued || replay.At(events[next].time) > now;
+  });
+}
+
+void BlockMainLoop(void *data) {
+  const auto *event = static_cast<const RecordedEvent *>(data);
+  Replay &replay = *TheReplay();
+  const Nanoseconds end = Now() + replay.At(event->Number(0) * 1000) - replay.At(0);
+  replay.idle_wanted = replay.idle_count + 1;
+  ++replay.begun[static_cast<int>(EventClass::kSilence)];
+  const Nanoseconds limit = LimitCallback(replay.is_exact ? end : kNoLimit);
+  WaitForClock(end);
+  AwaitQueuedEvents(replay);
+  LimitCallback(limit);
+  replay.silence = event->Number(0) * 1000;
 }
 
 int PlaySilence(const RecordedEvent &event) {
-  g_call_on_main_loop(BlockMainLoop, std::make_unique<std::chrono::microseconds>(event.Number(0)).release());
-  return 0;
+  g_call_on_main_loop(BlockMainLoop, const_cast<RecordedEvent *>(&event));
+  return 1;
 }
 
 int PlayKey(const RecordedEvent &event) {
-  const int key = static_cast<int>(g_keys_sent) + 1;
-  const bool aging = TheRecording()->aging.count(key) != 0;
-  const bool was_aging = TheRecording()->aging.count(key - 1) != 0;
+  const Replay &replay = *TheReplay();
+  const int key = static_cast<int>(replay.sent[static_cast<int>(EventClass::kKey)]) + 1;
+  const bool aging = replay.recording.aging.count(key) != 0;
+  const bool was_aging = replay.recording.aging.count(key - 1) != 0;
   if (aging != was_aging) {
     g_vconf_set_int(kAgingKey, aging ? 1 : 0);
   }
   Ask(event.kind + "\t" + event.Word(1) + "\t" + event.Word(0));
-  ++g_keys_sent;
   return 1;
 }
 
 int PlayPlug(const RecordedEvent &event) {
   Ask(event.kind + "\t" + event.Word(0));
-  return 0;
+  return 1;
 }
-
-int PlayNothing(const RecordedEvent &) { return 0; }
-
-// The program does this by itself, after a delay or on a thread of its own. The next event waits for it.
-int PlayOwn(const RecordedEvent &) { return 1; }
 
 // Returns how many events the program will reach.
 int Play(const RecordedEvent &event) {
@@ -229,54 +270,152 @@ int Play(const RecordedEvent &event) {
                                          {"dsm", PlayDsm},
                                          {"pvr-result", PlayPvrResult},
                                          {"pvr-state", PlayPvrState},
-                                         {"silence", PlaySilence},
-                                         {"end", PlayNothing},
-                                         {"banner", PlayOwn},
-                                         {"state", PlayOwn}};
+                                         {"silence", PlaySilence}};
   const auto found = kinds.find(event.kind);
-  if (found == kinds.end()) {
-    throw std::runtime_error("the recording has an event of the unknown kind '" + event.kind + "'");
-  }
-  return found->second(event);
+  return found == kinds.end() ? 0 : found->second(event);
 }
 
 // --- The player ------------------------------------------------------------------------------------------------------
 
-bool IsDone(unsigned sent, bool with_idle) {
-  return g_begun >= sent && (!with_idle || static_cast<int>(g_idle_count - g_idle_wanted) >= 0);
+bool IsReached(const Replay &replay, EventClass event_class) {
+  const int i = static_cast<int>(event_class);
+  return replay.begun[i] >= replay.sent[i];
 }
 
-// Queued keys are sent while the key before them is handled, not earlier.
-bool IsDue(const RecordedEvent &event, unsigned sent, unsigned sent_before_queue) {
-  return event.is_queued ? IsDone(sent_before_queue, false) : IsDone(sent, true);
+// Returns whether the program has handled everything that was sent.
+bool IsDone(const Replay &replay) {
+  for (int i = 0; i < kEventClasses; ++i) {
+    if (!IsReached(replay, static_cast<EventClass>(i))) {
+      return false;
+    }
+  }
+  return static_cast<int>(replay.idle_count - replay.idle_wanted) >= 0;
 }
 
-void PlayAll(Nanoseconds begin) {
-  unsigned sent = 0;
-  unsigned sent_before_queue = 0;
-  for (const RecordedEvent &event : TheRecording()->events) {
-    if (!WaitFor([&] { return IsDue(event, sent, sent_before_queue); })) {
-      throw std::runtime_error("the program does not reach an event that it reached in the recording, before " +
-                               event.kind + " " + (event.words.empty() ? "" : event.words[0]));
+[[noreturn]] void Miss(const RecordedEvent &event) {
+  throw std::runtime_error("the program does not reach an event that it reached in the recording, before " +
+                           event.kind + " " + (event.words.empty() ? "" : event.words[0]));
+}
+
+// Waits until the program has handled what was sent before the event.
+void AwaitHandled(const Replay &replay, const RecordedEvent &event) {
+  if (!WaitFor(kPatience, [&] { return IsDone(replay); })) {
+    Miss(event);
+  }
+}
+
+// Lets the clock go on until the recorded time. If the event comes later than in the recording, all that follows does.
+void AllowUntil(Replay &replay, const RecordedEvent &event, Nanoseconds until) {
+  if (replay.is_exact) {
+    replay.zero += std::max<Nanoseconds>(Now() - replay.At(event.Begin()), 0);
+    LimitClock(replay.At(until));
+  }
+}
+
+// Waits until the program has done by itself what it did in the recording. A timer may run a little longer than in the
+// recording. If it is no timer that the program waits for, the clock goes on. `next` is what was sent then.
+void AwaitOwn(Replay &replay, const RecordedEvent &event, const RecordedEvent *next) {
+  constexpr Nanoseconds kLittle = 5 * kMillisecond;
+  constexpr Nanoseconds kTimersPatience = kSecond;
+  const auto own = static_cast<int>(EventClass::kOwn);
+  const bool is_at_end = !next || next->Is(EventClass::kEnd); // ending the program may be what makes it do that
+  const Nanoseconds until = std::max(event.time + kLittle, next ? next->time : 0);
+  if (!replay.is_exact) {
+    return;
+  }
+  AwaitHandled(replay, event);
+  AllowUntil(replay, event, until);
+  ++replay.sent[own];
+  const auto is_reached = [&] { return IsReached(replay, EventClass::kOwn); };
+  const auto is_late = [&] { return Now() >= replay.At(until); };
+  WaitFor(kPatience, [&] { return is_reached() || is_late(); });
+  if (WaitFor(kTimersPatience, is_reached)) {
+    return;
+  }
+  if (is_at_end) {
+    --replay.sent[own];
+    return;
+  }
+  LimitClock(kNoLimit);
+  if (!WaitFor(kPatience, is_reached)) {
+    Miss(event);
+  }
+}
+
+// A plug that changes nothing is not told to the program.
+void AwaitPlug(Replay &replay) {
+  constexpr Nanoseconds kPlugPatience = 2 * kSecond;
+  const auto plug = static_cast<int>(EventClass::kPlug);
+  if (!WaitFor(kPlugPatience, [&] { return IsReached(replay, EventClass::kPlug); })) {
+    replay.sent[plug] = replay.begun[plug].load();
+  }
+}
+
+// What the program did by itself soon after an event may have waited for the event to be handled: its timer was on time
+// earlier. Returns how long before such an event the clock stops, so that the timer does not end before.
+Nanoseconds EarlyStop(const Replay &replay, const RecordedEvent &event) {
+  constexpr Nanoseconds kEarly = 50 * kMillisecond;
+  constexpr long kSoon = 4; // events
+  const std::vector<RecordedEvent> &events = replay.recording.events;
+  const long i = &event - events.data();
+  const auto begin = events.begin() + i;
+  const auto end = events.begin() + std::min<long>(i + 1 + kSoon, static_cast<long>(events.size()));
+  const bool is_exact = replay.is_exact && !event.is_queued;
+  const bool is_followed = std::any_of(begin, end, [](const RecordedEvent &one) { return one.Is(EventClass::kOwn); });
+  return is_exact && is_followed ? kEarly : 0;
+}
+
+void Send(Replay &replay, const RecordedEvent &event) {
+  const Nanoseconds early = EarlyStop(replay, event);
+  const auto event_class = static_cast<int>(event.event_class);
+  if (!event.is_queued) {
+    AwaitHandled(replay, event);
+    AllowUntil(replay, event, event.time - early);
+  }
+  if (!WaitForClock(replay.At(event.time - early))) {
+    Miss(event);
+  }
+  if (early > 0) {
+    std::this_thread::sleep_for(std::chrono::nanoseconds(replay.At(event.time) - Now()));
+  }
+  if (!event.notification.empty()) {
+    const std::lock_guard<std::mutex> lock(replay.expected_mutex);
+    replay.expected.insert(event.notification);
+  }
+  const int played = Play(event);
+  if (played == 0 && (event.Is(EventClass::kNotification) || event.Is(EventClass::kService))) {
+    throw std::runtime_error("no module has subscribed to an event of the recording: " + event.kind);
+  }
+  replay.sent[event_class] += static_cast<unsigned>(played);
+  if (event.Is(EventClass::kPlug)) {
+    AwaitPlug(replay);
+  }
+  if (event.Is(EventClass::kSilence)) { // what comes next comes during it
+    WaitFor(kPatience, [&] { return IsReached(replay, EventClass::kSilence); });
+  }
+}
+
+void PlayAll(Replay &replay) {
+  const std::vector<RecordedEvent> &events = replay.recording.events;
+  for (size_t i = 0; i < events.size(); ++i) {
+    if (events[i].Is(EventClass::kOwn)) {
+      const auto next = std::find_if(events.begin() + static_cast<long>(i), events.end(),
+                                     [](const RecordedEvent &event) { return !event.Is(EventClass::kOwn); });
+      AwaitOwn(replay, events[i], next == events.end() ? nullptr : &*next);
+    } else {
+      Send(replay, events[i]);
     }
-    const Nanoseconds due = begin + static_cast<Nanoseconds>(static_cast<double>(event.time) / TheOptions().speed);
-    SleepUntil(due);
-    const int played = Play(event);
-    if (played == 0 && event.IsNotification()) {
-      throw std::runtime_error("no module has subscribed to an event of the recording: " + event.kind);
+    replay.next = i + 1;
+    if (events[i].Is(EventClass::kEnd)) {
+      break; // what the program does then does not concern the player
     }
-    if (event.IsKey()) {
-      g_longest_delay = std::max(g_longest_delay.load(), Now() - due);
-    }
-    sent += static_cast<unsigned>(played);
-    sent_before_queue = event.is_queued ? sent_before_queue : sent;
   }
 }
 
 void Run() {
   std::string end = "end";
   try {
-    PlayAll(Now());
+    PlayAll(*TheReplay());
   } catch (const std::exception &error) {
     end = std::string("failed\t") + error.what();
   }
@@ -285,39 +424,57 @@ void Run() {
   } catch (const std::exception &) {
     // lumio-replay already knows.
   }
+  // A program that is told to end ends no timer before that. One that does not leave its main loop needs its clock.
+  WaitFor(kSecond, [] { return false; });
+  LimitClock(kNoLimit);
 }
 
-// Returns how many keys came while this one was handled.
-unsigned QueuedBehind(int key) {
-  unsigned queued = 0;
-  int number = 0;
-  for (const RecordedEvent &event : TheRecording()->events) {
-    number += event.IsKey() ? 1 : 0;
-    if (event.IsKey() && number > key) {
-      if (!event.is_queued) {
-        break;
-      }
-      ++queued;
-    }
+// Counts an event that the program has reached. Returns what is recorded of it; null if nothing is replayed or it is
+// none of the recording.
+const RecordedEvent *Begin(EventClass event_class) {
+  Replay *replay = TheReplay();
+  if (!replay || replay->zero == 0) {
+    return nullptr;
   }
-  return queued;
+  if (IsMainLoopThread()) {
+    replay->idle_wanted = replay->idle_count + 1;
+  }
+  const auto i = static_cast<int>(event_class);
+  const unsigned number = replay->begun[i]++;
+  return number < replay->events[i].size() ? replay->events[i][number] : nullptr;
 }
 
-// Returns the handler during which they came: the one that took longest.
-bool IsSlowest(int key, int handler) {
-  int slowest = 0;
-  Nanoseconds longest = 0;
-  for (const auto &[place, duration] : TheRecording()->holds) {
-    if (place.first == key && duration > longest) {
-      slowest = place.second;
-      longest = duration;
-    }
+} // namespace
+
+void EndReplay() {
+  if (TheReplay()) {
+    LimitClock(kNoLimit);
   }
-  return handler == slowest;
+}
+
+bool IsReplaying() { return TheReplay(); }
+
+bool IsOfReplay(const std::string &notification) {
+  Replay &replay = *TheReplay();
+  const std::lock_guard<std::mutex> lock(replay.expected_mutex);
+  const auto found = replay.expected.find(notification);
+  if (found == replay.expected.end()) {
+    return false;
+  }
+  replay.expected.erase(found);
+  return true;
 }
 
 // Leaves signals to the program's own threads.
-void StartPlayer() {
+void StartReplay() {
+  Replay *replay = TheReplay();
+  if (!replay) {
+    return;
+  }
+  replay->zero = Now();
+  if (replay->is_exact) {
+    LimitClock(replay->zero);
+  }
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
@@ -326,24 +483,54 @@ void StartPlayer() {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-} // namespace
-
-void NoteReplayed(bool on_main_loop) {
-  if (g_idle_count == 0) {
-    return; // before the times begin
+// The keys of a burst are those that the main loop was not idle between.
+bool NoteReplayIdle() {
+  Replay *replay = TheReplay();
+  if (!replay) {
+    return true;
   }
-  if (on_main_loop) {
-    g_idle_wanted = g_idle_count + 1;
-  }
-  ++g_begun;
+  ++replay->idle_count;
+  const auto &keys = replay->events[static_cast<int>(EventClass::kKey)];
+  const unsigned next = replay->begun[static_cast<int>(EventClass::kKey)];
+  return !replay->is_exact || next >= keys.size() || !keys[next]->IsInBurst();
 }
 
-void NoteReplayIdle() {
-  if (g_idle_count == 0 && TheRecording()) {
-    StartPlayer();
+// The key's time stamp is a whole number of milliseconds, and the key comes exactly as late as in the recording: that
+// decides whether it is stale.
+void BeginKey(Ecore_Event_Key *key) {
+  const RecordedEvent *event = Begin(EventClass::kKey);
+  if (!event || !key || !TheReplay()->is_exact) {
+    return;
   }
-  ++g_idle_count;
+  const Nanoseconds late = event->Late();
+  const Nanoseconds earliest = std::max(Now(), TheReplay()->At(event->Begin())) - late;
+  const Nanoseconds stamp = earliest / kMillisecond + (earliest % kMillisecond > 0 ? 1 : 0);
+  MoveClockTo(stamp * kMillisecond + late);
+  LimitClock(0); // until a handler is asked
+  key->timestamp = static_cast<unsigned>(stamp);
+  if (!event->IsInBurst()) {
+    TellLibraryIdle();
+  }
 }
+
+void BeginNotification() {
+  const RecordedEvent *event = Begin(EventClass::kNotification);
+  if (event && TheReplay()->is_exact && IsMainLoopThread()) {
+    MoveClockTo(TheReplay()->At(event->Begin()));
+    LimitClock(0); // until a callback runs
+  }
+}
+
+void BeginOwn() {
+  const RecordedEvent *event = Begin(EventClass::kOwn);
+  if (event && TheReplay()->is_exact) {
+    MoveClockTo(TheReplay()->At(event->time));
+  }
+}
+
+void BeginPlug() { Begin(EventClass::kPlug); }
+
+void EndServiceCall() { Begin(EventClass::kService); }
 
 int NoteRequest(const char *call) {
   using Operations = std::map<std::string, tv::Operation>;
@@ -363,29 +550,46 @@ int NoteRequest(const char *call) {
     const Lock lock;
     number = ++numbers[call];
   }
-  const Recording *recording = TheRecording();
-  if (recording && recording->refusals.count({call, number}) != 0) {
+  const Replay *replay = TheReplay();
+  if (replay && replay->recording.refusals.count({call, number}) != 0) {
     g_refuse_next(operations.at(call), 0);
   }
   return number;
 }
 
-Nanoseconds HoldBack(int key, int handler, Nanoseconds took) {
-  if (!TheRecording()) {
-    return 0;
+Nanoseconds SilenceBefore(Nanoseconds silence) {
+  Replay *replay = TheReplay();
+  return replay && replay->is_exact ? std::exchange(replay->silence, 0) : silence;
+}
+
+Hold BeginHold(int callback) {
+  const Replay *replay = callback == 0 ? nullptr : TheReplay();
+  Hold hold{callback, Now(), kNoLimit};
+  if (replay && replay->is_exact) {
+    const auto found = replay->recording.holds.find(callback);
+    const bool is_recorded = found != replay->recording.holds.end();
+    if (is_recorded) {
+      MoveClockTo(replay->At(found->second.begin));
+      hold.begin = Now();
+    }
+    hold.limit = LimitCallback(hold.begin + (is_recorded ? found->second.end - found->second.begin : kHold));
   }
-  const Nanoseconds begin = Now();
-  const auto hold = TheRecording()->holds.find({key, handler});
-  if (hold != TheRecording()->holds.end()) {
-    SleepUntil(begin - took + static_cast<Nanoseconds>(static_cast<double>(hold->second) / TheOptions().speed));
+  return hold;
+}
+
+void EndHold(const Hold &hold) {
+  const Replay *replay = hold.callback == 0 ? nullptr : TheReplay();
+  if (!replay) {
+    return;
   }
-  const unsigned queued = QueuedBehind(key);
-  if (queued > 0 && IsSlowest(key, handler)) {
-    WaitFor([&] { return g_keys_sent >= static_cast<unsigned>(key) + queued; });
-    // On a busy machine the keys came late. They must not wait for less time than in the recording.
-    SleepUntil(Now() + (hold == TheRecording()->holds.end() ? 0 : g_longest_delay.load()));
+  const auto found = replay->recording.holds.find(hold.callback);
+  if (found != replay->recording.holds.end()) {
+    WaitForClock(hold.begin + replay->At(found->second.end) - replay->At(found->second.begin));
+    AwaitQueuedEvents(*replay);
   }
-  return Now() - begin;
+  if (replay->is_exact) {
+    LimitCallback(hold.limit);
+  }
 }
 
 } // namespace lumio::trace

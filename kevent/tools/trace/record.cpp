@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "session.h"
 #include "text.h"
@@ -14,14 +16,12 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr Nanoseconds kHold = kMillisecond; // the replay does not extend shorter ones
-
 std::atomic<Nanoseconds> g_begin{0};
 std::atomic<unsigned> g_idle_count{0};
 unsigned g_idle_count_of_last_key; // used on the main-loop thread only
 int g_keys;                        // used on the main-loop thread only
-
-bool IsRecording() { return TheOptions().record >= 0; }
+int g_callbacks;                   // used on the main-loop thread only
+Nanoseconds g_last_known;          // last time that a replay knows; used on the main-loop thread only
 
 void WriteAll(const char *bytes, size_t size) {
   const int error = errno;
@@ -36,141 +36,158 @@ void WriteAll(const char *bytes, size_t size) {
   errno = error;
 }
 
-// A line of any length, written at once.
-class Line {
+// An event of any length as in the recording: its kind and its fields.
+class Fields {
 public:
-  Line(Nanoseconds when, const char *event) {
-    const Nanoseconds time = g_begin == 0 ? 0 : std::max<Nanoseconds>(when - g_begin, 0);
-    Text text;
-    text.AppendNumber(time / kSecond, 1);
-    text.AppendBytes(".");
-    text.AppendNumber(time % kSecond / 1000, 6);
-    text.AppendBytes(" ");
-    text.AppendBytes(event);
-    line_.assign(text.Data(), text.Size());
-  }
-  ~Line() {
-    line_ += '\n';
-    WriteAll(line_.data(), line_.size());
-  }
-  Line(const Line &) = delete;
-  Line &operator=(const Line &) = delete;
+  explicit Fields(std::string kind) : text_(std::move(kind)) {}
 
-  template <class Number> Line &Add(Number number) {
-    line_ += ' ' + std::to_string(number);
+  template <class Number> Fields &Add(Number number) {
+    text_ += ' ' + std::to_string(number);
     return *this;
   }
-  Line &AddText(const std::string &value) {
+  Fields &AddText(const std::string &value) {
     Text text;
     text.AppendQuoted(value.c_str());
-    line_ += ' ' + std::string(text.Data(), text.Size());
+    text_ += ' ' + std::string(text.Data(), text.Size());
     return *this;
   }
-  Line &AddBytes(const unsigned char *bytes, size_t size) {
+  Fields &AddBytes(const unsigned char *bytes, size_t size) {
     static constexpr char kDigits[] = "0123456789abcdef";
-    line_ += " x";
+    text_ += " x";
     for (size_t i = 0; i < size; ++i) {
-      line_ += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+      text_ += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
     }
     return *this;
   }
+  const std::string &AsText() const { return text_; }
 
 private:
-  std::string line_;
+  std::string text_;
 };
+
+// Writes the line at once. What came before the times began has the time 0, or was sent before it.
+void Write(Nanoseconds when, const Fields &fields) {
+  const Nanoseconds time = g_begin == 0 ? 0 : when - g_begin;
+  Text text;
+  text.AppendBytes(time < 0 ? "-" : "");
+  text.AppendNumber(std::abs(time) / kSecond, 1);
+  text.AppendBytes(".");
+  text.AppendNumber(std::abs(time) % kSecond / 1000, 6);
+  text.AppendBytes(" ");
+  const std::string line = std::string(text.Data(), text.Size()) + fields.AsText() + '\n';
+  WriteAll(line.data(), line.size());
+}
 
 } // namespace
 
-void RecordIdle() {
-  if (g_begin == 0) {
+bool IsRecording() { return TheOptions().record >= 0; }
+
+void BeginRecord() {
+  if (IsRecording()) {
+    constexpr char kHeader[] = "lumio-record 1\n";
+    WriteAll(kHeader, strlen(kHeader));
+  }
+}
+
+bool RecordIdle() {
+  const bool is_first = g_begin == 0;
+  if (is_first) {
     g_begin = Now();
-    if (IsRecording()) {
-      constexpr char kHeader[] = "lumio-record 1\n";
-      WriteAll(kHeader, strlen(kHeader));
-    }
   }
   ++g_idle_count;
+  return is_first;
 }
+
+bool HasRecordBegun() { return g_begin != 0; }
 
 void RecordEnd() {
   static std::atomic<bool> recorded{false};
   if (IsRecording() && g_begin != 0 && !recorded.exchange(true)) {
-    Line(Now(), "end");
+    Write(Now(), Fields("end"));
   }
 }
 
-int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted) {
+void RecordDevice(const std::string &device) {
+  if (IsRecording() && !device.empty()) {
+    Write(Now(), Fields("device").AddText(device));
+  }
+}
+
+int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted, Nanoseconds late) {
   const bool queued = g_keys > 0 && g_idle_count == g_idle_count_of_last_key;
   g_idle_count_of_last_key = g_idle_count;
   ++g_keys;
+  g_last_known = Now();
   if (IsRecording()) {
-    Line(posted, press ? "press" : "release").AddText(key).AddText(device).Add(queued ? 1 : 0);
+    Write(posted,
+          Fields(press ? "press" : "release").AddText(key).AddText(device).Add(queued ? 1 : 0).Add(late / 1000));
   }
   return g_keys;
 }
 
 void RecordAging(int key) {
   if (IsRecording()) {
-    Line(Now(), "aging").Add(key);
+    Write(Now(), Fields("aging").Add(key));
   }
 }
 
-void RecordHold(int key, int handler, Nanoseconds duration) {
-  if (IsRecording() && duration >= kHold) {
-    Line(Now(), "hold").Add(key).Add(handler).Add(duration / 1000);
+int CountCallback() { return g_begin == 0 ? 0 : ++g_callbacks; }
+
+// A replay knows the time again with each event and each callback that is recorded.
+void RecordHold(int callback, Nanoseconds begin, Nanoseconds end) {
+  if (IsRecording() && callback != 0 && (end - begin >= kHold || begin - g_last_known >= kHold)) {
+    Write(end, Fields("hold").Add(callback).Add((end - begin) / 1000));
+    g_last_known = end;
   }
 }
 
 void RecordSilence(Nanoseconds duration) {
-  if (IsRecording()) {
-    Line(Now() - duration, "silence").Add(duration / 1000);
+  if (IsRecording() && g_begin != 0) {
+    Write(Now() - duration, Fields("silence").Add(duration / 1000));
   }
 }
 
 void RecordRefusal(const char *call, int number) {
   if (IsRecording()) {
-    Line(Now(), "refused").AddText(call).Add(number);
+    Write(Now(), Fields("refused").AddText(call).Add(number));
   }
 }
 
 void RecordBanner(int banner, int state) {
   if (IsRecording() && g_begin != 0) {
-    Line(Now(), "banner").Add(banner).Add(state);
+    Write(Now(), Fields("banner").Add(banner).Add(state));
   }
 }
 
 void RecordState(int state) {
   if (IsRecording() && g_begin != 0) {
-    Line(Now(), "state").Add(state);
+    Write(Now(), Fields("state").Add(state));
   }
 }
 
 void RecordPlug(const std::string &device, bool in) {
   if (IsRecording()) {
-    Line(Now(), in ? "plug" : "unplug").AddText(device);
+    Write(Now(), Fields(in ? "plug" : "unplug").AddText(device));
   }
 }
 
 #ifdef LUMIO_TRACE_HOST_TYPES
 
-void RecordNotification(const TSignalEvent &event) {
-  if (IsRecording()) {
-    Line(Now(), "signal")
-        .Add(static_cast<int>(event.signalType))
-        .Add(static_cast<int>(event.profile))
-        .Add(event.screenId)
-        .Add(event.signalData.value)
-        .Add(event.signalData.extra);
-  }
+std::string TextOf(const TSignalEvent &event) {
+  return Fields("signal")
+      .Add(static_cast<int>(event.signalType))
+      .Add(static_cast<int>(event.profile))
+      .Add(event.screenId)
+      .Add(event.signalData.value)
+      .Add(event.signalData.extra)
+      .AsText();
 }
 
-void RecordNotification(const TProgramEvent &event) {
-  if (!IsRecording() || !event.programData) {
-    return;
-  }
+std::string TextOf(const TProgramEvent &event) {
+  static const TCProgramData none;
   const SubscriptionName name = NameOfHandle(TvKind::kProgram, event.handle);
-  const TCProgramData &data = *event.programData;
-  Line(Now(), "program")
+  const TCProgramData &data = event.programData ? *event.programData : none;
+  return Fields("program")
       .AddText(name.module)
       .Add(name.number)
       .Add(static_cast<int>(event.changeType))
@@ -180,77 +197,87 @@ void RecordNotification(const TProgramEvent &event) {
       .Add(data.startTime)
       .Add(data.duration)
       .AddText(data.title)
-      .AddText(data.description);
+      .AddText(data.description)
+      .AsText();
 }
 
-void RecordNotification(const TPesEvent &event) {
-  if (IsRecording()) {
-    Line(Now(), "pes")
-        .Add(event.data->pid)
-        .Add(static_cast<int>(event.data->streamId))
-        .Add(event.data->pts)
-        .AddBytes(event.data->payload.data(), event.data->payload.size());
-  }
+std::string TextOf(const TPesEvent &event) {
+  return Fields("pes")
+      .Add(event.data->pid)
+      .Add(static_cast<int>(event.data->streamId))
+      .Add(event.data->pts)
+      .AddBytes(event.data->payload.data(), event.data->payload.size())
+      .AsText();
 }
 
-void RecordNotification(const TCaptionEvent &event) {
-  if (IsRecording()) {
-    Line(Now(), "caption")
-        .Add(event.data->language)
-        .Add(event.data->pts)
-        .AddBytes(event.data->payload.data(), event.data->payload.size());
-  }
+std::string TextOf(const TCaptionEvent &event) {
+  return Fields("caption")
+      .Add(event.data->language)
+      .Add(event.data->pts)
+      .AddBytes(event.data->payload.data(), event.data->payload.size())
+      .AsText();
 }
 
-void RecordSection(bool flag, unsigned short size, const unsigned char *data, int stream, const std::string &module) {
-  if (IsRecording()) {
-    Line(Now(), "section").AddText(module).Add(stream).Add(flag ? 1 : 0).AddBytes(data, size);
-  }
+std::string TextOf(const SectionEvent &event) {
+  return Fields("section")
+      .AddText(event.subscription.module)
+      .Add(event.subscription.number)
+      .Add(event.flag ? 1 : 0)
+      .AddBytes(event.bytes, event.size)
+      .AsText();
 }
 
-void RecordDsm(const TSDsmMessage &message, const SubscriptionName &session) {
-  if (IsRecording()) {
-    Line(Now(), "dsm")
-        .AddText(session.module)
-        .Add(session.number)
-        .Add(message.type)
-        .Add(message.status)
-        .Add(message.version)
-        .Add(message.moduleId)
-        .AddBytes(static_cast<const unsigned char *>(message.data), message.size);
-  }
+std::string TextOf(const TSDsmMessage &message) {
+  const SubscriptionName session = NameOfHandle(TvKind::kDsm, message.sessionHandle);
+  return Fields("dsm")
+      .AddText(session.module)
+      .Add(session.number)
+      .Add(message.type)
+      .Add(message.status)
+      .Add(message.version)
+      .Add(message.moduleId)
+      .AddBytes(static_cast<const unsigned char *>(message.data), message.size)
+      .AsText();
 }
 
-void RecordPvrResult(const ps_result_thirdpart &result) {
-  if (IsRecording()) {
-    Line(Now(), "pvr-result")
-        .Add(result.operation)
-        .Add(result.request_id)
-        .Add(result.result)
-        .Add(result.program)
-        .Add(result.duration)
-        .Add(result.free_space)
-        .Add(result.reserved);
-  }
+std::string TextOf(const ps_result_thirdpart &result) {
+  return Fields("pvr-result")
+      .Add(result.operation)
+      .Add(result.request_id)
+      .Add(result.result)
+      .Add(result.program)
+      .Add(result.duration)
+      .Add(result.free_space)
+      .Add(result.reserved)
+      .AsText();
 }
 
-void RecordPvrState(pvr_state_e state) {
-  if (IsRecording()) {
-    Line(Now(), "pvr-state").Add(static_cast<int>(state));
-  }
-}
+std::string TextOf(pvr_state_e state) { return Fields("pvr-state").Add(static_cast<int>(state)).AsText(); }
 
-#else // On a television the platform defines the contents of the records.
+#else // a television's notifications have contents of their own
 
-void RecordNotification(const TSignalEvent &) {}
-void RecordNotification(const TProgramEvent &) {}
-void RecordNotification(const TPesEvent &) {}
-void RecordNotification(const TCaptionEvent &) {}
-void RecordSection(bool, unsigned short, const unsigned char *, int, const std::string &) {}
-void RecordDsm(const TSDsmMessage &, const SubscriptionName &) {}
-void RecordPvrResult(const ps_result_thirdpart &) {}
-void RecordPvrState(pvr_state_e) {}
+std::string TextOf(const TSignalEvent &) { return ""; }
+std::string TextOf(const TProgramEvent &) { return ""; }
+std::string TextOf(const TPesEvent &) { return ""; }
+std::string TextOf(const TCaptionEvent &) { return ""; }
+std::string TextOf(const SectionEvent &) { return ""; }
+std::string TextOf(const TSDsmMessage &) { return ""; }
+std::string TextOf(const ps_result_thirdpart &) { return ""; }
+std::string TextOf(pvr_state_e) { return ""; }
 
 #endif
+
+void RecordDelivery(const std::string &text, Nanoseconds posted) {
+  g_last_known = Now();
+  if (IsRecording() && !text.empty()) {
+    Write(posted, Fields(text).Add((Now() - posted) / 1000));
+  }
+}
+
+void RecordService(const std::string &text) {
+  if (IsRecording() && !text.empty()) {
+    Write(Now(), Fields(text));
+  }
+}
 
 } // namespace lumio::trace

@@ -12,18 +12,34 @@
 
 namespace lumio::trace {
 
-// Call it when the main loop is idle. Times count from the first call after the library was installed.
-void RecordIdle();
+constexpr Nanoseconds kHold = kMillisecond; // callbacks that take less are not recorded
+
+bool IsRecording();
+
+// Call it when the program starts.
+void BeginRecord();
+
+// Call it when the main loop is idle. Times count from the first call after the library was installed. Returns whether
+// this is that call.
+bool RecordIdle();
+
+bool HasRecordBegun();
 
 // Call it when the main loop is asked to end, or the program ends without that. Only the first call counts.
 void RecordEnd();
 
-// Records a key. Returns its number, counted from 1.
-int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted);
+// Records the device that has sent keys to the X server before the recording; empty if none has.
+void RecordDevice(const std::string &device);
+
+// Records a key, when it was sent, and how late it came by its time stamp. Returns its number, counted from 1.
+int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted, Nanoseconds late);
 // Records that the key found the factory aging mode on.
 void RecordAging(int key);
-// Records that one of its handlers, counted from 0, took so long that it may matter.
-void RecordHold(int key, int handler, Nanoseconds duration);
+
+// Counts a callback on the main loop. Returns its number, counted from 1; 0 before the times begin.
+int CountCallback();
+// Records that this callback began or ended so late that it may matter.
+void RecordHold(int callback, Nanoseconds begin, Nanoseconds end);
 // Records that something other than a callback of the library kept the main loop.
 void RecordSilence(Nanoseconds duration);
 // Records that the service refused a subscription: the call of this name, counted from 1.
@@ -35,14 +51,28 @@ void RecordPlug(const std::string &device, bool in);
 void RecordBanner(int banner, int state);
 void RecordState(int state);
 
-// Record the notifications of the services. Only on the desktop is the form of all of them known.
-void RecordNotification(const TSignalEvent &event);
-void RecordNotification(const TProgramEvent &event);
-void RecordNotification(const TPesEvent &event);
-void RecordNotification(const TCaptionEvent &event);
-void RecordSection(bool flag, unsigned short size, const unsigned char *data, int stream, const std::string &module);
-void RecordDsm(const TSDsmMessage &message, const SubscriptionName &session);
-void RecordPvrResult(const ps_result_thirdpart &result);
-void RecordPvrState(pvr_state_e state);
+// A section as a service's thread delivers it.
+struct SectionEvent {
+  SubscriptionName subscription; // its number is the stream
+  bool flag;
+  const unsigned char *bytes;
+  unsigned short size;
+};
+
+// Returns a notification as the recording has it, without its times; empty if its form is not known, as on a
+// television.
+std::string TextOf(const TSignalEvent &event);
+std::string TextOf(const TProgramEvent &event);
+std::string TextOf(const TPesEvent &event);
+std::string TextOf(const TCaptionEvent &event);
+std::string TextOf(const SectionEvent &event);
+std::string TextOf(const TSDsmMessage &message);
+std::string TextOf(const ps_result_thirdpart &result);
+std::string TextOf(pvr_state_e state);
+
+// Records a notification that the main loop delivers, and when it was sent.
+void RecordDelivery(const std::string &text, Nanoseconds posted);
+// Records a notification that a service's thread delivers.
+void RecordService(const std::string &text);
 
 } // namespace lumio::trace

@@ -59,26 +59,63 @@ RecordedEvent ReadEvent(const std::string &line) {
   return event;
 }
 
-// If a key comes while the previous one is handled, the main loop may still become idle between them: it looks for X
-// events after that. A key that clearly came before an earlier key's handler was done counts as queued all the same.
-// `ends` has the times when the handlers of each key were done.
-void FindQueuedKeys(Recording &recording, const std::multimap<int, Nanoseconds> &ends) {
-  constexpr Nanoseconds kClearly = 3 * kMillisecond; // the X server counts milliseconds
-  int number = 0;
-  for (RecordedEvent &event : recording.events) {
-    if (event.IsKey()) {
-      ++number;
-      event.is_queued =
-          event.Number(2) != 0 || std::any_of(ends.begin(), ends.lower_bound(number),
-                                              [&](const auto &end) { return event.time + kClearly < end.second; });
+EventClass ClassOf(const std::string &kind) {
+  static const std::map<std::string, EventClass> classes = {
+      {"press", EventClass::kKey},           {"release", EventClass::kKey},
+      {"signal", EventClass::kNotification}, {"program", EventClass::kNotification},
+      {"pes", EventClass::kNotification},    {"caption", EventClass::kNotification},
+      {"section", EventClass::kService},     {"dsm", EventClass::kService},
+      {"pvr-result", EventClass::kService},  {"pvr-state", EventClass::kService},
+      {"banner", EventClass::kOwn},          {"state", EventClass::kOwn},
+      {"plug", EventClass::kPlug},           {"unplug", EventClass::kPlug},
+      {"silence", EventClass::kSilence},     {"end", EventClass::kEnd}};
+  const auto found = classes.find(kind);
+  if (found == classes.end()) {
+    throw std::runtime_error("the recording has an event of the unknown kind '" + kind + "'");
+  }
+  return found->second;
+}
+
+// Without the time in front and, if the main loop delivers it, the lateness behind.
+std::string NotificationIn(const std::string &line, EventClass event_class) {
+  const size_t begin = line.find(' ') + 1;
+  if (event_class == EventClass::kService) {
+    return line.substr(begin);
+  }
+  return event_class == EventClass::kNotification ? line.substr(begin, line.rfind(' ') - begin) : "";
+}
+
+// Returns whether the event was sent while the main loop was busy, clearly before the end of that, since the X server
+// counts milliseconds, and had to wait for it. The main loop reached `previous` before the event.
+bool WasSentDuring(const Busy &busy, const RecordedEvent &event, const RecordedEvent &previous) {
+  constexpr Nanoseconds kClearly = 3 * kMillisecond;
+  return busy.begin - kMillisecond <= event.time && event.time + kClearly < busy.end &&
+         event.Begin() >= busy.end - kMillisecond && (previous.is_queued || previous.Begin() < busy.end);
+}
+
+// Several keys can wait for a busy main loop, because it reaches them in the order in which they were sent. A key and a
+// notification that both wait have no such order: the second one is sent when the first one is handled.
+void FindQueuedEvents(Recording &recording, std::vector<Busy> times) {
+  for (const RecordedEvent &event : recording.events) {
+    if (event.Is(EventClass::kSilence)) {
+      times.push_back({event.time, event.time + event.Number(0) * 1000});
     }
+  }
+  const RecordedEvent *previous = nullptr;
+  for (RecordedEvent &event : recording.events) {
+    const bool can_wait = previous && (event.Is(EventClass::kKey) || event.Is(EventClass::kNotification)) &&
+                          (!previous->is_queued || (event.Is(EventClass::kKey) && previous->Is(EventClass::kKey)));
+    event.is_queued = can_wait && std::any_of(times.begin(), times.end(),
+                                              [&](const Busy &busy) { return WasSentDuring(busy, event, *previous); });
+    previous = event.Is(EventClass::kOwn) ? previous : &event;
   }
 }
 
-// Moves what the program does by itself while keys are queued behind them: the program cannot go on before they come.
-void PutQueuedKeysFirst(std::vector<RecordedEvent> &events) {
+// Moves what the program does by itself behind the events that wait meanwhile: the program cannot go on before they
+// come.
+void PutQueuedEventsFirst(std::vector<RecordedEvent> &events) {
   for (size_t i = 1; i < events.size(); ++i) {
-    for (size_t at = i; at > 0 && events[at].is_queued && events[at - 1].IsOwn(); --at) {
+    for (size_t at = i; at > 0 && events[at].is_queued && events[at - 1].Is(EventClass::kOwn); --at) {
       std::swap(events[at], events[at - 1]);
     }
   }
@@ -87,6 +124,14 @@ void PutQueuedKeysFirst(std::vector<RecordedEvent> &events) {
 } // namespace
 
 long long RecordedEvent::Number(size_t word) const { return strtoll(Word(word).c_str(), nullptr, 10); }
+
+// It is the last word of each event that the main loop delivers.
+Nanoseconds RecordedEvent::Late() const {
+  const bool is_delivered = Is(EventClass::kKey) || Is(EventClass::kNotification);
+  return is_delivered && !words.empty() ? Number(words.size() - 1) * 1000 : 0;
+}
+
+Nanoseconds RecordedEvent::Begin() const { return time + (IsLateness(Late()) ? std::max<Nanoseconds>(Late(), 0) : 0); }
 
 const std::string &RecordedEvent::Word(size_t word) const {
   if (word >= words.size()) {
@@ -102,23 +147,27 @@ Recording ReadRecording(const std::string &file_name) {
     throw std::runtime_error(file_name + " is not a recording of lumio-trace --record, or has another version");
   }
   Recording recording;
-  std::multimap<int, Nanoseconds> ends; // of handlers, by key
+  std::vector<Busy> times;
   while (std::getline(file, line)) {
-    const RecordedEvent event = ReadEvent(line);
-    const auto key = static_cast<int>(event.words.empty() ? 0 : strtol(event.words[0].c_str(), nullptr, 10));
+    RecordedEvent event = ReadEvent(line);
     if (event.kind == "hold") {
-      recording.holds[{key, static_cast<int>(event.Number(1))}] = event.Number(2) * 1000;
-      ends.emplace(key, event.time);
+      const Busy busy{event.time - event.Number(1) * 1000, event.time};
+      recording.holds[static_cast<int>(event.Number(0))] = busy;
+      times.push_back(busy);
     } else if (event.kind == "refused") {
       recording.refusals[{event.Word(0), static_cast<int>(event.Number(1))}] = true;
     } else if (event.kind == "aging") {
-      recording.aging[key] = true;
+      recording.aging[static_cast<int>(event.Number(0))] = true;
+    } else if (event.kind == "device") {
+      recording.device = event.Word(0);
     } else {
+      event.event_class = ClassOf(event.kind);
+      event.notification = NotificationIn(line, event.event_class);
       recording.events.push_back(event);
     }
   }
-  FindQueuedKeys(recording, ends);
-  PutQueuedKeysFirst(recording.events);
+  FindQueuedEvents(recording, times);
+  PutQueuedEventsFirst(recording.events);
   return recording;
 }
 

@@ -10,30 +10,55 @@
 
 namespace lumio::trace {
 
+// Who handles an event.
+enum class EventClass {
+  kKey,          // the main loop
+  kNotification, // the main loop
+  kService,      // the service's own thread
+  kOwn,          // the program does it by itself
+  kPlug,         // the main loop
+  kSilence,      // the main loop
+  kEnd,          // nobody
+};
+constexpr int kEventClasses = 7;
+
 struct RecordedEvent {
-  Nanoseconds time = 0;           // since the main loop was idle for the first time
+  Nanoseconds time = 0;           // when it was sent, since the main loop was idle for the first time
   std::string kind;               // "press", "signal", ...
   std::vector<std::string> words; // numbers and texts; bytes are a text
-
-  bool IsNotification() const {
-    return kind == "signal" || kind == "program" || kind == "section" || kind == "pes" || kind == "caption" ||
-           kind == "dsm";
-  }
-  // Whether the program does this by itself.
-  bool IsOwn() const { return kind == "banner" || kind == "state"; }
-  bool IsKey() const { return kind == "press" || kind == "release"; }
-  // Whether this is a key that came before the main loop was done with the previous one.
+  EventClass event_class = EventClass::kEnd;
+  std::string notification; // the line without its times; empty for other events
+  // Whether it was sent while the main loop was busy, so that it is sent to a busy main loop again.
   bool is_queued = false;
+
+  bool Is(EventClass other) const { return event_class == other; }
+  // Whether this is a key that came before the main loop was idle after the previous key.
+  bool IsInBurst() const { return Is(EventClass::kKey) && Number(2) != 0; }
+  // Returns how long after its time stamp the main loop reached it; any number if the time stamp does not belong to
+  // this computer's clock.
+  Nanoseconds Late() const;
+  // Returns when the main loop reached it.
+  Nanoseconds Begin() const;
   long long Number(size_t word) const;
   const std::string &Word(size_t word) const;
 };
 
+// A time in which one thing kept the main loop.
+struct Busy {
+  Nanoseconds begin;
+  Nanoseconds end;
+};
+
 struct Recording {
   std::vector<RecordedEvent> events;                    // to play
-  std::map<std::pair<int, int>, Nanoseconds> holds;     // by key and handler
+  std::map<int, Busy> holds;                            // by callback
   std::map<std::pair<std::string, int>, bool> refusals; // by call and its number
   std::map<int, bool> aging;                            // keys that found the aging mode on
+  std::string device;                                   // that sent keys before the recording; empty if none did
 };
+
+// Returns whether a key that is so late has a time stamp of this computer's clock.
+constexpr bool IsLateness(Nanoseconds late) { return late >= -100 * kMillisecond && late <= 600 * kSecond; }
 
 // Throws std::runtime_error with a text for the user.
 Recording ReadRecording(const std::string &file);

@@ -31,6 +31,8 @@ void PrintTvState(Text &text);
 
 // The library calls this to install its Ecore handlers.
 Ecore_Event_Handler *AddEventHandler(int type, Ecore_Event_Handler_Cb callback, const void *data, const void *caller);
+// Tells the library that the main loop is idle.
+void TellLibraryIdle();
 // Call it when the library has asked the last handler about the current key.
 void NoteWalkEnded();
 

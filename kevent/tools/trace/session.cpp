@@ -70,6 +70,7 @@ void OnSignal(int number, siginfo_t *information, void *context) {
 
 __attribute__((constructor)) void Begin() {
   TheOptions();
+  BeginRecord();
   ListenForSignal(nullptr);
 }
 

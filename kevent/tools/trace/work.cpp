@@ -12,9 +12,10 @@ namespace lumio::trace {
 
 namespace {
 
-constexpr int kDeepest = 32;                          // nested callbacks whose names are kept
-constexpr int kStalls = 16;                           // number of stalls that are kept
-constexpr Nanoseconds kNoticeable = 5 * kMillisecond; // wait; the X server counts milliseconds
+constexpr int kDeepest = 32;                            // nested callbacks whose names are kept
+constexpr int kStalls = 16;                             // number of stalls that are kept
+constexpr Nanoseconds kLongSilence = 50 * kMillisecond; // what a replay repeats
+constexpr Nanoseconds kNoticeable = 5 * kMillisecond;   // wait; the X server counts milliseconds
 
 struct Running {
   const char *module;
@@ -71,7 +72,13 @@ void Remember(const char *who, Nanoseconds begin, Nanoseconds end) {
   stall.cost = 0;
 }
 
-bool IsTooLong(Nanoseconds duration) { return TheOptions().stall > 0 && duration >= TheOptions().stall; }
+// A session that is recorded or replayed begins with the first idle moment: what the program does before is not part
+// of it.
+bool IsTooLong(Nanoseconds duration) {
+  const Options &options = TheOptions();
+  const bool is_session = options.record >= 0 || !options.replay.empty();
+  return options.stall > 0 && duration >= options.stall && (!is_session || HasRecordBegun());
+}
 
 void NameCallback(char (&who)[160], const char *module, const char *symbol) {
   if (*module) {
@@ -91,36 +98,54 @@ Work::Work(const char *module, const char *symbol) : begin_(Now()), on_main_loop
     g_running[g_depth] = {module, symbol, begin_};
   }
   ++g_depth;
+  hold_ = BeginHold(CountCallback());
+  begin_ = hold_.begin;
   g_last_sign = begin_;
+}
+
+Nanoseconds Work::End() {
+  if (end_ == kNotKnown) {
+    if (on_main_loop_) {
+      EndHold(hold_);
+    }
+    end_ = Now();
+    if (on_main_loop_) {
+      RecordHold(hold_.callback, begin_, end_);
+    }
+  }
+  return end_ - begin_;
 }
 
 Work::~Work() {
   if (!on_main_loop_) {
     return;
   }
-  const Nanoseconds end = Now();
+  End();
   --g_depth;
   if (g_depth < kDeepest) {
     NameCallback(g_last_symbol, g_running[g_depth].module, g_running[g_depth].symbol);
     // A callback that ran within it, or that ran the loop, has kept the loop itself.
     const Nanoseconds begin = std::max(begin_, g_last_sign);
-    if (IsTooLong(end - begin)) {
-      PrintStall(g_last_symbol, end - begin, true);
-      Remember(g_last_symbol, begin, end);
+    if (IsTooLong(end_ - begin)) {
+      PrintStall(g_last_symbol, end_ - begin, true);
+      Remember(g_last_symbol, begin, end_);
     }
   }
-  g_last_sign = end;
+  g_last_sign = end_;
 }
 
 void NoteArrival(Nanoseconds posted) {
   const Nanoseconds now = Now();
-  const Nanoseconds silent_since = std::max(posted, g_last_sign);
-  if (posted != kNotKnown && g_last_sign != 0 && IsTooLong(now - silent_since)) {
-    PrintStall(g_last_symbol, now - silent_since, false);
+  const bool is_known = posted != kNotKnown && g_last_sign != 0;
+  const Nanoseconds silence = SilenceBefore(is_known ? now - std::max(posted, g_last_sign) : 0);
+  if (silence >= kLongSilence) {
+    RecordSilence(silence);
+  }
+  if (IsTooLong(silence)) {
+    PrintStall(g_last_symbol, silence, false);
     char who[160];
     snprintf(who, sizeof who, "what the main loop did after %.100s", g_last_symbol);
-    Remember(who, silent_since, now);
-    RecordSilence(now - silent_since);
+    Remember(who, now - silence, now);
   }
   g_last_sign = now;
 }

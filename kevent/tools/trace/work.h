@@ -2,6 +2,7 @@
 #pragma once
 
 #include "clock.h"
+#include "player.h"
 #include "text.h"
 
 namespace lumio::trace {
@@ -16,11 +17,15 @@ public:
   Work(const Work &) = delete;
   Work &operator=(const Work &) = delete;
 
-  Nanoseconds Elapsed() const { return Now() - begin_; }
+  // Call it when the callback has returned, or leave it to the destructor. Returns how long it took: in a replay, as
+  // long as in the recording.
+  Nanoseconds End();
 
 private:
   Nanoseconds begin_;
+  Nanoseconds end_ = kNotKnown;
   bool on_main_loop_;
+  Hold hold_;
 };
 
 // Call it when the main loop has reached an event that waited for it since `posted`. Reports a silence of the loop that

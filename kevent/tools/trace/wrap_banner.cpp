@@ -158,6 +158,7 @@ int lumio_set_banner_state(int banner_id, int state) {
   Words words;
   words.Set(TheOptions().json ? "\"banner\":%d,\"change\":\"%s\",\"object\":\"%.60s\"" : "%d %s by %.60s", banner_id,
             state ? "shown" : "hidden", SymbolOf(caller).object.c_str());
+  BeginOwn();
   RecordBanner(banner_id, state);
   Notification notification("banner", words);
   const int result = g_set(banner_id, state);
@@ -166,7 +167,6 @@ int lumio_set_banner_state(int banner_id, int state) {
   } else if (notification.Count() == 0) {
     notification.ToldNobody(BannerThunks::IsExhausted() ? "delivered to callbacks that are not traced" : "no callback");
   }
-  NoteReplayed(false);
   if (result == 0 && state == 1) {
     const Lock lock;
     g_banners.shown |= 1u << banner_id;

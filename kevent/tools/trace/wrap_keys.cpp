@@ -89,7 +89,7 @@ public:
     }
   }
   ~Question() {
-    const Nanoseconds took = work_.Elapsed();
+    const Nanoseconds took = work_.End();
     {
       const Lock lock;
       ++handler_.totals->calls;
@@ -120,7 +120,8 @@ int Ask(lumio_kevent *kevent, lumio_kevent_type type, void *event_info, void *da
 // --- Keys ------------------------------------------------------------------------------------------------------------
 
 Eina_Bool OnKey(void *data, int type, void *event) {
-  const auto *ecore_key = static_cast<const Ecore_Event_Key *>(event);
+  auto *ecore_key = static_cast<Ecore_Event_Key *>(event);
+  BeginKey(ecore_key);
   KeyEvent key(ecore_key && ecore_key->keyname ? ecore_key->keyname : "", IsOf(g_key_down, type),
                ecore_key ? ecore_key->timestamp : 0);
   KeyEvent *const outer = std::exchange(g_key, &key);

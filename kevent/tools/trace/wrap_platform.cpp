@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "checks.h"
+#include "devices.h"
 #include "log_listener.h"
 #include "next.h"
 #include "player.h"
@@ -42,9 +43,11 @@ Ecore_Task_Cb g_idle_callback; // the library's own
 
 Eina_Bool OnIdle(void *data) {
   NoteIdle();
-  RecordIdle();
-  NoteReplayIdle();
-  return g_idle_callback(data);
+  if (RecordIdle()) {
+    RecordDevice(LearnDevice());
+    StartReplay();
+  }
+  return NoteReplayIdle() ? g_idle_callback(data) : ECORE_CALLBACK_RENEW;
 }
 
 using LogFunction = int (*)(int, int, const char *, const char *, ...);
@@ -102,6 +105,12 @@ namespace lumio::trace {
 
 LogListener::LogListener() : outer_(g_listener) { g_listener = this; }
 LogListener::~LogListener() { g_listener = outer_; }
+
+void TellLibraryIdle() {
+  if (g_idle_callback) {
+    g_idle_callback(nullptr); // which is what the library passes
+  }
+}
 
 } // namespace lumio::trace
 
@@ -167,6 +176,7 @@ extern "C" __attribute__((visibility("default"))) void ecore_main_loop_begin(voi
   static Next<void()> next("ecore_main_loop_begin");
   next();
   RecordEnd();
+  EndReplay();
 }
 
 extern "C" __attribute__((visibility("default"))) int dlclose(void *handle) {

@@ -103,18 +103,18 @@ template <class Tell> void Told(const char *what, int value, const Registrations
   PvrListener listener;
   Nanoseconds took = 0;
   {
-    const Work work("", "callbacks of the PVR service");
+    Work work("", "callbacks of the PVR service");
     ++g_telling;
     const InLock held(g_telling);
     tell();
-    took = work.Elapsed();
+    took = work.End();
   }
   if (listener.Callbacks() != 0) {
     notification.ToldAsOne(modules, listener.Callbacks(), took);
   } else {
     notification.ToldNobody("no callback");
   }
-  NoteReplayed(false);
+  EndServiceCall();
 }
 
 } // namespace
@@ -140,13 +140,17 @@ int CPvrServiceSubscriber::UnRegisterPvrStateCb(PvrStateCallback callback) {
 }
 
 void CPvrServiceSubscriber::t_PvrResultCB(ps_result_thirdpart result, void *userData) {
-  RecordPvrResult(result);
+  if (!Admit(result)) {
+    return;
+  }
   Told("result", result.result, g_results, [&] { g_told_result(result, userData); });
 }
 
 bool CPvrServiceSubscriber::t_PvrStateCB(pvr_state_e state, void *userData) {
   bool told = false;
-  RecordPvrState(state);
+  if (!Admit(state)) {
+    return told;
+  }
   Told("state", static_cast<int>(state), g_states, [&] { told = g_told_state(state, userData); });
   return told;
 }

@@ -89,23 +89,23 @@ void CLumioStateSubscriber::HandleStateChanged(ELUMIO_STATE state) {
   CheckLock(kAnnounce, "", __builtin_return_address(0));
   Words words;
   words.Set(TheOptions().json ? "\"state\":%d" : "%d", static_cast<int>(state));
+  BeginOwn();
   RecordState(static_cast<int>(state));
   Notification notification("state", words);
   StateListener listener;
   Nanoseconds took = 0;
   {
-    const Work work("", kAnnounce);
+    Work work("", kAnnounce);
     ++g_announcing;
     const InLock held(g_announcing);
     g_announce(state);
-    took = work.Elapsed();
+    took = work.End();
   }
   if (listener.Count() != 0) {
     notification.ToldAsOne(listener.Modules(), listener.Count(), took);
   } else {
     notification.ToldNobody("no callback");
   }
-  NoteReplayed(false);
 }
 
 namespace lumio::trace {

@@ -133,6 +133,9 @@ void CheckEcoreIsUp(const char *function, const void *caller) {
 // `tell` passes the call on to the library.
 template <class Event, class Tell>
 void Send(TvKind kind, const char *function, const Event &event, const void *caller, const Tell &tell) {
+  if (IsReplaying() && !IsOfReplay(TextOf(event))) {
+    return;
+  }
   const std::uint64_t content = ContentOf(event);
   CheckEcoreIsUp(function, caller);
   SentOf(kind).Push(content);
@@ -143,7 +146,7 @@ void Send(TvKind kind, const char *function, const Event &event, const void *cal
     Words words;
     Describe(event, words);
     Notification(NameOf(kind), words).ToldNobody("dropped: no module has subscribed");
-    NoteReplayed(false);
+    BeginNotification();
   }
 }
 
@@ -151,12 +154,14 @@ void Send(TvKind kind, const char *function, const Event &event, const void *cal
 
 template <class Event, class Callback> Eina_Bool Receive(TvKind kind, void *data, int type, void *event) {
   const auto &received = *static_cast<const Event *>(event);
+  BeginNotification();
   const Nanoseconds posted = SentOf(kind).Pop(ContentOf(received));
   Words words;
   Describe(received, words);
   NoteArrival(posted);
-  NoteReplayed(true);
-  RecordNotification(received);
+  if (IsRecording()) {
+    RecordDelivery(TextOf(received), posted == kNotKnown ? Now() : posted);
+  }
   Notification notification(NameOf(kind), words, posted == kNotKnown ? kNotKnown : Now() - posted);
   const Eina_Bool result = g_handler(data, type, event);
   if (notification.Count() == 0) {
@@ -291,30 +296,33 @@ void CTVServiceSubscriber::t_CaptionCallback(TSCaption &data, void *userData) {
 }
 
 void CTVServiceSubscriber::t_SectionCallback(bool flag, unsigned short number, unsigned char *data, int key) {
-  Words words;
   const int stream = key & 0xffff;
+  if (!Admit(SectionEvent{NameOfSection(key), flag, data, number})) {
+    return;
+  }
+  Words words;
   words.Set(TheOptions().json ? "\"stream\":%d,\"flag\":%s,\"number\":%d" : "stream %d, %s, %d", stream,
             flag ? "true" : "false", number);
-  const SubscriptionName subscription = NameOfSection(key);
-  RecordSection(flag, number, data, stream, subscription.module);
   Notification notification(NameOf(TvKind::kSection), words);
   g_told_section(flag, number, data, key);
   if (notification.Count() == 0) {
     notification.ToldNobody("no module has subscribed");
   }
-  NoteReplayed(false);
+  EndServiceCall();
 }
 
 void CTVServiceSubscriber::t_DsmCallback(TSDsmMessage &message) {
+  if (!Admit(message)) {
+    return;
+  }
   Words words;
   words.Set(TheOptions().json ? "\"session\":%d" : "session %d", message.sessionHandle);
-  RecordDsm(message, NameOfHandle(TvKind::kDsm, message.sessionHandle));
   Notification notification(NameOf(TvKind::kDsm), words);
   g_told_dsm(message);
   if (notification.Count() == 0) {
     notification.ToldNobody("no module has attached");
   }
-  NoteReplayed(false);
+  EndServiceCall();
 }
 
 Eina_Bool CTVServiceSubscriber::m_DeferredEventHandler(void *data, int type, void *event) {
