@@ -58,6 +58,15 @@ TEST(SampleBroadcast, IsNotMadeWhereItCannotBeWritten) {
   EXPECT_EQ(full.status, 1);
 }
 
+TEST(SampleBroadcast, IsNotMadeWithoutItsEncoders) {
+  const lumio::TemporaryDirectory directory;
+  const Ran ran = RunCommand({"/usr/bin/env", "LD_PRELOAD=" NO_ENCODERS, "ASAN_OPTIONS=verify_asan_link_order=0",
+                              LUMIO_TV, "make", directory / "sample.ts"});
+  EXPECT_EQ(ran.error, "lumio-tv: the sample broadcast cannot be made: libavcodec: cannot find the encoder "
+                       "mpeg2video\n");
+  EXPECT_EQ(ran.status, 1);
+}
+
 TEST(SampleBroadcast, IsMadeInOneFile) {
   for (const std::vector<std::string> &arguments : {std::vector<std::string>{}, {"a.ts", "b.ts"}}) {
     std::vector<std::string> command = {LUMIO_TV, "make"};

@@ -39,11 +39,13 @@ constexpr double kSwing = 2 * 3.14159265358979 / (4 * kFramesPerSecond); // four
 } // namespace
 
 Encoder::Encoder(const char *codec, Sink sink)
-    : context_(nullptr), frame_(av_frame_alloc()), packet_(av_packet_alloc()), sink_(std::move(sink)) {
+    : context_(nullptr), frame_(nullptr), packet_(nullptr), sink_(std::move(sink)) {
   av_log_set_level(AV_LOG_ERROR); // libx264 reports what it does
   const AVCodec *found = avcodec_find_encoder_by_name(codec);
   Check(found ? 0 : -1, (std::string("find the encoder ") + codec).c_str());
   context_ = avcodec_alloc_context3(found);
+  frame_ = av_frame_alloc();
+  packet_ = av_packet_alloc();
   context_->thread_count = 1;
   context_->flags |= AV_CODEC_FLAG_BITEXACT;
 }
