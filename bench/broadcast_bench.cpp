@@ -26,6 +26,7 @@ extern "C" {
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -39,7 +40,6 @@ namespace {
 
 namespace broadcast = lumio::broadcast;
 using SteadyClock = std::chrono::steady_clock;
-using ts::operator+;
 
 constexpr std::size_t kPacket = 188;
 
@@ -200,7 +200,7 @@ void MeasureInfo(const std::string &path, std::size_t size, int runs) {
 ts::Stream Busy(int milliseconds) {
   constexpr int kPacketsEach10Ms = 40'000'000 / 8 / 188 / 100;
   ts::Stream stream;
-  const ts::Bytes captions = ts::Descriptor(0x86, ts::Bytes{0xc1} + ts::Text("eng") + ts::Bytes{0x7e, 0x3f, 0xff});
+  const ts::Bytes captions = ts::Descriptor(0x86, ts::Bytes{0xc1, 'e', 'n', 'g', 0x7e, 0x3f, 0xff});
   ts::Bytes picture = ts::Mpeg2Picture(0, {{0, 'H', 'I'}});
   picture.resize(150'000, 0x55);
   std::size_t sent = 0; // packets of the picture
@@ -355,10 +355,7 @@ void MeasureSections(const std::string &path, int sections) {
   }
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-  const bool quick = argc > 1 && std::strcmp(argv[1], "--quick") == 0; // only shows that everything runs
+void RunAll(bool quick) {
   setenv("LUMIO_LOG", "none", /*overwrite=*/1);
   ecore_app_no_system_modules();
   ecore_init();
@@ -378,4 +375,15 @@ int main(int argc, char **argv) {
   CTVServiceSubscriber::ReleaseAll();
   lumio::tv::Shutdown();
   ecore_shutdown();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  try {
+    RunAll(argc > 1 && std::strcmp(argv[1], "--quick") == 0); // only shows that everything runs
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "broadcast_bench: %s\n", error.what());
+    return 1;
+  }
 }
