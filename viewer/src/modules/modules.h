@@ -38,7 +38,8 @@ std::unique_ptr<Module> MakeServiceList(ModuleContext context);
 // One shows captions until its key is pressed, the other keeps a transcript. They share a caption subscription.
 std::unique_ptr<Module> MakeCaptions(ModuleContext context);
 std::unique_ptr<Module> MakeTranscript(ModuleContext context);
-// One shows teletext and, with its key, the first page; the other counts the bytes of all packets. They share a PES subscription.
+// One shows teletext and, with its key, the first page; the other counts the bytes of all packets. They share a PES
+// subscription.
 std::unique_ptr<Module> MakeTeletext(ModuleContext context);
 std::unique_ptr<Module> MakeStreamMeter(ModuleContext context);
 // Shows aids for watching keys: F1 shows the last ten keys, F2 the remote control. With `remote`, the remote control is

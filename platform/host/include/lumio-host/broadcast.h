@@ -139,7 +139,8 @@ void Pause(bool paused);
 
 /**
  * Lets time pass on the virtual clock and returns when everything up to then was played and emitted; `tv::Flush` waits
- * for its delivery. From a callback of the service it returns at once. On another clock, or when paused, it does nothing.
+ * for its delivery. From a callback of the service it returns at once. On another clock, or when paused, it does
+ * nothing.
  *
  * @param time  how long; not negative
  */
