@@ -364,7 +364,7 @@ std::string DifferenceOfReplays() {
 
 // A load that stops a process between two events for long may spoil a recording, but not one after the other.
 TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
-  constexpr int kAttempts = 4;
+  constexpr int kAttempts = 8;
   std::string difference = "not tried";
   for (int attempt = 0; attempt < kAttempts && !difference.empty(); ++attempt) {
     difference = DifferenceOfReplays();
