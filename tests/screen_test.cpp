@@ -17,6 +17,7 @@
 #include "key_journal.h"
 #include "pointer.h"
 #include "screen/test_card.h"
+#include "temporary_directory.h"
 #include "x_connection.h"
 #include "x_observer.h"
 
@@ -306,6 +307,93 @@ TEST_F(ScreenOnDisplay, HasTheLastTenKeysOnTheOverlay) {
   EXPECT_THAT(screen_->Keys().Row(1), HasSubstr("  F11  release  other device  asked menu  taken by nobody  "));
   EXPECT_THAT(screen_->Keys().Row(2), HasSubstr("  F10  press  HWKeys  asked nobody  dropped: burst  -"));
   EXPECT_THAT(screen_->Keys().Row(9), HasSubstr("  F3  release  "));
+}
+
+TEST_F(ScreenOnDisplay, ColoursTheKeysOnTheOverlay) {
+  const auto state = [&](unsigned row, const char *part) {
+    const Evas_Object *box = edje_object_part_object_get(canvas_->Theme(), "keys:rows");
+    Eina_List *rows = evas_object_box_children_get(box);
+    const std::string found =
+        edje_object_part_state_get(static_cast<Evas_Object *>(eina_list_nth(rows, row)), part, nullptr);
+    eina_list_free(rows);
+    return found;
+  };
+  Television().Show("keys", "the last ten keys");
+  KeyJourney taken = Journey(2);
+  taken.asked = {"menu", "volume"};
+  taken.taker = "volume";
+  KeyJourney dropped = Journey(3);
+  dropped.unasked = "dropped: burst";
+  KeyJourney passed_on = Journey(4);
+  passed_on.unasked = "passed on: factory aging mode";
+  KeyJourney declined = Journey(5);
+  declined.asked = {"menu"};
+  const struct {
+    const KeyJourney &journey;
+    const char *outcome, *asked, *kind;
+  } keys[] = {{taken, "taken", "default", "default"},       {dropped, "dropped", "dropped", "release"},
+              {taken, "taken", "default", "default"}, // on a row that had another colour
+              {passed_on, "dropped", "dropped", "default"}, {declined, "default", "default", "release"},
+              {dropped, "dropped", "dropped", "release"}};
+  for (const auto &[journey, outcome, asked, kind] : keys) {
+    Television().ShowKey(journey);
+    Shot(); // draws the row
+    EXPECT_EQ(state(0, "outcome"), outcome);
+    EXPECT_EQ(state(0, "asked"), asked);
+    EXPECT_EQ(state(0, "key"), kind);
+    EXPECT_EQ(state(0, "kind"), kind);
+  }
+}
+
+// --- Pictures of the window ------------------------------------------------------------------------------------------
+
+// Reads a file with the canvas.
+Picture Load(const std::string &file, const Canvas &canvas) {
+  Evas_Object *image = evas_object_image_add(evas_object_evas_get(canvas.Theme()));
+  evas_object_image_file_set(image, file.c_str(), nullptr);
+  Picture picture;
+  evas_object_image_size_get(image, &picture.width, &picture.height);
+  const auto *pixels = static_cast<const unsigned *>(evas_object_image_data_get(image, EINA_FALSE));
+  const size_t stride = static_cast<size_t>(evas_object_image_stride_get(image)) / sizeof *pixels;
+  for (int row = 0; row < picture.height; ++row) {
+    const unsigned *first = pixels + static_cast<size_t>(row) * stride;
+    picture.pixels.insert(picture.pixels.end(), first, first + picture.width);
+  }
+  evas_object_del(image);
+  return picture;
+}
+
+TEST_F(ScreenOnDisplay, SavesWhatIsInTheWindow) {
+  const lumio::TemporaryDirectory directory;
+  Television().Show("captions", "Here is the news.");
+  int number = 0;
+  TurnLoopUntil([&] { // Evas gives up to draw at once when the machine is busy
+    const std::string file = directory / std::to_string(++number) + ".png"; // Evas keeps what it has read
+    EXPECT_TRUE(canvas_->Save(file));
+    const Picture saved = Load(file, *canvas_);
+    const Picture shot = Shot();
+    return saved.width == shot.width && saved.height == shot.height && Difference(saved, shot).IsEmpty() &&
+           !Difference(saved, empty_).IsEmpty();
+  });
+  EXPECT_FALSE(canvas_->Save(directory / "none/picture.png"));
+}
+
+TEST_F(ScreenOnDisplay, SavesThePartOfALargeWindowThatIsOnTheScreen) {
+  int width = 0;
+  int height = 0;
+  ecore_x_window_size_get(ecore_x_window_root_first_get(), &width, &height);
+  observer_->Resize(canvas_->Window(), width + 200, height + 100);
+  TurnLoopUntil([&] {
+    int now = 0;
+    ecore_x_window_size_get(canvas_->Window(), &now, nullptr);
+    return now == width + 200;
+  });
+  const lumio::TemporaryDirectory directory;
+  const std::string file = directory / "picture.png";
+  ASSERT_TRUE(canvas_->Save(file));
+  const Picture saved = Load(file, *canvas_);
+  EXPECT_EQ(saved.width, width);
+  EXPECT_EQ(saved.height, height);
 }
 
 } // namespace

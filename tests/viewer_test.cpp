@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -23,6 +24,7 @@
 
 #include <X11/Xlib.h> // after gmock, whose names its macros would replace
 #include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -150,7 +152,7 @@ protected:
     std::optional<std::string> line;
     do {
       line = viewer_->ReadLine(Deadline());
-    } while (line && line->find("  key     ") != line->find("  "));
+    } while (line && (line->find("  ") == std::string::npos || line->find("  key     ") != line->find("  ")));
     EXPECT_TRUE(line) << "the viewer prints no line about a key";
     return line.value_or("");
   }
@@ -430,18 +432,22 @@ TEST_F(Viewer, TakesEveryKeyThatItsHelpNames) {
                           "XF86AudioLowerVolume",
                           "minus",
                           "KP_Add",
+                          "KP_Subtract",
                           "Up",
                           "Down",
                           "Prior",
                           "Next",
                           "1",
                           "9",
-
                           "XF86RaiseChannel",
                           "XF86LowerChannel",
                           "i",
                           "XF86Info",
                           "g",
+                          "g",
+                          "XF86Option",
+                          "Down",
+                          "XF86Option",
                           "c",
                           "r",
                           "XF86Red",
@@ -453,6 +459,56 @@ TEST_F(Viewer, TakesEveryKeyThatItsHelpNames) {
   }
   Tap("XF86PowerOff");
   ExpectOrderlyEnd();
+}
+
+TEST_F(Viewer, TakesPlusOnKeyboardsOfSeveralCountries) {
+  StartAndTakeKeyboard();
+  int volume = 10;
+  for (const auto &[layout, is_shifted] : {std::pair{"us", true}, {"de", false}, {"fr", true}, {"se", false}}) {
+    SCOPED_TRACE(layout);
+    const std::string command = "setxkbmap -display " + display_.Name() + " -layout " + layout;
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    x_.reset(XOpenDisplay(display_.Name().c_str())); // which reads the new keymap
+    const KeyCode shift = XKeysymToKeycode(x_.get(), XK_Shift_L);
+    const KeyCode plus = XKeysymToKeycode(x_.get(), XK_plus);
+    for (const Bool down : {True, False}) {
+      if (is_shifted) {
+        XTestFakeKeyEvent(x_.get(), shift, down, CurrentTime);
+      }
+      XTestFakeKeyEvent(x_.get(), plus, down, CurrentTime);
+    }
+    XSync(x_.get(), False);
+    ExpectLine("  canvas  volume                " + std::to_string(++volume));
+  }
+}
+
+TEST_F(Viewer, ShowsEachRepetitionOfAHeldKey) {
+  StartAndTakeKeyboard();
+  const KeyCode key = XKeysymToKeycode(x_.get(), XK_Page_Up);
+  XAutoRepeatOn(x_.get());
+  XTestFakeKeyEvent(x_.get(), key, True, CurrentTime);
+  XSync(x_.get(), False);
+  for (int channel = 2; channel <= 4; ++channel) {
+    ExpectLine("  canvas  channel               " + std::to_string(channel));
+    EXPECT_THAT(ExpectKeyOnCanvas(), AllOf(HasSubstr("  Prior  press  "), HasSubstr("  taken by channel  ")));
+  }
+  XTestFakeKeyEvent(x_.get(), key, False, CurrentTime);
+  XSync(x_.get(), False);
+  std::string line;
+  do {
+    line = ExpectKeyOnCanvas();
+  } while (line.find("  Prior  press  ") != std::string::npos);
+  EXPECT_THAT(line, HasSubstr("  Prior  release  "));
+}
+
+TEST_F(Viewer, TakesAPictureAfterTheOrdersBeforeIt) {
+  StartAndTakeKeyboard();
+  viewer_->WriteLine("disk-space 0");
+  viewer_->WriteLine("picture " + (store_ / "picture.png"));
+  ExpectLine("  studio                picture written: " + (store_ / "picture.png"));
+  EXPECT_GT(std::filesystem::file_size(store_ / "picture.png"), 0U);
+  viewer_->WriteLine("picture " + (store_ / "none/picture.png"));
+  ExpectLine("  studio                the picture cannot be written: " + (store_ / "none/picture.png"));
 }
 
 TEST_F(Viewer, ShowsNoBytesThatAreNotText) {
@@ -482,6 +538,20 @@ TEST_F(Viewer, ListsTheOrdersOfTheStudio) {
   viewer_->WriteLine("help");
   ExpectLine("caption TEXT: a caption");
   ExpectLine("subscriptions: what the TV service serves, and to whom");
+}
+
+TEST_F(Viewer, TakesOrdersFromAFile) {
+  const std::string orders = store_ / "orders";
+  std::ofstream(orders) << "caption Good evening.\nsing\n";
+  std::vector<std::string> command = Command({});
+  command[2] = "exec \"$0\" \"$@\" 2>&1 <" + orders;
+  Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
+  for (const auto &[name, value] : display_.Environment()) {
+    environment[name] = value;
+  }
+  viewer_ = std::make_unique<lumio::Program>(command, environment);
+  EXPECT_THAT(ExpectLine("(\"help\" lists the orders)"), HasSubstr("  not understood: sing "));
+  ExpectLine("  captions              Good evening.");
 }
 
 // --- The remote control on the screen --------------------------------------------------------------------------------
@@ -521,6 +591,9 @@ TEST_F(Viewer, PressesKeysOfTheKeymapWithTheButtonsOfItsRemoteControl) {
     const std::string line = ExpectKeyOnCanvas();
     EXPECT_THAT(line,
                 AllOf(HasSubstr("  " + std::string(key) + "  press  "), HasSubstr("  Virtual core XTEST keyboard  ")));
+    if (line.find("  XF86Standby  ") != std::string::npos) {
+      EXPECT_THAT(line, HasSubstr("  taken by power  "));
+    }
     EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  " + std::string(key) + "  release  "));
   }
   EXPECT_EQ(FocusedWindow(), window);
@@ -549,6 +622,26 @@ TEST_F(Viewer, HasSomethingToShowOfEveryModuleByItself) {
   }
   read_until([&](const std::string &) { return missing.empty(); });
   EXPECT_THAT(missing, testing::IsEmpty());
+}
+
+TEST_F(Viewer, HasAProgrammeOfItsOwnOnEachChannel) {
+  StartWithoutStudio();
+  const auto deadline = Deadline();
+  std::set<std::string> titles;
+  for (size_t channel = 1; channel <= 9; ++channel) {
+    std::optional<std::string> line;
+    do { // the present programme is broadcast again from time to time
+      line = viewer_->ReadLine(deadline);
+      if (ItemOf(line.value_or("")) == "now") {
+        titles.insert(line->substr(line->rfind("  ")));
+      }
+    } while (line && titles.size() < channel);
+    ASSERT_EQ(titles.size(), channel);
+    if (channel == 1) {
+      ExpectLine("all keys of this display come here");
+    }
+    Tap("Up");
+  }
 }
 
 #if !defined(__SANITIZE_ADDRESS__) &&                                                                                  \

@@ -95,7 +95,7 @@ int RunModules(Presentation &screen, Channels &channels, const Canvas &canvas, c
   KeyJournal journal(screen);
   const auto modules = MakeModules({screen, journal, channels}, options);
   Studio studio(screen, canvas, channels, options.studio); // destroyed before the modules, to silence the services
-  const Schedule schedule(!options.studio && !channels.ArePlayed());
+  const Schedule schedule(!options.studio && !channels.ArePlayed(), channels);
   const KeySenders senders;
   const KeyWatch watch(journal, senders);
   const auto destroyed = [&status] {

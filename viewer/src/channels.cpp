@@ -54,6 +54,9 @@ void Channels::Close() {
 }
 
 void Channels::Tune(int channel) {
+  for (const std::function<void(int)> &chosen : choices_) {
+    chosen(channel);
+  }
   const std::vector<broadcast::ServiceInfo> services = broadcast::Services();
   if (channel < 1 || static_cast<std::size_t>(channel) > services.size()) {
     return;

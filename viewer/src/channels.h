@@ -27,6 +27,9 @@ public:
   // Calls `tuned` whenever another service is shown.
   void OnTuned(std::function<void()> tuned) { listeners_.push_back(std::move(tuned)); }
 
+  // Calls `chosen` with the number of each channel that the user goes to, whether or not it has a service.
+  void OnChosen(std::function<void(int channel)> chosen) { choices_.push_back(std::move(chosen)); }
+
   // Of the service that is shown.
   TCServiceId Service() const;
   // What to record of it.
@@ -38,4 +41,5 @@ private:
   bool played_;
   int service_ = 0; // service_id
   std::vector<std::function<void()>> listeners_;
+  std::vector<std::function<void(int)>> choices_;
 };

@@ -10,8 +10,9 @@
 namespace {
 
 constexpr unsigned kSlot = 1800; // seconds of a programme
-constexpr std::array kTitles = {"Evening News", "Tides and Harbours",   "The Long Way Home", "Kitchen Stories",
-                                "Night Train",  "Gardens of the North", "Jazz at the Mill"};
+constexpr std::array kTitles = {"Evening News",     "Tides and Harbours", "The Long Way Home",
+                                "Kitchen Stories",  "Night Train",        "Gardens of the North",
+                                "Jazz at the Mill", "The Glass Mountain", "Cup Final"};
 constexpr std::array kCaptions = {"Good evening.",
                                   "The harbour froze over last night.",
                                   "Ferries run again from the morning on.",
@@ -24,14 +25,10 @@ constexpr std::array kPages = {"Tomorrow: sunny, 21 \xc2\xb0"
                                "C",
                                "Sunday: wind from the north-west"};
 
-Programme InSlot(std::time_t slot) {
-  return {kTitles[static_cast<size_t>(slot) % kTitles.size()], slot * kSlot, kSlot};
-}
-
-void BroadcastProgrammes() {
-  const std::time_t slot = std::time(nullptr) / kSlot;
-  BroadcastProgramme(PROGRAM_CHANGE_PRESENT, InSlot(slot));
-  BroadcastProgramme(PROGRAM_CHANGE_FOLLOWING, InSlot(slot + 1));
+// Each channel has another title in each slot.
+Programme InSlot(std::time_t slot, int channel) {
+  return {kTitles[(static_cast<size_t>(slot) * 2 + static_cast<size_t>(channel)) % kTitles.size()], slot * kSlot,
+          kSlot};
 }
 
 template <class Array> const char *At(const Array &array, int index) {
@@ -49,8 +46,12 @@ void Record(int second) {
 
 } // namespace
 
-Schedule::Schedule(bool run) {
+Schedule::Schedule(bool run, Channels &channels) {
   if (run) {
+    channels.OnChosen([this](int channel) {
+      channel_ = channel;
+      BroadcastProgrammes();
+    });
     timer_ = ecore_timer_add(1, Tick, this);
     BroadcastSignal(SIGNAL_TYPE_LOCK, 1, 0);
     BroadcastServices({"Lumio One", "Lumio Two", "News 24", "Sport", "Cinema", "Nature", "Music", "Kids", "Regional"});
@@ -69,6 +70,12 @@ Eina_Bool Schedule::Tick(void *data) {
   ++self->second_;
   self->Broadcast();
   return ECORE_CALLBACK_RENEW;
+}
+
+void Schedule::BroadcastProgrammes() const {
+  const std::time_t slot = std::time(nullptr) / kSlot;
+  BroadcastProgramme(PROGRAM_CHANGE_PRESENT, InSlot(slot, channel_));
+  BroadcastProgramme(PROGRAM_CHANGE_FOLLOWING, InSlot(slot + 1, channel_));
 }
 
 void Schedule::Broadcast() {

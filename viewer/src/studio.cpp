@@ -6,6 +6,7 @@
 #include <lumio-host/tv-control.h>
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@
 #include <stdexcept>
 
 #include "broadcast.h"
+#include "file_descriptor.h"
 #include "join.h"
 
 namespace {
@@ -213,18 +215,30 @@ const Order *FindOrder(const std::string &name) {
   return order == std::end(kOrders) ? nullptr : order;
 }
 
+// A file cannot, since all that it has is there. Ecore would complain on standard error.
+bool CanBeWaitedFor(int descriptor) {
+  const lumio::FileDescriptor set(epoll_create1(EPOLL_CLOEXEC));
+  epoll_event event = {};
+  return epoll_ctl(set.Get(), EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
 } // namespace
 
 Studio::Studio(Presentation &screen, const Canvas &canvas, Channels &channels, bool listen)
     : screen_(screen), canvas_(canvas), channels_(channels) {
-  if (listen) {
+  if (listen && CanBeWaitedFor(STDIN_FILENO)) {
     input_ = ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, InputCame, this, nullptr, nullptr);
+  } else if (listen) {
+    file_ = ecore_job_add(FileIsThere, this);
   }
 }
 
 Studio::~Studio() {
   if (input_) {
     ecore_main_fd_handler_del(input_);
+  }
+  if (file_) {
+    ecore_job_del(file_);
   }
   lumio::pvr::Shutdown();
   lumio::tv::Shutdown();
@@ -250,6 +264,13 @@ Eina_Bool Studio::InputCame(void *data, Ecore_Fd_Handler *) {
   }
   self->input_ = nullptr;
   return ECORE_CALLBACK_CANCEL;
+}
+
+void Studio::FileIsThere(void *data) {
+  auto *self = static_cast<Studio *>(data);
+  self->file_ = nullptr;
+  while (self->Read()) {
+  }
 }
 
 // Returns whether more may come.

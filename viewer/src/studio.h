@@ -30,6 +30,7 @@ public:
 
 private:
   static Eina_Bool InputCame(void *data, Ecore_Fd_Handler *handler);
+  static void FileIsThere(void *data);
   bool Read();
   void Obey(const std::string &line);
 
@@ -37,5 +38,6 @@ private:
   const Canvas &canvas_;
   Channels &channels_;
   Ecore_Fd_Handler *input_ = nullptr;
-  std::string pending_; // read, not yet a whole line
+  Ecore_Job *file_ = nullptr; // in place of input_ where standard input is a file
+  std::string pending_;       // read, not yet a whole line
 };

@@ -32,6 +32,7 @@ XConnection::XConnection() {
     ecore_x_io_error_handler_set(ServerGone, nullptr);
     efreet_cache_disable(); // otherwise Edje's search for icons would start a service of the session
     ecore_evas_init();
+    eina_log_domain_level_set("evas_main", EINA_LOG_LEVEL_CRITICAL); // a busy machine is no error
     edje_init();
   }
 }

@@ -35,7 +35,7 @@ constexpr TelevisionKey kTelevisionKeys[] = {
     {"XF86RaiseChannel", 0x10090001}, {"XF86LowerChannel", 0x10090002}, {"XF86ChannelUp", 0x10081192},
     {"XF86ChannelDown", 0x10081193},  {"XF86Red", 0x1008ffa3},          {"XF86Green", 0x1008ffa4},
     {"XF86Yellow", 0x1008ffa5},       {"XF86Blue", 0x1008ffa6},         {"XF86Info", 0x10081166},
-    {"XF86Subtitle", 0x1008ff9a},
+    {"XF86Subtitle", 0x1008ff9a},     {"XF86Option", 0x1008ff6c},
 };
 
 Connection Connect(const std::string &display_name) {

@@ -1,6 +1,8 @@
 #include "canvas.h"
 
 #include <Edje.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -13,6 +15,19 @@ constexpr int kSmallest = 180;        // height
 constexpr double kDesignHeight = 720; // the theme's sizes are those of a picture of this height
 constexpr char kTitle[] = "Live TV";
 constexpr char kData[] = "canvas";
+
+// Returns the part of the window that is within the borders of the screen. The X server has no picture of the rest.
+Eina_Rectangle PartOnScreen(Ecore_X_Window window) {
+  Eina_Rectangle part = {};
+  Eina_Rectangle screen = {};
+  ::Window child = 0;
+  const Ecore_X_Window root = ecore_x_window_root_get(window);
+  ecore_x_window_size_get(window, &part.w, &part.h);
+  ecore_x_window_size_get(root, &screen.w, &screen.h);
+  XTranslateCoordinates(static_cast<Display *>(ecore_x_display_get()), root, window, 0, 0, &screen.x, &screen.y,
+                        &child);
+  return eina_rectangle_intersection(&part, &screen) ? part : Eina_Rectangle{};
+}
 
 } // namespace
 
@@ -63,31 +78,27 @@ void Canvas::Draw() const {
 // Asks the X server, which knows best what can be seen.
 bool Canvas::Save(const std::string &file) const {
   Draw();
-  int width = 0;
-  int height = 0;
-  ecore_evas_geometry_get(window_, nullptr, nullptr, &width, &height);
+  const auto [left, top, width, height] = PartOnScreen(Window());
   Ecore_X_Window_Attributes attributes;
-  if (!ecore_x_window_attributes_get(Window(), &attributes)) {
+  if (width == 0 || !ecore_x_window_attributes_get(Window(), &attributes)) {
     return false;
   }
-  Ecore_X_Image *shot = ecore_x_image_new(width, height, attributes.visual, attributes.depth);
+  XImage *shot = XGetImage(static_cast<Display *>(ecore_x_display_get()), Window(), left, top,
+                           static_cast<unsigned>(width), static_cast<unsigned>(height), AllPlanes, ZPixmap);
+  if (!shot) {
+    return false;
+  }
   Evas_Object *picture = evas_object_image_add(ecore_evas_get(window_));
   evas_object_image_size_set(picture, width, height);
-  bool saved = false;
-  if (ecore_x_image_get(shot, Window(), 0, 0, 0, 0, width, height)) {
-    int bytes_per_line = 0;
-    int rows = 0;
-    int bytes_per_pixel = 0;
-    void *data = ecore_x_image_data_get(shot, &bytes_per_line, &rows, &bytes_per_pixel);
-    void *pixels = evas_object_image_data_get(picture, EINA_TRUE);
-    saved = ecore_x_image_to_argb_convert(data, bytes_per_pixel, bytes_per_line, attributes.colormap, attributes.visual,
-                                          0, 0, width, height, static_cast<unsigned *>(pixels),
-                                          evas_object_image_stride_get(picture), 0, 0) == EINA_TRUE;
-    evas_object_image_data_set(picture, pixels);
-    saved = saved && evas_object_image_save(picture, file.c_str(), nullptr, "compress=6") == EINA_TRUE;
-  }
+  void *pixels = evas_object_image_data_get(picture, EINA_TRUE);
+  bool saved =
+      ecore_x_image_to_argb_convert(shot->data, shot->bits_per_pixel / 8, shot->bytes_per_line, attributes.colormap,
+                                    attributes.visual, 0, 0, width, height, static_cast<unsigned *>(pixels),
+                                    evas_object_image_stride_get(picture), 0, 0) == EINA_TRUE;
+  evas_object_image_data_set(picture, pixels);
+  saved = saved && evas_object_image_save(picture, file.c_str(), nullptr, "compress=6") == EINA_TRUE;
   evas_object_del(picture);
-  ecore_x_image_free(shot);
+  XDestroyImage(shot);
   return saved;
 }
 

@@ -26,7 +26,7 @@ public:
   void Draw() const;
   // Returns how often something was drawn so far.
   unsigned Frames() const { return frames_; }
-  // Writes the contents of the window to a PNG file. Returns whether that worked.
+  // Writes the contents of the window, as far as it is on the screen, to a PNG file. Returns whether that worked.
   bool Save(const std::string &file) const;
 
 private:
