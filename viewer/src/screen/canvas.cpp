@@ -54,7 +54,10 @@ Canvas::Canvas(const std::string &theme_file)
   ecore_evas_show(window_);
 }
 
-Canvas::~Canvas() { ecore_evas_free(window_); }
+Canvas::~Canvas() {
+  evas_sync(ecore_evas_get(window_)); // a thread may still draw into what is freed here
+  ecore_evas_free(window_);
+}
 
 Ecore_X_Window Canvas::Window() const { return ecore_evas_software_x11_window_get(window_); }
 
