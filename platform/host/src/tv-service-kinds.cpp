@@ -13,6 +13,7 @@ __attribute__((format(printf, 1, 2))) std::string Format(const char *format, ...
   char text[160];
   va_list arguments;
   va_start(arguments, format);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it is initialized
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   return text;
