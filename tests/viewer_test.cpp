@@ -624,26 +624,6 @@ TEST_F(Viewer, HasSomethingToShowOfEveryModuleByItself) {
   EXPECT_THAT(missing, testing::IsEmpty());
 }
 
-TEST_F(Viewer, HasAProgrammeOfItsOwnOnEachChannel) {
-  StartWithoutStudio();
-  const auto deadline = Deadline();
-  std::set<std::string> titles;
-  for (size_t channel = 1; channel <= 9; ++channel) {
-    std::optional<std::string> line;
-    do { // the present programme is broadcast again from time to time
-      line = viewer_->ReadLine(deadline);
-      if (ItemOf(line.value_or("")) == "now") {
-        titles.insert(line->substr(line->rfind("  ")));
-      }
-    } while (line && titles.size() < channel);
-    ASSERT_EQ(titles.size(), channel);
-    if (channel == 1) {
-      ExpectLine("all keys of this display come here");
-    }
-    Tap("Up");
-  }
-}
-
 #if !defined(__SANITIZE_ADDRESS__) &&                                                                                  \
     !defined(__SANITIZE_THREAD__) // which keep what is freed, and look for leaks anyway
 TEST_F(Viewer, KeepsNoMemoryOfThousandsOfKeys) {
