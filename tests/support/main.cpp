@@ -1,4 +1,6 @@
-// Runs one test: brings EFL up and down around it and checks that no file descriptor is left open.
+// Runs a test: brings EFL up and down around it and checks that no file descriptor is left open.
+#include "each_test.h"
+
 #include <gmock/gmock.h>
 #include <lumio-host/testing.h>
 
@@ -53,6 +55,9 @@ int main(int argc, char **argv) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
   }
   testing::InitGoogleMock(&argc, argv);
+  if (const std::optional<int> result = ForkEachTest()) {
+    return *result;
+  }
   const std::set<std::string> before = OpenDescriptors();
   int result = 0;
   {
