@@ -61,6 +61,7 @@ std::size_t FindUserData(Bytes in, std::size_t start, std::string_view user) {
 // Returns the bytes after a mark, without the emulation prevention bytes of H.264.
 std::vector<std::uint8_t> WithoutEmulation(Bytes bytes) {
   std::vector<std::uint8_t> result;
+  result.reserve(bytes.size());
   int zeros = 0;
   for (const std::uint8_t byte : bytes) {
     if (zeros >= 2 && byte == 3) {
@@ -81,7 +82,6 @@ std::vector<Line21Pictures::Pair> ParsePairs(Bytes data, const std::array<bool, 
   }
   const int count = data[0] & 0x1f;
   data = data.From(2);
-  pairs.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count && data.size() >= 3; ++i, data = data.From(3)) {
     const bool valid = (data[0] & 4) != 0;
     const int type = data[0] & 3;

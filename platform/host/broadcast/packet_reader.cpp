@@ -10,16 +10,24 @@ constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
 constexpr int kSure = 5; // sync bytes in a row that determine the packet size
 constexpr std::size_t kShort = kSure * kLongestStride;
-static_assert(kShort <= BlockReader::kRoom);
 constexpr int kLikely = 2;    // the same in front of a position that is sure
 constexpr int kConfident = 3; // sync bytes in a row that determine the position once the size is known
 
 } // namespace
 
-PacketReader::PacketReader(ByteSource &source, std::size_t block_size, bool ahead)
-    : block_size_(block_size), blocks_(source, block_size, ahead) {}
+PacketReader::PacketReader(ByteSource &source, std::size_t block_size)
+    : source_(source), block_size_(block_size), buffer_(kShort + block_size) {}
 
-// Whether `count` bytes are available from the position on.
+// Returns the number of bytes, which is less than that of a block only at the end.
+std::size_t PacketReader::ReadBlock(std::uint8_t *to) {
+  std::size_t size = 0;
+  for (std::size_t count = 1; count > 0 && size < block_size_; size += count) {
+    count = source_.Read(to + size, block_size_ - size);
+  }
+  return size;
+}
+
+// Whether `count` bytes are available from the position on: at most `kShort` of them, or a first block.
 bool PacketReader::Have(std::size_t count) {
   if (position_ + count <= end_) {
     return true;
@@ -28,15 +36,11 @@ bool PacketReader::Have(std::size_t count) {
     return false;
   }
   const std::size_t kept = position_ < end_ ? end_ - position_ : 0;
-  const BlockReader::Block block = blocks_.Next();
-  std::uint8_t *start = block.data - kept;
-  if (kept > 0) {
-    std::memcpy(start, &buffer_[position_], kept);
-  }
+  std::memmove(buffer_.data(), buffer_.data() + end_ - kept, kept);
   position_ -= end_ - kept;
-  buffer_ = start;
-  end_ = kept + block.size;
-  source_ended_ = block.size < block_size_;
+  const std::size_t size = ReadBlock(&buffer_[kept]);
+  end_ = kept + size;
+  source_ended_ = size < block_size_;
   return position_ + count <= end_;
 }
 
@@ -98,7 +102,7 @@ bool PacketReader::FindPacket() {
       position_ = end_;
       continue;
     }
-    position_ = static_cast<std::size_t>(static_cast<const std::uint8_t *>(sync) - buffer_);
+    position_ = static_cast<std::size_t>(static_cast<const std::uint8_t *>(sync) - buffer_.data());
     if (!Have(kConfident * stride_) && position_ + kPacketSize > end_) {
       break;
     }
@@ -159,7 +163,7 @@ bool PacketReader::Rewind() {
   position_ = end_ = 0;
   source_ended_ = false;
   stride_ = 0;
-  return blocks_.Rewind();
+  return source_.Rewind();
 }
 
 } // namespace lumio::broadcast

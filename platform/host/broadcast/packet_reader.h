@@ -2,15 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
-#include "block_reader.h"
+#include "byte_source.h"
 
 namespace lumio::broadcast {
 
 constexpr std::size_t kPacketSize = 188; // without the bytes before or after a packet
 constexpr std::uint8_t kSyncByte = 0x47;
-constexpr std::size_t kBlockSize = std::size_t{256} << 10;
-constexpr std::size_t kLongestRun = 256; // packets: their headers stay in the processor's cache
+constexpr std::size_t kBlockSize = std::size_t{256} << 10; // fits into the processor's cache
+constexpr std::size_t kLongestRun = 256;                   // packets: their headers stay in the processor's cache
 
 // Packets that lie one after the other.
 struct PacketRun {
@@ -21,9 +22,8 @@ struct PacketRun {
 
 class PacketReader {
 public:
-  // A block has room for several packets; larger ones make reading faster. `ahead` is for a stream that is to be read
-  // as fast as possible.
-  explicit PacketReader(ByteSource &source, std::size_t block_size = kBlockSize, bool ahead = false);
+  // Reads blocks of this size, which have room for several packets.
+  explicit PacketReader(ByteSource &source, std::size_t block_size = kBlockSize);
 
   // Returns the 188 bytes of the next packet, valid until the next call; null at the end.
   const std::uint8_t *Next() { return stride_ != 0 && IsPacket() ? Take() : NextSlowly(); }
@@ -52,12 +52,13 @@ private:
   bool FindLongest();
   bool FindPacket();
   bool Have(std::size_t count);
+  std::size_t ReadBlock(std::uint8_t *to);
   bool IsInStep(std::size_t position, std::size_t stride, int packets) const;
 
+  ByteSource &source_;
   const std::size_t block_size_;
-  BlockReader blocks_;
-  const std::uint8_t *buffer_ = nullptr; // the rest of a block, then the next one
-  std::size_t position_ = 0;             // may lie beyond the end by less than a stride
+  std::vector<std::uint8_t> buffer_; // the rest of a block, then the next one
+  std::size_t position_ = 0;         // may lie beyond the end by less than a stride
   std::size_t end_ = 0;
   bool source_ended_ = false;
   std::size_t stride_ = 0;

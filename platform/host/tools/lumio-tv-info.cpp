@@ -176,8 +176,7 @@ int InfoOf(const std::string &file, bool as_json) {
   if (error != 0) {
     return Complain(file, strerror(error));
   }
-  constexpr std::size_t kBlock = std::size_t{1} << 20;
-  PacketReader reader(source, kBlock, /*ahead=*/true);
+  PacketReader reader(source);
   Statistics statistics;
   statistics.Read(reader);
   if (source.Error() != 0) {
