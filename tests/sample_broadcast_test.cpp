@@ -53,7 +53,8 @@ TEST(SampleBroadcast, IsNotMadeWhereItCannotBeWritten) {
   const Ran missing = RunCommand({LUMIO_TV, "make", "/nowhere/sample.ts"});
   EXPECT_EQ(missing.error, "lumio-tv: /nowhere/sample.ts: No such file or directory\n");
   EXPECT_EQ(missing.status, 1);
-  const Ran full = RunCommand({LUMIO_TV, "make", "/dev/full"});
+  const Ran full = RunCommand({"/usr/bin/env", "LD_PRELOAD=" IDLE_ENCODERS, "ASAN_OPTIONS=verify_asan_link_order=0",
+                               LUMIO_TV, "make", "/dev/full"});
   EXPECT_EQ(full.error, "lumio-tv: /dev/full: No space left on device\n");
   EXPECT_EQ(full.status, 1);
 }
@@ -64,6 +65,15 @@ TEST(SampleBroadcast, IsNotMadeWithoutItsEncoders) {
                               LUMIO_TV, "make", directory / "sample.ts"});
   EXPECT_EQ(ran.error, "lumio-tv: the sample broadcast cannot be made: libavcodec: cannot find the encoder "
                        "mpeg2video\n");
+  EXPECT_EQ(ran.status, 1);
+}
+
+TEST(SampleBroadcast, IsNotMadeWithoutTheProgramThatMakesIt) {
+  const lumio::TemporaryDirectory directory;
+  std::filesystem::copy(LUMIO_TV, directory / "lumio-tv");
+  const Ran ran =
+      RunCommand({"/usr/bin/env", "LD_LIBRARY_PATH=" LIBRARIES, directory / "lumio-tv", "make", "sample.ts"});
+  EXPECT_EQ(ran.error, "lumio-tv: " + directory / "lumio-tv-make" + ": No such file or directory\n");
   EXPECT_EQ(ran.status, 1);
 }
 

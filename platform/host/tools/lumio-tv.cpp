@@ -1,9 +1,13 @@
 // lumio-tv: inspects, plays and makes transport streams.
 #include "lumio-tv.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 namespace {
 
@@ -19,6 +23,21 @@ constexpr const char *kUsage = "usage: lumio-tv info [--json] FILE...\n"
                                "\n"
                                "Exit status: 0 success; 1 a file could not be used; 2 wrong usage.\n";
 
+// Becomes the program that makes the sample broadcast. It is installed with the library's own files, and lies beside
+// this one where both were built.
+int Make(const Arguments &arguments) {
+  if (arguments.size() != 1) {
+    return lumio::tool::kWrongUsage;
+  }
+  const std::filesystem::path directory = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  std::string program;
+  for (const char *place : {LUMIO_TV_MAKE_PLACE, ""}) {
+    program = directory / place / "lumio-tv-make";
+    execl(program.c_str(), program.c_str(), arguments[0].c_str(), nullptr);
+  }
+  return lumio::tool::Complain(program, strerror(errno));
+}
+
 struct Command {
   const char *name;
   int (*run)(const Arguments &arguments);
@@ -26,7 +45,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"info", lumio::tool::Info},
-    {"make", lumio::tool::Make},
+    {"make", Make},
     {"watch", lumio::tool::Watch},
 };
 

@@ -13,7 +13,6 @@ using Arguments = std::vector<std::string>; // after the command's name
 
 // Each returns the process's exit status.
 int Info(const Arguments &arguments);
-int Make(const Arguments &arguments);
 int Watch(const Arguments &arguments);
 
 // Texts that several commands print.
