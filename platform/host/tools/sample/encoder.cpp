@@ -89,7 +89,7 @@ PictureEncoder::PictureEncoder(const Settings &settings, Sink sink)
   context_->gop_size = kFramesPerSecond;
   context_->max_b_frames = 2;
   av_opt_set(context_->priv_data, "x264-params", "aud=1:scenecut=0", 0); // an encoder without them ignores them
-  av_opt_set(context_->priv_data, "preset", "veryfast", 0);
+  av_opt_set(context_->priv_data, "preset", "ultrafast", 0);
   Open();
 }
 
