@@ -11,17 +11,20 @@
  *
  * With a broadcast, it records the service whose service_id is the number of the programme, whatever service the
  * television shows. The file is a transport stream: a PAT and an SDT that list only this service; the service's PMT and
- * EIT; and the packets of its streams and its clock as they were broadcast. Nothing is written before the stream has
- * told the service's PMT; what is written reaches the file every 64 packets and can be played even if the process is
- * killed. The file lies in the directory that the environment variable `LUMIO_RECORDINGS` names, else in the user's
- * videos folder (`XDG_VIDEOS_DIR` of the environment or of `user-dirs.dirs`, else `~/Videos`), which is created if it
- * is missing. It is named after the time of the start in UTC and the programme, `20261121T201500Z-101.ts`; if that file
- * exists, the name gets a number. Such a recording differs from a simulated one as follows:
- * - `duration` is the recorded time by the service's clock, `free_space` that of the folder's disk;
- * - a file that cannot be created is answered as a full disk; one that cannot be written further ends the recording as
- *   a full disk does. The log says why;
+ * EIT; and the packets of its streams and its clock as they were broadcast. The recorder writes nothing until it has
+ * received the service's PMT. Then it writes to the file after every 64 packets, so that you can play the file even if
+ * the process is killed.
+ *
+ * The file is in the directory that the environment variable `LUMIO_RECORDINGS` names, or else in the user's videos
+ * folder (`XDG_VIDEOS_DIR` of the environment or of `user-dirs.dirs`, or else `~/Videos`). The recorder creates the
+ * folder if it is missing. The name of the file consists of the start time in UTC and the number of the programme,
+ * `20261121T201500Z-101.ts`; if that file exists, the recorder adds a number to the name.
+ *
+ * Such a recording differs from a simulated one as follows:
+ * - `duration` is the recorded time by the service's clock, and `free_space` is the free space of the folder's disk;
+ * - if the file cannot be created or written, the recorder reports a full disk, and the log says why;
  * - `AdvanceRecording` and `SetFreeSpace` do not affect it. After a full disk, the next start tries again;
- * - it goes on when the broadcast is closed or another one is opened, with what that one has of the service.
+ * - it continues when the broadcast is closed. If another broadcast is opened, it records the same service from that.
  *
  * The recorder answers requests as follows:
  * - start: `PVR_RESULT_OK`, then `PVR_STATE_RECORDING`;
@@ -66,7 +69,7 @@ int StopRecording();
 
 /**
  * Lets time pass for the current recording; does nothing without one. Each second takes one mebibyte. When the disk is
- * full, the recording ends, and the result carries the request number of its start.
+ * full, the recording ends, and the result has the request number of its start.
  *
  * @param seconds  time that passes, in seconds
  */

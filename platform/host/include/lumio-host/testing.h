@@ -13,8 +13,8 @@
  *     }
  *
  * `lumio-host/tv-control.h` and `lumio-host/pvr-control.h` make the desktop's services report what the module must cope
- * with. The library keeps the state of a process, so a test that leaves handlers or subscriptions behind affects the
- * next one: remove them, or run each test in a process of its own.
+ * with. The library keeps process-wide state, so a test that leaves handlers or subscriptions behind affects the next
+ * one: remove them, or run each test in a process of its own.
  *
  * Call everything here on the thread that constructed the Session: it is the main-loop thread.
  */
@@ -78,10 +78,10 @@ void Release(const std::string &key);
 
 /**
  * A private X server with the input devices of a television, and a focused window on it. Use it instead of Press and
- * Release when it matters which device sends a key, or when keys must take the whole way from the X server.
+ * Release when it matters which device sends a key, or when keys must travel all the way from the X server.
  *
  * It needs Debian's packages xserver-xorg-core and xserver-xorg-video-dummy. All functions throw `std::runtime_error`
- * if the server does not do what it is asked, and `std::invalid_argument` if there is no such key or device.
+ * if the server does not do what it is asked to do, and `std::invalid_argument` if there is no such key or device.
  */
 class KeyDisplay {
 public:
@@ -111,15 +111,15 @@ private:
 void TurnLoop();
 
 /**
- * Turns the main loop until `done` returns true. It has no time limit: let the test runner have one.
+ * Turns the main loop until `done` returns true. It has no time limit; set one in the test runner.
  *
  * @param done  called after each turn, and at least every millisecond
  */
 void TurnLoopUntil(const std::function<bool()> &done);
 
 /**
- * Waits until everything that the desktop's services were told to report has been delivered, and until the main loop
- * has handled what that sent to it.
+ * Waits until the desktop's services have delivered everything that they were told to report, and until the main loop
+ * has handled the notifications that this sent to it.
  */
 void WaitForServices();
 
