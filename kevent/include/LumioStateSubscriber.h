@@ -6,8 +6,8 @@
  * announces each change once, with `CLumioStateSubscriber::HandleStateChanged`.
  *
  * You may call every function on any thread. Callbacks run on the announcing thread, one at a time, with `viewerMutex`
- * held, so a callback must not register, unregister or announce. Where the platform's lock is not recursive, such a
- * callback would wait for itself for ever; the desktop's lock ends the process with a message instead.
+ * held, so a callback must not register, unregister or announce. If the platform's lock is not recursive, such a
+ * callback deadlocks. The desktop's lock ends the process with a message instead.
  */
 #ifndef LUMIO_STATE_SUBSCRIBER_H
 #define LUMIO_STATE_SUBSCRIBER_H

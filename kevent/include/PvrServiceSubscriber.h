@@ -7,8 +7,8 @@
  * callback of either kind. It stays registered for a kind of notification as long as callbacks of that kind are.
  *
  * You may call every function on any thread. Callbacks run on the service's threads, one at a time, with `pvrMutex`
- * held, so a callback must not register or unregister. Where the platform's lock is not recursive, such a callback
- * would wait for itself for ever; the desktop's lock ends the process with a message instead.
+ * held, so a callback must not register or unregister. If the platform's lock is not recursive, such a callback
+ * deadlocks. The desktop's lock ends the process with a message instead.
  */
 #ifndef PVR_SERVICE_SUBSCRIBER_H
 #define PVR_SERVICE_SUBSCRIBER_H
@@ -78,7 +78,7 @@ public:
   int UnRegisterPvrCb(PvrResultCallback callback);
 
   /**
-   * Registers a callback for states. In all else like `RegisterPvrCb`.
+   * Registers a callback for states. Otherwise like `RegisterPvrCb`.
    *
    * @param callback  the callback, not null
    * @param userData  a pointer that the library passes to `callback` and never reads or frees
@@ -87,7 +87,7 @@ public:
   int RegisterPvrStateCb(PvrStateCallback callback, void *userData);
 
   /**
-   * Ends the registration of a callback for states. In all else like `UnRegisterPvrCb`.
+   * Ends the registration of a callback for states. Otherwise like `UnRegisterPvrCb`.
    *
    * @param callback  the callback
    * @return 0 or -2, as `UnRegisterPvrCb`

@@ -298,7 +298,7 @@ public:
    * Deliberate: if the service refuses the first subscription, the next call returns true without asking it again, and
    * nothing is delivered until all modules have unsubscribed (docs/surprises.md).
    *
-   * @param cb        called for every packet; if it is null, each packet is reported in the log instead
+   * @param cb        called for every packet; if it is null, the library logs a message for each packet instead
    * @param userData  passed to `cb`; not owned
    * @return false, with a log message, if the service has no subscriber or refused
    */

@@ -2,8 +2,8 @@
  * @file lumio-banner-state.h
  * Records which on-screen banners the viewer shows, where every process can read it.
  *
- * One vconf integer, "memory/lumio/lumio_banner_state_1", holds the states of 32 banners. Bit n is 1 while banner n is
- * shown, so the integer is negative while banner 31 is shown. The library never creates or resets the key. While the
+ * One vconf integer, "memory/lumio/lumio_banner_state_1", holds the states of 32 banners. Bit n is 1 if banner n is
+ * marked as shown, so the integer is negative if banner 31 is. The library never creates or resets the key. While the
  * key is missing, you can neither set nor read a state. The key outlives the application.
  *
  * A module registers a callback per banner. The callback runs when this process changes the banner's bit, not when

@@ -43,8 +43,8 @@ protected:
 };
 
 /**
- * Mutual exclusion between the threads of one process. Not recursive: a thread that locks a second time waits for
- * itself for ever. On the desktop, the process aborts instead, with a message that explains the mistake.
+ * Mutual exclusion between the threads of one process. Not recursive: a thread that locks a second time deadlocks. On
+ * the desktop, the process aborts instead, with a message that explains the mistake.
  */
 class TCMutex : public TCSemaphore {
 public:
