@@ -37,6 +37,11 @@ Read ReadAll(const ts::Bytes &bytes) {
   return result;
 }
 
+std::vector<int> operator+(std::vector<int> a, const std::vector<int> &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 std::vector<int> UpTo(int count) {
   std::vector<int> numbers;
   for (int i = 0; i < count; ++i) {
@@ -121,6 +126,19 @@ TEST(PacketReader, RegainsSynchronisationWhereBytesAreMissing) {
   EXPECT_EQ(read.losses, 1U);
   EXPECT_EQ(read.numbers.size(), 19U); // the packet after the broken one begins too early
   EXPECT_EQ(read.numbers.back(), 19);
+}
+
+TEST(PacketReader, IsNotMisledBySyncBytesInNoise) {
+  for (const std::size_t from : {0, 1, 50, 187, 188, 300}) {
+    ts::Stream stream = Numbered(10);
+    ts::Bytes noise(400, 0x11);
+    noise[0] = 0x00;
+    noise[from == 0 ? 1 : from] = 0x47;
+    stream.Append(noise + Numbered(10).bytes);
+    const Read read = ReadAll(stream.bytes);
+    EXPECT_EQ(read.numbers, UpTo(10) + UpTo(10)) << from;
+    EXPECT_EQ(read.losses, 1U);
+  }
 }
 
 TEST(PacketReader, StartsWithTheFirstPacketAlsoWhenOneOfTheNextIsDamaged) {
@@ -265,6 +283,26 @@ TEST(Continuity, DoesNotTakeAnotherPacketForARepetition) {
   stream.Skip(0x100, -1);
   stream.Packet(0x100, ts::Bytes(184, 77));
   EXPECT_THAT(CheckAll(stream), testing::ElementsAre(kFollows, Continuity::kBroken));
+}
+
+TEST(Continuity, ComparesTheWholePayload) {
+  for (const auto &[first, second] : {std::pair(184, 100), std::pair(100, 184)}) {
+    ts::Stream stream;
+    stream.Packet(0x100, ts::Bytes(static_cast<std::size_t>(first), 7));
+    stream.Skip(0x100, -1);
+    stream.Packet(0x100, ts::Bytes(static_cast<std::size_t>(second), 7));
+    EXPECT_THAT(CheckAll(stream), testing::ElementsAre(kFollows, Continuity::kBroken));
+  }
+}
+
+TEST(Continuity, IsNotRepeatedWhereTheStreamJumps) {
+  ts::Stream stream;
+  stream.Packet(0x100, ts::Bytes(100, 7));
+  stream.Skip(0x100, -1);
+  ts::PacketOptions options;
+  options.discontinuity = true;
+  stream.Packet(0x100, ts::Bytes(100, 7), options);
+  EXPECT_THAT(CheckAll(stream), testing::ElementsAre(kFollows, Continuity::kJumps));
 }
 
 TEST(Continuity, JumpsWhereTheStreamSaysSo) {

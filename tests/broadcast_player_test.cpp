@@ -117,6 +117,12 @@ protected:
     return {all.begin() + static_cast<long>(std::exchange(seen_, all.size())), all.end()};
   }
 
+  static void WaitForTheEnd() {
+    while (!broadcast::HasEnded()) {
+      std::this_thread::sleep_for(1ms);
+    }
+  }
+
   ISignalSubscriber *Signals() {
     ISignalSubscriber *subscriber = nullptr;
     TVServiceAPI::CreateSignalSubscriber(OnSignal, &subscriber);
@@ -373,17 +379,63 @@ TEST_F(BroadcastPlayer, PlaysInRealTimeAsTheStreamsClockSays) {
   ts::Stream stream;
   AddTables(stream);
   for (int i = 0; i <= 10; ++i) {
-    stream.Pcr(kVideo, i * 0.1);
+    stream.Pcr(kVideo, i * 0.05);
   }
   broadcast::Options options;
   options.atEnd = broadcast::AtEnd::LoseSignal;
   options.speed = 2;
-  const auto start = std::chrono::steady_clock::now();
+  options.paused = true;
   ASSERT_TRUE(broadcast::Open(Write(stream), options));
-  while (!broadcast::HasEnded()) {
-    std::this_thread::yield();
+  std::this_thread::sleep_for(100ms); // does not count
+  const auto start = std::chrono::steady_clock::now();
+  broadcast::Pause(false);
+  WaitForTheEnd();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms); // of half a second of stream, until its last clock
+}
+
+TEST_F(BroadcastPlayer, DoesNotPlayWhilePausedWhateverTheClock) {
+  ts::Stream stream;
+  AddTables(stream);
+  broadcast::Options options;
+  options.clock = broadcast::Clock::None;
+  options.atEnd = broadcast::AtEnd::LoseSignal;
+  options.paused = true;
+  ASSERT_TRUE(broadcast::Open(Write(stream), options));
+  for (const int service : {2, 1}) { // the player's thread has looked twice at what is to be done
+    broadcast::Tune(service);
+    while (broadcast::TunedService() != service) {
+      std::this_thread::yield();
+    }
   }
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 450ms); // of a second of stream, until its last clock
+  EXPECT_EQ(broadcast::Counted().packets, 0U);
+  broadcast::Pause(false);
+  WaitForTheEnd();
+  EXPECT_EQ(broadcast::Counted().packets, stream.Packets());
+}
+
+TEST_F(BroadcastPlayer, CountsTheTimeAfresh) {
+  ts::Stream stream;
+  AddTables(stream);
+  for (int i = 0; i <= 240; ++i) {
+    stream.Pcr(kVideo, i * 0.5);
+  }
+  const std::size_t before = stream.Packets();
+  for (int i = 1; i <= 3; ++i) {
+    stream.Pcr(kVideo, 120 + i * 0.001);
+  }
+  std::size_t packets = 0;
+  broadcast::SetPacketListener([&](const unsigned char *) {
+    if (++packets == before + 1) {
+      broadcast::SetSpeed(0.01); // at which the two minutes so far would take hours
+    }
+  });
+  broadcast::Options options;
+  options.atEnd = broadcast::AtEnd::LoseSignal;
+  options.speed = 1e6;
+  ASSERT_TRUE(broadcast::Open(Write(stream), options));
+  WaitForTheEnd();
+  broadcast::SetPacketListener(nullptr);
+  EXPECT_EQ(broadcast::Position(), 120'003ms);
 }
 
 TEST_F(BroadcastPlayer, ChangesItsSpeed) {
@@ -399,9 +451,7 @@ TEST_F(BroadcastPlayer, ChangesItsSpeed) {
   broadcast::SetSpeed(0);  // is not a speed
   broadcast::SetSpeed(-1); // nor is this
   broadcast::SetSpeed(1000);
-  while (!broadcast::HasEnded()) {
-    std::this_thread::yield();
-  }
+  WaitForTheEnd();
   EXPECT_EQ(broadcast::Position(), 10s);
 }
 
@@ -562,6 +612,30 @@ TEST_F(BroadcastPlayer, TellsSignalsOnceToANewSubscription) {
   EXPECT_THAT(ToldIn(0ms), IsEmpty());
 }
 
+TEST_F(BroadcastPlayer, ForgetsTheScramblingOfStreamsThatAreGone) {
+  ts::PacketOptions scrambled;
+  scrambled.scrambling = 2;
+  ts::Stream stream;
+  AddTables(stream);
+  stream.Packet(kAudio, ts::Bytes(184, 1), scrambled);
+  stream.Pcr(kVideo, 0);
+  AddTables(stream, 1, 0x222);
+  stream.Pcr(kVideo, 1);
+  stream.Packet(0x222, ts::Bytes(184, 1), scrambled);
+  stream.Packet(0x111, ts::Bytes(184, 1));
+  stream.Pcr(kVideo, 2);
+  AddTables(stream, 2, 0x222);
+  stream.Pcr(kVideo, 3);
+  stream.Packet(0x111, ts::Bytes(184, 1));
+  stream.Pcr(kVideo, 4);
+  ASSERT_TRUE(Open(stream));
+  SubscribeSignal(SIGNAL_TYPE_SCRAMBLED);
+  EXPECT_THAT(ToldIn(500ms), ElementsAre("scrambled 1 0", "scrambled 0 0")); // another PMT
+  EXPECT_THAT(ToldIn(2s), ElementsAre("scrambled 1 0"));                     // a PMT with the same streams
+  broadcast::Tune(2);
+  EXPECT_THAT(ToldIn(1s), ElementsAre("scrambled 0 0"));
+}
+
 TEST_F(BroadcastPlayer, MeasuresStrengthAndQualityEachSecond) {
   ts::Stream stream;
   AddTables(stream);
@@ -649,7 +723,10 @@ TEST_F(BroadcastPlayer, TellsPresentAndFollowing) {
   int once = 0;
   Programs()->SubscribeProgramListPF(0, kServiceOne, SUBSCRIBE_TYPE_CHANGES, handle);
   EXPECT_THAT(ToldIn(0ms), ElementsAre("present 0 1 News"));
-  EXPECT_THAT(ToldIn(1s), ElementsAre("following 1 2 Film"));
+  int early = 0;
+  Programs()->SubscribeProgramListPF(0, kServiceOne, SUBSCRIBE_TYPE_ONCE, early);
+  EXPECT_THAT(ToldIn(0ms), IsEmpty()); // until both are there
+  EXPECT_THAT(ToldIn(1s), ElementsAre("following 1 2 Film", "present 0 1 News", "following 1 2 Film"));
   Programs()->SubscribeProgramListPF(0, kServiceOne, SUBSCRIBE_TYPE_ONCE, once);
   EXPECT_THAT(ToldIn(0ms), ElementsAre("present 0 1 News", "following 1 2 Film"));
   EXPECT_THAT(ToldIn(1s), IsEmpty());
@@ -762,10 +839,10 @@ TEST_F(BroadcastPlayer, TellsPesPackets) {
   AddTables(stream);
   stream.Pes(kVideo, ts::Pes(0xe0, {0x1ffffffff, ts::kNoPts, true}, ts::Text("unbounded")));
   stream.Pes(kAudio, ts::Pes(0xc0, {}, ts::Text("sound")));
-  stream.Pes(kVideo, ts::Pes(0xe0, {1}, ts::Text("next")));
+  stream.Pes(kVideo, ts::Pes(0xe0, {3, 1}, ts::Text("next")));
   ASSERT_TRUE(Open(stream));
   SubscribePes();
-  EXPECT_THAT(ToldIn(1s), ElementsAre("pes 258 -1 sound", "pes 257 8589934591 unbounded", "pes 257 1 next"));
+  EXPECT_THAT(ToldIn(1s), ElementsAre("pes 258 -1 sound", "pes 257 8589934591 unbounded", "pes 257 3 next"));
 }
 
 TEST_F(BroadcastPlayer, TellsTeletextSubtitles) {

@@ -161,6 +161,43 @@ TEST_F(SectionsTest, AreToldAlthoughNoPointerSaysThatTheyStart) {
   EXPECT_THAT(collector.sections, ElementsAre(first, second));
 }
 
+TEST_F(SectionsTest, AreDroppedWhereOtherPacketsFollow) {
+  enum { kMissing, kAnnounced, kInterrupted };
+  for (const int how : {kMissing, kAnnounced, kInterrupted}) {
+    Collector one;
+    one.demultiplexer.WantSections(0x100, true);
+    ts::Stream packets;
+    packets.Section(0x100, SectionOf(300));
+    const ts::Bytes rest(packets.bytes.begin() + 188 + 4, packets.bytes.begin() + 188 + 4 + 150);
+    packets.bytes.resize(188);
+    one.Push(packets);
+    packets.bytes.clear();
+    packets.Skip(0x100, how == kMissing ? 4 : -1);
+    ts::PacketOptions options;
+    options.discontinuity = how == kAnnounced;
+    packets.Skip(0x100, how == kAnnounced ? 3 : 0);
+    packets.Packet(0x100, rest, options); // would complete it
+    if (how == kInterrupted) {
+      one.demultiplexer.Interrupt();
+    }
+    one.Push(packets);
+    EXPECT_THAT(one.sections, IsEmpty()) << how;
+    EXPECT_EQ(one.demultiplexer.Counts().continuity_errors, how == kMissing ? 1U : 0U);
+  }
+}
+
+TEST_F(SectionsTest, AreDroppedWhenTheNextOneWouldBeginBehindThePacket) {
+  const ts::Bytes section = SectionOf(200);
+  ts::PacketOptions start;
+  start.start = true;
+  stream.Packet(0x100, ts::Bytes{0} + ts::Bytes(section.begin(), section.begin() + 183), start);
+  ts::Bytes next = ts::Bytes{184} + ts::Bytes(section.begin() + 183, section.end());
+  next.resize(184, 0xff);
+  stream.Packet(0x100, next, start);
+  collector.Push(stream);
+  EXPECT_THAT(collector.sections, IsEmpty());
+}
+
 TEST_F(SectionsTest, AreDroppedWhenThePointerLies) {
   ts::PacketOptions start;
   start.start = true;
@@ -188,6 +225,22 @@ TEST_F(SectionsTest, OfErroneousAndScrambledPacketsAreNotToldAndCounted) {
   EXPECT_EQ(collector.demultiplexer.Counts().continuity_errors, 0U);
   EXPECT_EQ(collector.demultiplexer.Counts().packets, 3U);
   EXPECT_TRUE(collector.demultiplexer.WasScrambled(0x100));
+}
+
+TEST(Demultiplexer, ComparesPacketsOfDifferentRuns) {
+  Collector collector;
+  ts::Stream stream;
+  for (int i = 0; i < 3; ++i) {
+    stream.Packet(0x100, ts::Bytes(184, static_cast<std::uint8_t>(i)));
+  }
+  stream.Skip(0x100, -1);
+  stream.Packet(0x100, ts::Bytes(184, 2)); // repeated
+  for (auto packet = stream.bytes.begin(); packet != stream.bytes.end(); packet += 188) {
+    ts::Bytes buffer(packet, packet + 188);
+    collector.demultiplexer.PushRun({buffer.data(), 1, 188});
+    std::fill(buffer.begin(), buffer.end(), 0xee); // before its memory is released
+  }
+  EXPECT_EQ(collector.demultiplexer.Counts().continuity_errors, 0U);
 }
 
 TEST(Pes, PacketsAreToldWithTheirTimes) {

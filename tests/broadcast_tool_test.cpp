@@ -88,6 +88,7 @@ ts::Stream Everything() {
   ts::PacketOptions scrambled;
   scrambled.scrambling = 3;
   stream.Packet(0x111, ts::Bytes(184, 1), scrambled);
+  stream.Packet(0x111, ts::Bytes(184, 2)); // clear again
   return stream;
 }
 

@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 
 #include <sys/resource.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -291,6 +293,8 @@ TEST_F(Recording, IsAStreamOfOneService) {
     EXPECT_EQ(counts.at(pid), broadcast_counts.at(pid)) << pid;
   }
 
+  const Packets recorded = PacketsOf(file), sample = PacketsOf(LUMIO_SAMPLE);
+  EXPECT_TRUE(OnPid(recorded, 0x202) == OnPid(sample, 0x202)); // to the last one
   const Json info = Info(file), original = Info(LUMIO_SAMPLE);
   EXPECT_EQ(info["continuity_errors"], 0);
   EXPECT_EQ(info["sync_losses"], 0);
@@ -405,6 +409,56 @@ TEST_F(Recording, EndsWhenTheFileTakesNoMore) {
   EXPECT_EQ(std::filesystem::file_size(TheFile()), 100000 / 188 * 188U);
   EXPECT_EQ(Info(TheFile())["sync_losses"], 0);
   EXPECT_THAT(ProgramsByFfprobe(TheFile()), SizeIs(1));
+}
+
+TEST_F(Recording, TellsWhenTheFileDoesNotTakeItsEnd) {
+  signal(SIGXFSZ, SIG_IGN);
+  Open();
+  pvr::StartRecording(102);
+  broadcast::Advance(4s);
+  const rlimit limit = {std::filesystem::file_size(TheFile()) + 100, RLIM_INFINITY}; // not a number of packets
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const std::string log = StderrOf([] { pvr::StopRecording(); });
+  const rlimit none = {RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+  EXPECT_THAT(log, HasSubstr("File too large"));
+  EXPECT_THAT(Everything(), ElementsAre("operation 1 request 1 result 0 program 102 duration 0", "recording",
+                                        "operation 2 request 2 result -2 program 102 duration 3", "disk full"));
+  EXPECT_EQ(std::filesystem::file_size(TheFile()), limit.rlim_cur / 188 * 188);
+}
+
+namespace {
+
+std::string g_disk;      // that was asked about
+struct statvfs g_answer; // zero: fails
+std::vector<int> g_free;
+
+} // namespace
+
+// Replaces the system's function.
+int statvfs(const char *path, struct statvfs *status) noexcept {
+  g_disk = path;
+  *status = g_answer;
+  return g_answer.f_frsize == 0 ? -1 : 0;
+}
+
+TEST_F(Recording, TellsTheFreeSpaceOfItsDisk) {
+  svc_pvr_register_to_other_apps_cb([](ps_result_thirdpart result, void *) { g_free.push_back(result.free_space); },
+                                    nullptr);
+  Open();
+  pvr::SetFreeSpace(77); // of the simulated disk
+  g_answer.f_frsize = 512;
+  g_answer.f_bfree = 1 << 30;
+  g_answer.f_bavail = 5 * 2048 + 2047; // the rest is not for us
+  pvr::StartRecording(101);
+  EXPECT_EQ(g_disk, folder_);
+  g_answer.f_frsize = 1 << 20;
+  g_answer.f_bavail = 1ULL << 40;
+  pvr::StopRecording();
+  g_answer = {};
+  pvr::StartRecording(101);
+  pvr::Flush();
+  EXPECT_THAT(g_free, ElementsAre(5, INT_MAX, 0));
 }
 
 TEST_F(Recording, PlaysAfterItsProcessWasKilled) {

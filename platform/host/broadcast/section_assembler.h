@@ -83,9 +83,6 @@ private:
   template <class Tell> void TellAll(Bytes payload, Tell &&tell) {
     while (!payload.empty() && payload[0] != kStuffing) {
       const std::size_t size = SizeOf(payload);
-      if (size > kLongestSection) {
-        return;
-      }
       if (size == 0 || size > payload.size()) {
         Keep(payload);
         return;

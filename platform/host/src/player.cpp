@@ -500,7 +500,7 @@ void Player::OnServicesChanged(std::uint16_t pid, const Section &section) {
 }
 
 void Player::OnPes(const PesPacket &packet) {
-  if (wants_pes_ && is_tuned_pid_[packet.pid]) {
+  if (wants_pes_) {
     TSPESData data;
     data.pid = packet.pid;
     data.streamId = packet.stream_id;
@@ -574,8 +574,6 @@ void Player::ForgetTuned() {
   teletext_.clear();
   line21_.clear();
   is_tuned_pid_.fill(false);
-  is_scrambled_.fill(false);
-  scrambled_pids_ = 0;
   for (const ESignalType type :
        {SIGNAL_TYPE_SERVICE_CHANGED, SIGNAL_TYPE_AUDIO_CHANGED, SIGNAL_TYPE_VIDEO_CHANGED, SIGNAL_TYPE_SCRAMBLED}) {
     signals_[type].reset();
@@ -596,9 +594,12 @@ void Player::LookAtStreams() {
     demultiplexer_.WantPes(stream.pid, false);
   }
   is_tuned_pid_.fill(false);
+  is_scrambled_.fill(false);
+  scrambled_pids_ = 0;
   tuned_streams_ = service->pmt.streams;
   for (const ElementaryStream &stream : tuned_streams_) {
     is_tuned_pid_[stream.pid] = !CarriesSections(stream.type);
+    CountScrambling(stream.pid);
   }
   SetSignal(SIGNAL_TYPE_VIDEO_CHANGED, FirstOf(tuned_streams_, StreamKind::kVideo));
   SetSignal(SIGNAL_TYPE_AUDIO_CHANGED, FirstOf(tuned_streams_, StreamKind::kAudio));
@@ -690,16 +691,20 @@ void Player::MeasureStrength() {
   measured_counts_ = now;
 }
 
+void Player::CountScrambling(std::uint16_t pid) {
+  const bool is_scrambled = is_tuned_pid_[pid] && demultiplexer_.IsScrambled(pid);
+  if (is_scrambled != is_scrambled_[pid]) {
+    is_scrambled_[pid] = is_scrambled;
+    scrambled_pids_ += is_scrambled ? 1U : -1U;
+  }
+}
+
 // The service is scrambled as long as the last packet of any of its streams is.
 void Player::WatchScrambling(std::uint16_t pid) {
   if (!is_tuned_pid_[pid]) {
     return;
   }
-  const bool is_scrambled = demultiplexer_.IsScrambled(pid);
-  if (is_scrambled != is_scrambled_[pid]) {
-    is_scrambled_[pid] = is_scrambled;
-    scrambled_pids_ += is_scrambled ? 1U : -1U;
-  }
+  CountScrambling(pid);
   const TSSignalData data{scrambled_pids_ > 0 ? 1 : 0, 0};
   if (!signals_[SIGNAL_TYPE_SCRAMBLED] || !(*signals_[SIGNAL_TYPE_SCRAMBLED] == data)) {
     SetSignal(SIGNAL_TYPE_SCRAMBLED, data);

@@ -103,6 +103,7 @@ private:
   void SetSignal(ESignalType type, TSSignalData data);
   void TellSignals();
   void MeasureStrength();
+  void CountScrambling(std::uint16_t pid);
   void WatchScrambling(std::uint16_t pid);
 
   // Programmes
