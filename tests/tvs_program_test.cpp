@@ -198,7 +198,7 @@ TEST_P(TvsProgramForm, AsksTheServiceAndFilesTheModulesCopy) {
 
 TEST_P(TvsProgramForm, AbortsBeforeAnyCallbackIsSet) {
   Module module("mod");
-  EXPECT_ASSERTION(Subscribe(module), kNotSet);
+  EXPECT_ASSERTION_IN("SubscribeProgram", Subscribe(module), kNotSet);
 }
 
 TEST_P(TvsProgramForm, AbortsAfterARelease) {

@@ -210,7 +210,7 @@ TEST_P(TvsSectionForm, KeepsTheHandleOfFiltersOnly) {
 TEST_P(TvsSectionForm, AbortsWithoutTheModulesOwnCallback) {
   WithCallback("other");
   Module module("mod");
-  EXPECT_ASSERTION(Subscribe(module, 1), kNotSet);
+  EXPECT_ASSERTION_IN("SubscribeSection", Subscribe(module, 1), kNotSet);
 }
 
 TEST_P(TvsSectionForm, IsRefusedWithTheService) {

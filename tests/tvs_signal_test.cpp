@@ -149,7 +149,7 @@ TYPED_TEST(TvsSignalCallback, OfASecondModuleUsesWhatIsThere) {
 TYPED_TEST(TvsSignalCallback, ASecondTimeAborts) {
   Module module("mod");
   this->Set(module);
-  EXPECT_ASSERTION(this->Set(module), kAlreadySet);
+  EXPECT_ASSERTION_IN("SetSignalCallback", this->Set(module), kAlreadySet);
 }
 
 TYPED_TEST(TvsSignalCallback, AbortsWhenTheServiceRefuses) {

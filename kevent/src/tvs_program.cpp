@@ -27,7 +27,7 @@ void CTVServiceSubscriber::SetProgramCallback(ProgramCallback cb) {
 namespace {
 
 // `ask` subscribes at the service and returns its answer. The lock is held meanwhile.
-template <class Ask> bool Subscribe(const char *function, Subscriber &object, int &handle, Ask ask) {
+template <class Ask> bool SubscribeProgram(const char *function, Subscriber &object, int &handle, Ask ask) {
   CAutoLock lock(mutex);
   if (!Subscriber::m_pProgramSubscriber || !Subscriber::m_pProgramSubscriptions) {
     assert(0 && "please set program callback before subscribe a program !");
@@ -66,20 +66,20 @@ bool Unsubscribe(int (IProgramSubscriber::*unsubscribe)(int), int handle) {
 } // namespace
 
 bool CTVServiceSubscriber::SubscribeProgram(const TCProgramFilteringItem &item, int &handle) {
-  return Subscribe(__func__, *this, handle,
-                   [&](IProgramSubscriber &service) { return service.SubscribeProgram(item, handle); });
+  return ::SubscribeProgram(__func__, *this, handle,
+                            [&](IProgramSubscriber &service) { return service.SubscribeProgram(item, handle); });
 }
 
 bool CTVServiceSubscriber::SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type,
                                                   int &handle) {
-  return Subscribe(__func__, *this, handle, [&](IProgramSubscriber &service) {
+  return ::SubscribeProgram(__func__, *this, handle, [&](IProgramSubscriber &service) {
     return service.SubscribeProgramListPF(arg, serviceId, type, handle);
   });
 }
 
 bool CTVServiceSubscriber::SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first,
                                                 unsigned int second, ESubscribeType type, int &handle) {
-  return Subscribe(__func__, *this, handle, [&](IProgramSubscriber &service) {
+  return ::SubscribeProgram(__func__, *this, handle, [&](IProgramSubscriber &service) {
     return service.SubscribeProgramList(arg, serviceId, first, second, type, handle);
   });
 }

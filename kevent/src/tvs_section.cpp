@@ -35,9 +35,9 @@ int CTVServiceSubscriber::m_GetKey(short streamId) {
 namespace {
 
 template <class Criteria>
-bool Subscribe(const char *function, Subscriber &object, short stream_id,
-               int (ISectionSubscriber::*subscribe)(int, const Criteria &, int &), const Criteria &criteria,
-               int &handle, bool keep_handle) {
+bool SubscribeSection(const char *function, Subscriber &object, short stream_id,
+                      int (ISectionSubscriber::*subscribe)(int, const Criteria &, int &), const Criteria &criteria,
+                      int &handle, bool keep_handle) {
   CAutoLock lock(mutex);
   if (!object.m_sectionCallback) {
     assert(0 && "section callback should be registered before subscription !!");
@@ -70,12 +70,13 @@ bool Subscribe(const char *function, Subscriber &object, short stream_id,
 // Deliberate: the handle is not kept. UnsubscribeSection and ReleaseAll know filter subscriptions only, so sections
 // that the service still sends reach the module (docs/surprises.md).
 bool CTVServiceSubscriber::SubscribeSection(short streamId, const TCSectionCriteriaHelper &criteria, int &handle) {
-  return Subscribe(__func__, *this, streamId, &ISectionSubscriber::SubscribeByCriteria, criteria, handle, false);
+  return ::SubscribeSection(__func__, *this, streamId, &ISectionSubscriber::SubscribeByCriteria, criteria, handle,
+                            false);
 }
 
 bool CTVServiceSubscriber::SubscribeSectionByFilter(short streamId, const TCSectionFilterCriteriaHelper &filter,
                                                     int &handle) {
-  return Subscribe(__func__, *this, streamId, &ISectionSubscriber::SubscribeByFilter, filter, handle, true);
+  return ::SubscribeSection(__func__, *this, streamId, &ISectionSubscriber::SubscribeByFilter, filter, handle, true);
 }
 
 // Deliberate: a copy keeps only its latest handle. With that, the module's entry of the lowest key goes, whichever

@@ -30,8 +30,8 @@ bool operator<(const TSignalInfo &a, const TSignalInfo &b) {
 
 namespace {
 
-template <class Callback> void SetCallback(Subscriber &object, Callback Subscriber::*field, Callback cb) {
-  LUMIO_LOG_FOR("SetSignalCallback", kError, "set signal callback %p", reinterpret_cast<void *>(cb));
+template <class Callback> void SetSignalCallback(Subscriber &object, Callback Subscriber::*field, Callback cb) {
+  LUMIO_LOG(kError, "set signal callback %p", reinterpret_cast<void *>(cb));
   CAutoLock lock(mutex);
   if (object.*field) {
     assert(0 && "signal callback has already been set !");
@@ -50,11 +50,11 @@ template <class Callback> void SetCallback(Subscriber &object, Callback Subscrib
 } // namespace
 
 void CTVServiceSubscriber::SetSignalCallback(SignalCallback cb) {
-  SetCallback(*this, &CTVServiceSubscriber::m_signalCallback, cb);
+  ::SetSignalCallback(*this, &CTVServiceSubscriber::m_signalCallback, cb);
 }
 
 void CTVServiceSubscriber::SetSignalCallback(TTSignalCallback cb) {
-  SetCallback(*this, &CTVServiceSubscriber::m_ttSignalCallback, cb);
+  ::SetSignalCallback(*this, &CTVServiceSubscriber::m_ttSignalCallback, cb);
 }
 
 // Deliberate: the service's answer is ignored. A caller sees true even if the service refused (docs/surprises.md).
