@@ -37,7 +37,7 @@ private:
   std::mutex mutex_; // guards the members below
   QueuedEvent *first_ = nullptr;
   QueuedEvent **end_ = &first_;
-  bool wake_up_pending_ = false; // true whenever something is queued
+  bool wake_up_pending_ = false; // on its way to the main loop
 };
 
 } // namespace lumio
