@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kError = 16;
 
-// Whoever uses the player holds it, so that another thread may close it meanwhile.
+// Every use of the player holds a reference, so another thread may close the player meanwhile.
 struct Stage {
   std::mutex opening; // held while a player is replaced
   std::mutex mutex;   // guards the pointer
@@ -36,7 +36,7 @@ std::shared_ptr<Player> Current() {
   return g_stage.player;
 }
 
-// The one before ends outside the lock: its thread may be about to ask for it.
+// Stops the previous player without the lock, because its thread may need the lock to end.
 void Replace(std::shared_ptr<Player> player) {
   {
     const std::lock_guard<std::mutex> lock(g_stage.mutex);

@@ -1,9 +1,9 @@
-// What the services know of the player.
+// What the services need of the player.
 #pragma once
 
 namespace lumio::broadcast {
 
-// Opens the stream that LUMIO_TV names, the first time that it is called and unless one is open.
+// The first call opens the stream that LUMIO_TV names, unless a stream is open.
 void OpenFromEnvironment();
 
 } // namespace lumio::broadcast

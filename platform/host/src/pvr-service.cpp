@@ -116,7 +116,7 @@ public:
   void SetFreeSpace(int mebibytes) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (real_) {
-      free_space_ = std::max(mebibytes, 0); // of the simulated disk
+      free_space_ = std::max(mebibytes, 0); // takes effect once the simulated disk is used again
     } else {
       LeaveFree(std::max(mebibytes, 0));
     }
@@ -139,7 +139,7 @@ public:
   Registration<svc_pvr_result_cb> results;
   Registration<svc_pvr_state_cb> states;
 
-  // Writes what the file of a recording that goes on at exit still lacks.
+  // Completes the file if a recording is running at exit.
   void FinishFile() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (real_) {
@@ -157,7 +157,7 @@ private:
   }
 
   struct Recording {
-    int request = 0; // that started it
+    int request = 0; // the one that started it
     int program = 0;
     int duration = 0; // seconds
   };
@@ -182,7 +182,7 @@ private:
     Tell({operation, request, result, recording.program, recording.duration, free_space, 0});
   }
 
-  // Creates the file of a real recording.
+  // Creates the file of a recording from a played stream.
   bool OpenFile(int program) {
     const bool is_service = program > 0 && program <= UINT16_MAX;
     const int request = requests_;
@@ -191,13 +191,13 @@ private:
     return real_->Open();
   }
 
-  // The real recording has ended, or could not begin.
+  // Call it when the recording to a file has ended or could not begin.
   void CloseFile() {
     lumio::SetRecording(nullptr);
     real_.reset();
   }
 
-  // The player's thread calls it, without the lock.
+  // The player's thread calls it without the lock.
   void OnFull(int request) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (real_ && recording_.request == request) {
@@ -233,7 +233,7 @@ private:
   int free_space_ = lumio::pvr::kInitialFreeSpace;
   int requests_ = 0;
   Recording recording_;
-  std::shared_ptr<lumio::Recording> real_; // that writes it, null while the recorder is simulated
+  std::shared_ptr<lumio::Recording> real_; // writes the file; null while the recorder is simulated
   lumio::DeliveryThread thread_;
 };
 

@@ -21,10 +21,10 @@ namespace lumio {
 namespace {
 
 constexpr int kError = 16;
-// So little that it is on the disk soon, so much that calls of the system cost little.
+// Little enough to be on the disk soon, and enough to need few system calls.
 constexpr std::size_t kMostPending = 64 * broadcast::kPacketSize;
 
-// The slot from which the player takes whom it passes its packets to.
+// The recording to which the player passes its packets.
 struct Slot {
   std::atomic<bool> is_set{false};
   std::mutex mutex; // guards the pointer
@@ -41,7 +41,7 @@ std::shared_ptr<Recording> Current() {
   return g_slot.recording;
 }
 
-// "20261121T201500Z-101": when the recording begins, and what it records.
+// Returns for example "20261121T201500Z-101": when the recording begins, and the service.
 std::string NameOf(std::uint16_t service) {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
@@ -79,7 +79,7 @@ Recording::Recording(std::uint16_t service, std::function<void()> on_full)
     : on_full_(std::move(on_full)), folder_(RecordingsFolder()), path_(folder_ + "/" + NameOf(service)),
       recorder_(service, [this](const std::uint8_t *packet) { Keep(packet); }) {}
 
-// An existing file stays as it is: the name goes on with -2, -3 and so on.
+// Never opens an existing file: appends -2, -3 and so on to the name.
 int Recording::Create() {
   const std::string name = path_;
   for (int number = 2;; ++number) {
@@ -94,7 +94,7 @@ int Recording::Create() {
 bool Recording::Open() {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::error_code error;
-  std::filesystem::create_directories(folder_, error); // where it fails, so does the file
+  std::filesystem::create_directories(folder_, error); // if it fails, the file cannot be created either
   file_ = FileDescriptor(Create());
   if (!IsOpen()) {
     Complain(path_, errno);
@@ -148,7 +148,7 @@ void Recording::Keep(const std::uint8_t *packet) {
   }
 }
 
-// When the disk is full, the file ends with a whole packet.
+// If the disk is full, cuts the file after its last whole packet.
 void Recording::Write() {
   std::size_t written = 0;
   while (IsOpen() && written < pending_.size()) {

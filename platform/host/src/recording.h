@@ -1,4 +1,4 @@
-// A recording of one service of the stream that is played, in a file of its own.
+// Records one service of the played stream in a file.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +16,23 @@ namespace lumio {
 // All functions may be called on any thread.
 class Recording {
 public:
-  // `on_full` is called once on the player's thread, without a lock, when the file takes no more.
+  // If the file cannot be written any further, `on_full` is called once, on the player's thread and without a lock.
   Recording(std::uint16_t service, std::function<void()> on_full);
   ~Recording() { Finish(); }
   Recording(const Recording &) = delete;
   Recording &operator=(const Recording &) = delete;
 
-  // Creates the folder where it is missing, and a new file in it. When that fails, the log says why.
+  // Creates the folder if necessary, and a new file in it. Returns false, with a log message, if that fails.
   bool Open();
-  // Writes what is still to be written, and ends the recording. @return whether the file took everything
+  // Writes what is still pending and ends the recording. Returns whether everything was written.
   bool Finish();
 
   void Push(const std::uint8_t *packet);
   void Interrupt();
 
-  // By the service's clock.
+  // The length of the recording by the service's clock.
   int Seconds();
-  // On the disk of the recordings, in mebibytes.
+  // The free space on the disk of the recordings, in mebibytes.
   int FreeSpace() const;
 
 private:
@@ -45,18 +45,18 @@ private:
   const std::string folder_;
   std::mutex mutex_; // guards everything below
   std::string path_;
-  FileDescriptor file_;  // none: the recording has ended
-  bool is_full_ = false; // the file has not taken everything
+  FileDescriptor file_;  // closed once the recording has ended
+  bool is_full_ = false; // something could not be written
   std::vector<std::uint8_t> pending_;
   broadcast::Recorder recorder_;
 };
 
-// Whoever is set is passed what is played, in place of an earlier one; null for nobody.
+// Sets the recording that receives the played packets, in place of an earlier one; null for none.
 void SetRecording(std::shared_ptr<Recording> recording);
 
-// For the player's thread.
+// The player's thread calls these.
 void RecordPacket(const std::uint8_t *packet);
-// Another stream follows, or the same from its beginning.
+// Call it when another stream follows, or the same one from its beginning.
 void RecordInterruption();
 
 } // namespace lumio

@@ -1,11 +1,12 @@
-// Where recordings go.
+// The folder of the recordings.
 #pragma once
 
 #include <string>
 
 namespace lumio {
 
-// LUMIO_RECORDINGS, else the user's folder for videos, as the environment or the user's list of folders names it.
+// Returns LUMIO_RECORDINGS if it is set, or else the user's folder for videos: XDG_VIDEOS_DIR from the environment, or
+// from user-dirs.dirs, or "Videos" in the home folder.
 std::string RecordingsFolder();
 
 } // namespace lumio

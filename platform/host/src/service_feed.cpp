@@ -11,11 +11,11 @@ namespace lumio {
 
 namespace {
 
-constexpr int kRoom = 1 << 20; // bytes in the pipe, as far as the system allows
-// What a pipe takes completely or not at all.
+constexpr int kRoom = 1 << 20; // bytes in the pipe, if the system allows that many
+// The most that a pipe takes in one piece.
 constexpr std::size_t kMostPending = PIPE_BUF / broadcast::kPacketSize * broadcast::kPacketSize;
 
-// Writes without ending the process when nobody reads. Returns whether somebody may still read.
+// Writes without a SIGPIPE. Returns false if the reading end is closed.
 bool WriteUnlessClosed(int pipe, const std::vector<std::uint8_t> &data) {
   sigset_t broken_pipe;
   sigset_t before;
@@ -45,7 +45,7 @@ int ServiceFeed::Open(int service) {
     return -1;
   }
   fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  fcntl(ends[1], F_SETPIPE_SZ, kRoom); // otherwise it keeps its usual room
+  fcntl(ends[1], F_SETPIPE_SZ, kRoom); // if it fails, the pipe keeps its usual room
   const std::lock_guard<std::mutex> lock(mutex_);
   End();
   pipe_ = FileDescriptor(ends[1]);
@@ -102,8 +102,8 @@ void ServiceFeed::Keep(const std::uint8_t *packet) {
   pending_.insert(pending_.end(), packet, packet + broadcast::kPacketSize);
 }
 
-// What does not fit is lost: the player waits for nobody. Where nobody reads any more, the feed ends with its owner's
-// next call: here its recorder may still be at work.
+// Drops what does not fit, because the player does not wait for the reader. If the reading end is closed, closes the
+// pipe only: the recorder may be calling this function, so the owner's next call destroys it.
 void ServiceFeed::Write() {
   if (pipe_.Get() >= 0 && !pending_.empty() && !WriteUnlessClosed(pipe_.Get(), pending_)) {
     pipe_.Close();

@@ -1,4 +1,4 @@
-// Passes on the tuned service through a pipe, for a media player.
+// Passes the tuned service on through a pipe, for a media player.
 #pragma once
 
 #include <atomic>
@@ -12,17 +12,17 @@
 
 namespace lumio {
 
-// The player calls Push, Flush and Interrupt on its thread; the others may be called on any thread. It outlives the
-// players.
+// The player calls Push, Flush and Interrupt on its thread. The other functions may be called on any thread. The feed
+// outlives the players.
 class ServiceFeed {
 public:
-  // Starts again with a new pipe. `service` is the one to wait for; 0 takes the first that is pushed. Returns the
-  // pipe's reading end, which belongs to the caller, or -1 with errno set.
+  // Starts again with a new pipe, which carries `service`, or if that is 0 the first service that is pushed. Returns
+  // the reading end of the pipe, which belongs to the caller, or -1 with errno set.
   int Open(int service);
-  // The reader finds the end of the pipe.
+  // Ends the pipe, so that its reader reaches the end of the data.
   void Close();
 
-  // Another service than the one that was begun with ends the pipe.
+  // Ends the pipe if the service has changed since the first packet.
   void Push(int service, const std::uint8_t *packet);
   void Flush();
   void Interrupt();
@@ -36,7 +36,7 @@ private:
   std::mutex mutex_; // guards everything below
   FileDescriptor pipe_;
   int service_ = 0;
-  std::unique_ptr<broadcast::Recorder> recorder_; // null: the service has not come yet
+  std::unique_ptr<broadcast::Recorder> recorder_; // null until the service's first packet
   std::vector<std::uint8_t> pending_;
 };
 
