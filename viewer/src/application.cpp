@@ -50,7 +50,7 @@ public:
 
 void ExplainMissingDisplay() {
   const char *display = std::getenv("DISPLAY");
-  if (display == nullptr || *display == '\0') {
+  if (!display || *display == '\0') {
     std::fprintf(stderr, "lumio-viewer: there is no X display: DISPLAY is not set.\n");
   } else {
     std::fprintf(stderr, "lumio-viewer: the X display '%s' (DISPLAY) does not answer.\n", display);
