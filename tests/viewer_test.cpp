@@ -536,8 +536,8 @@ TEST_F(Viewer, SaysWhatIsWrongWithAGuide) {
 TEST_F(Viewer, ListsTheOrdersOfTheStudio) {
   StartAndTakeKeyboard();
   viewer_->WriteLine("help");
-  ExpectLine("caption TEXT: a caption");
-  ExpectLine("subscriptions: what the TV service serves, and to whom");
+  ExpectLine("caption TEXT: broadcast a caption");
+  ExpectLine("subscriptions: print the subscriptions at the TV service and the modules that share them");
 }
 
 TEST_F(Viewer, TakesOrdersFromAFile) {

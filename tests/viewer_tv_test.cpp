@@ -209,7 +209,7 @@ TEST_F(Tv, ShowsTheTestCardAndSaysOnceWhyThereIsNoPicture) {
   ExpectLine("light                 green");
   ExpectPicture("the test card", IsCard);
   End();
-  const std::string message = "lumio-viewer: no picture: it needs the Debian packages gstreamer1.0-plugins-bad and "
+  const std::string message = "lumio-viewer: no picture: install the Debian packages gstreamer1.0-plugins-bad and "
                               "gstreamer1.0-libav\n";
   const std::size_t at = printed_.find(message);
   ASSERT_NE(at, std::string::npos) << printed_;

@@ -162,51 +162,53 @@ struct Order {
 using A = const Arguments &;
 
 constexpr Order kOrders[] = {
-    {"advance MILLISECONDS", "time passes in the stream that is played",
+    {"advance MILLISECONDS", "let time pass in the stream that was opened with play",
      [](A a, Studio &) { lumio::broadcast::Advance(std::chrono::milliseconds(a.Number(0, kMost))); }},
-    {"caption TEXT", "a caption", [](A a, Studio &) { BroadcastCaption(a.Text(0)); }},
-    {"disk-space MEBIBYTES", "space left on the recording device; 0 is a full disk",
+    {"caption TEXT", "broadcast a caption", [](A a, Studio &) { BroadcastCaption(a.Text(0)); }},
+    {"disk-space MEBIBYTES", "set the free space on the recording device; 0 is a full disk",
      [](A a, Studio &) { lumio::pvr::SetFreeSpace(a.Number(0, kMost)); }},
-    {"following [HH:MM-HH:MM] TITLE", "the following programme",
+    {"following [HH:MM-HH:MM] TITLE", "set the following programme",
      [](A a, Studio &) { BroadcastProgramme(PROGRAM_CHANGE_FOLLOWING, ToProgramme(a)); }},
-    {"frames", "how often the screen was drawn", [](A, Studio &studio) { studio.ShowFrames(); }},
-    {"greeting NUMBER TEXT", "a module that comes while the next session is still being opened",
+    {"frames", "print how often the window was drawn", [](A, Studio &studio) { studio.ShowFrames(); }},
+    {"greeting NUMBER TEXT", "send a module while the viewer is attaching to the data service the next time",
      [](A a, Studio &) {
        lumio::tv::DuringNext(lumio::tv::Operation::AttachDsm,
                              [module = a.Number(0, kMost), text = a.Text(1)] { BroadcastModule(module, text); });
      }},
-    {"lock 1|0", "the tuner gets or loses the signal",
+    {"lock 1|0", "find (1) or lose (0) the signal",
      [](A a, Studio &) { BroadcastSignal(SIGNAL_TYPE_LOCK, a.Number(0, 1), 0); }},
-    {"module NUMBER TEXT", "a module of the data service",
+    {"module NUMBER TEXT", "send a module of the data service",
      [](A a, Studio &) {
        const int module = a.Number(0, kMost);
        BroadcastModule(module, a.Text(1));
      }},
-    {"packet SECOND TEXT", "a packet of teletext",
+    {"packet SECOND TEXT", "broadcast a PES packet of a private stream",
      [](A a, Studio &) {
        const int second = a.Number(0, kMost);
        BroadcastPacket(second, a.Text(1));
      }},
-    {"picture FILE", "writes what is on the screen to a PNG file",
+    {"picture FILE", "write what the window shows to a PNG file",
      [](A a, Studio &studio) { studio.SavePicture(a.Text(0)); }},
-    {"play FILE", "plays a transport stream, in which no time passes without an order",
+    {"play FILE", "open a transport stream, in which time passes only with advance",
      [](A a, Studio &studio) { studio.Play(a.Text(0)); }},
-    {"present [HH:MM-HH:MM] TITLE", "the present programme",
+    {"present [HH:MM-HH:MM] TITLE", "set the present programme",
      [](A a, Studio &) { BroadcastProgramme(PROGRAM_CHANGE_PRESENT, ToProgramme(a)); }},
-    {"record PROGRAMME", "starts to record the programme of this number",
+    {"record PROGRAMME", "start to record the programme with this number",
      [](A a, Studio &) { lumio::pvr::StartRecording(a.Number(0, kMost)); }},
-    {"refuse-session", "the data service refuses the next session",
+    {"refuse-session", "refuse the next attachment to the data service",
      [](A, Studio &) { lumio::tv::RefuseNext(lumio::tv::Operation::AttachDsm, 0); }},
-    {"services NAME...", "the table of services", [](A a, Studio &) { BroadcastServices(a.From(0)); }},
-    {"speed TIMES", "how many times as fast as its clock the stream plays",
+    {"services NAME...", "broadcast a table of services with these names",
+     [](A a, Studio &) { BroadcastServices(a.From(0)); }},
+    {"speed TIMES", "play the stream of --tv this many times as fast",
      [](A a, Studio &) { lumio::broadcast::SetSpeed(a.Number(0, 100, 1)); }},
-    {"stop-recording", "ends the recording", [](A, Studio &) { lumio::pvr::StopRecording(); }},
-    {"strength PERCENT QUALITY", "strength and quality of the signal",
+    {"stop-recording", "stop the recording", [](A, Studio &) { lumio::pvr::StopRecording(); }},
+    {"strength PERCENT QUALITY", "set the strength and the quality of the signal",
      [](A a, Studio &) {
        const int strength = a.Number(0, 100);
        BroadcastSignal(SIGNAL_TYPE_STRENGTH, strength, a.Number(1, 100));
      }},
-    {"subscriptions", "what the TV service serves, and to whom", [](A, Studio &studio) { studio.ShowSubscriptions(); }},
+    {"subscriptions", "print the subscriptions at the TV service and the modules that share them",
+     [](A, Studio &studio) { studio.ShowSubscriptions(); }},
 };
 
 const Order *FindOrder(const std::string &name) {

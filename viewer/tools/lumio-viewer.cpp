@@ -10,30 +10,30 @@
 namespace {
 
 constexpr char kUsage[] = R"(usage: lumio-viewer [--tv FILE] [--guide FILE] [--studio] [--grab] [--remote] [--still]
-A live-TV viewer on the display that DISPLAY names. Prints a line for each key, and for all that it shows.
+Opens a live-TV viewer on the display that DISPLAY names. Prints a line for each key and for each change on the screen.
 
-  --tv FILE     play the transport stream in FILE, in place of the built-in schedule
-  --guide FILE  read the programme guide from FILE whenever it is opened, one programme a line
-  --studio      take from standard input what is broadcast and recorded, in place of the built-in schedule
+  --tv FILE     play the transport stream in FILE instead of the built-in schedule
+  --guide FILE  read the programme guide from FILE each time it is opened, one programme per line
+  --studio      read orders from standard input instead of the built-in schedule; the order "help" lists them
   --grab        take all keys of the display, whichever window has the focus
-  --remote      begin with the remote control on the screen
-  --still       keep the test card and all clocks still, for pictures that are compared
+  --remote      show the remote control from the start
+  --still       stop the test card and all clocks, so that pictures can be compared
 
-Keys, while the window has the focus. Characters count as the keyboard writes them; letters may be small or capital.
-  F1                                      the last ten keys on the screen
-  F2                                      the remote control on the screen, for the mouse
-  Menu or m                               the menu; in it Up, Down, Return, and Escape to leave
+Keys, while the window has the focus. Characters count as the keyboard types them, in upper or lower case.
+  F1                                      show the last ten keys
+  F2                                      show the remote control, for the mouse
+  Menu or m                               open the menu; use Up, Down and Return in it, and Escape to leave
   + and -, XF86Audio{Raise,Lower}Volume   volume
   Up, Down, Page Up, Page Down, 1 to 9,   channel
     XF86RaiseChannel, XF86LowerChannel
   i or XF86Info                           information
-  g or XF86Option                         programme guide; in it Up and Down
+  g or XF86Option                         programme guide; move in it with Up and Down
   c                                       captions
   t                                       teletext, page 100
   o or XF86AudioRecord                    start and stop a recording
   r or XF86Red                            the broadcaster's application
   s or XF86Standby                        standby
-  q or XF86PowerOff                       end
+  q or XF86PowerOff                       end the viewer
 )";
 
 bool SetSwitch(const char *argument, Options &options) {
@@ -70,7 +70,7 @@ int main(int argc, char **argv) {
       }
       (is_stream ? options.stream : options.guide_source) = argv[i];
     } else if (!SetSwitch(argv[i], options)) {
-      return Refuse("'" + std::string(argv[i]) + "' is not understood");
+      return Refuse("unknown argument '" + std::string(argv[i]) + "'");
     }
   }
   Console console;

@@ -113,7 +113,7 @@ void BroadcastPicture::OnEnded() {
 
 void BroadcastPicture::GiveUp() {
   is_playable_ = false;
-  std::fprintf(stderr, "lumio-viewer: no picture: it needs the Debian packages gstreamer1.0-plugins-bad and "
+  std::fprintf(stderr, "lumio-viewer: no picture: install the Debian packages gstreamer1.0-plugins-bad and "
                        "gstreamer1.0-libav\n");
   Close();
 }
