@@ -353,8 +353,9 @@ TEST(Keylog, RefusesWhatIsNoLog) {
   const lumio::TemporaryDirectory directory;
   EXPECT_EQ(Complaint(Explain("", "/nowhere 2>&1")), "lumio-keylog: /nowhere: No such file or directory");
   EXPECT_EQ(Complaint(Explain("", "/tmp 2>&1")), "lumio-keylog: /tmp: is a directory");
-  EXPECT_EQ(Complaint(Explain("", "2>&1")), "lumio-keylog: standard input: has no line of liblumio-kevent");
-  EXPECT_EQ(Complaint(Explain("a letter\n", "2>&1")), "lumio-keylog: standard input: has no line of liblumio-kevent");
+  EXPECT_EQ(Complaint(Explain("", "2>&1")), "lumio-keylog: standard input: contains no line of liblumio-kevent");
+  EXPECT_EQ(Complaint(Explain("a letter\n", "2>&1")),
+            "lumio-keylog: standard input: contains no line of liblumio-kevent");
   EXPECT_EQ(Complaint(Explain(std::string("\x7f"
                                           "ELF\0\0\1",
                                           7),

@@ -116,7 +116,7 @@ TEST_F(Store, RefusesInvalidKeys) {
                           "Memory/a", too_long.c_str()}) {
     int value = 17;
     const std::string refusal = std::string(key ? key : "(null)") +
-                                ": a key begins with \"memory/\" or \"db/\", goes on, and has at most 511 bytes\n";
+                                ": a key begins with \"memory/\" or \"db/\", continues, and has at most 511 bytes\n";
     EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_get_int(key, &value), 0); }), HasSubstr("cannot get " + refusal));
     EXPECT_THAT(StderrOf([&] { EXPECT_LT(vconf_set_int(key, 1), 0); }), HasSubstr("cannot set " + refusal));
     EXPECT_EQ(value, 17);

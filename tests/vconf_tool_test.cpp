@@ -27,7 +27,7 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr const char *kNoKey = ": a key begins with \"memory/\" or \"db/\", goes on, and has at most 511 bytes\n";
+constexpr const char *kNoKey = ": a key begins with \"memory/\" or \"db/\", continues, and has at most 511 bytes\n";
 
 enum Status { kDone = 0, kNotSet = 1, kWrongUsage = 2, kFailed = 3 };
 

@@ -29,7 +29,7 @@ constexpr char kHelp[] =
     "Explain what happened to each key in a log of liblumio-kevent.\n"
     "Read standard input if there is no FILE, or if FILE is \"-\".\n"
     "\n"
-    "  -f, --follow      wait for more lines at the end of FILE, also after it was rotated\n"
+    "  -f, --follow      wait for more lines at the end of FILE, even after FILE is rotated\n"
     "      --since=TIME  show the keys from TIME on: HH:MM[:SS[.mmm]] of any day, or 'YYYY-MM-DD HH:MM:SS'\n"
     "      --key=NAME    show the keys with this name; *, ? and [...] stand for characters as in a shell\n"
     "      --dropped     show the keys that the library did not pass to any module\n"
@@ -287,7 +287,7 @@ int Tool::Finish() {
     return 1;
   }
   if (!names_the_library_) {
-    Complain("has no line of liblumio-kevent");
+    Complain("contains no line of liblumio-kevent");
     return 1;
   }
   report_.Finish(Notes());
@@ -345,7 +345,7 @@ int Main(int argc, char **argv) {
     }
   }
   if (argc - optind > 1) {
-    std::cerr << "lumio-keylog: only one log can be read\nTry 'lumio-keylog --help'.\n";
+    std::cerr << "lumio-keylog: give only one FILE\nTry 'lumio-keylog --help'.\n";
     return 2;
   }
   if (optind < argc) {

@@ -154,7 +154,7 @@ int Run(Options &options, char **command) {
     return kCannotRun;
   }
   if (library.find_first_of(" :") != std::string::npos) {
-    Complain("the dynamic linker cannot load " + library + ": its path contains a blank or a colon");
+    Complain("the dynamic linker cannot load " + library + ": its path contains a space or a colon");
     return kCannotRun;
   }
   TakeReplay(options);

@@ -83,7 +83,7 @@ bool CheckEina(const char *function, const void *caller) {
   if (IsEinaUp()) {
     return true;
   }
-  Report({function, "", "", "", "EFL is not initialised: call ecore_init() first, its lists crash before that"},
+  Report({function, "", "", "", "EFL is not initialised, and its lists crash without that: call ecore_init() first"},
          caller);
   return false;
 }
@@ -103,7 +103,7 @@ bool CheckMainLoop(const char *function, const std::string &module, const void *
     return true;
   }
   Report({function, "", "", module,
-          "called off the main-loop thread, which is not safe: hand the call over with "
+          "called off the main-loop thread, which is not safe: pass the call to the main loop with "
           "ecore_main_loop_thread_safe_call_async()"},
          caller);
   return false;

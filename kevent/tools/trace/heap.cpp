@@ -188,11 +188,12 @@ extern "C" __attribute__((visibility("default"))) void free(void *data) noexcept
   }
   const bool twice = watched->owner == Owner::kFreed;
   Unwatch(*watched);
-  ReportFree(data,
-             twice ? "the library has freed it, when the callback was deleted: do not free it again"
-                   : "it belongs to the library since lumio_banner_state_cb_add(), which frees it when the callback is "
-                     "deleted: do not free it",
-             caller);
+  ReportFree(
+      data,
+      twice ? "the library freed it when the callback was deleted: do not free it again"
+            : "lumio_banner_state_cb_add() gave it to the library, which frees it when the callback is deleted: do "
+              "not free it",
+      caller);
   if (twice) {
     Free(data); // the library's own free(), which was postponed
   }

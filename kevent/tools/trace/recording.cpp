@@ -144,7 +144,8 @@ Recording ReadRecording(const std::string &file_name) {
   std::ifstream file(file_name);
   std::string line;
   if (!std::getline(file, line) || line != "lumio-record 1") {
-    throw std::runtime_error(file_name + " is not a recording of lumio-trace --record, or has another version");
+    throw std::runtime_error(file_name +
+                             " cannot be read, or is not a recording of this version of lumio-trace --record");
   }
   Recording recording;
   std::vector<Busy> times;

@@ -21,7 +21,7 @@ void Registrations::CheckRegister(const char *function, const std::string &modul
     other = found->second.module;
   }
   Report({function, "callback", Describe(SymbolOf(callback)), module,
-          "this callback is registered already, by module " + other +
+          "this callback is already registered by module " + other +
               ", and keeps its data: give each registration a function of its own"},
          caller);
 }

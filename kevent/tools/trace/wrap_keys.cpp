@@ -185,7 +185,7 @@ void CheckInit(const char *domain, const void *caller) {
 
 void CheckDomain(const char *function, const lumio_kevent *kevent, const void *caller) {
   if (!kevent) {
-    Report({function, "kevent", "null", "", "there is no domain: look at the result of lumio_kevent_init()"}, caller);
+    Report({function, "kevent", "null", "", "the domain is null: check the result of lumio_kevent_init()"}, caller);
   } else if (!IsOpen(kevent)) {
     Report({function, "kevent", Pointer(kevent), "",
             "this is not an open domain: it was closed, or did not come from lumio_kevent_init()"},
@@ -227,7 +227,7 @@ void CheckDel(const lumio_kevent_handler *handler, const void *caller) {
   }
   CheckMainLoop(kDel, module, caller);
   if (!handler) {
-    Report({kDel, "handler", "null", "", "there is no handler: look at the result of lumio_kevent_handler_add()"},
+    Report({kDel, "handler", "null", "", "the handler is null: check the result of lumio_kevent_handler_add()"},
            caller);
   } else if (!known) {
     Report({kDel, "handler", Pointer(handler), "",

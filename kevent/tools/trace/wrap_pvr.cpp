@@ -88,7 +88,7 @@ int Unregister(const char *function, Registrations &registrations, Next<int(Subs
   registrations.Remove(reinterpret_cast<const void *>(callback));
   if (listener.WasRefused()) {
     Report({function, "callback", Describe(SymbolOf(callback)), module,
-            "the service refused to let go of the library's callback, but the result reports success"},
+            "the service refused to unregister the library's callback, but the result reports success"},
            caller);
   }
   return result;

@@ -120,7 +120,8 @@ template <class Callback>
 void CheckShared(const Call &call, const char *stream, const Subscriber *object, Callback callback) {
   const std::string other = OtherCallback(call.module, stream, object, reinterpret_cast<const void *>(callback));
   if (!other.empty()) {
-    call.Tell("the library files one callback for a module's name, " + other + ", and " + Describe(SymbolOf(callback)) +
+    call.Tell("the library keeps one callback for each module name, " + other + ", and " +
+              Describe(SymbolOf(callback)) +
               " is never called: set the callback before the first subscription, and "
               "give each object a name of its own");
   }

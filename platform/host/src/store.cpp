@@ -244,7 +244,7 @@ std::string Explain(const char *key, int code) {
   case kAbsent:
     return "the key is not set";
   case kBadKey:
-    return "a key begins with \"memory/\" or \"db/\", goes on, and has at most " + std::to_string(kMaxKey) + " bytes";
+    return "a key begins with \"memory/\" or \"db/\", continues, and has at most " + std::to_string(kMaxKey) + " bytes";
   }
   const Branch *branch = BranchOfPrefix(key);
   return (branch ? branch->database.Directory() + ": " : "") + Reason(code);
