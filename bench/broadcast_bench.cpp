@@ -9,7 +9,7 @@
 
 extern "C" {
 #include <dvbpsi/dvbpsi.h>
-// The others need it first.
+// The other headers need this one first.
 #include <dvbpsi/demux.h>
 #include <dvbpsi/descriptor.h>
 #include <dvbpsi/eit.h>
@@ -47,7 +47,7 @@ double Seconds(const timeval &time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-// Of this process and the commands that it ran.
+// Returns the processor time of this process and of the commands that it has run.
 double ProcessorTime() {
   double seconds = 0;
   for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
@@ -65,14 +65,14 @@ void Write(const std::string &path, const ts::Bytes &bytes, std::size_t times = 
   }
 }
 
-// A whole file
+// Reading a whole file
 
 struct Taken {
   double time;      // seconds
   double processor; // the same
 };
 
-// The shortest of several runs, which was disturbed least.
+// Returns the shortest times of several runs, which were disturbed least.
 Taken Measure(int runs, const std::function<void()> &work) {
   Taken shortest{1e9, 1e9};
   for (int i = 0; i < runs; ++i) {
@@ -136,7 +136,7 @@ public:
     const unsigned pid = (packet[1] & 0x1fU) << 8 | packet[2];
     for (std::size_t i = 0; i < std::size(kPids); ++i) {
       if (kPids[i] == pid) {
-        std::uint8_t copy[kPacket]; // it takes no constant bytes
+        std::uint8_t copy[kPacket]; // libdvbpsi does not accept constant bytes
         std::memcpy(copy, packet, kPacket);
         dvbpsi_packet_push(handles_[i], copy);
       }
@@ -185,7 +185,7 @@ void MeasureInfo(const std::string &path, std::size_t size, int runs) {
   std::printf("== reading the sample repeated, %.0f MB\n", static_cast<double>(size) / 1e6);
   unsigned sum = 0;
   const auto read = [&] { ReadFile(path, [&](const std::uint8_t *bytes, std::size_t) { sum += *bytes; }); };
-  read(); // so that it is in memory
+  read(); // brings the file into memory
   const Taken info = Measure(runs, [&] { Run(LUMIO_TV " info --json " + path); });
   Print("lumio-tv info", info, info);
   Print("reading the file", Measure(runs, read), info);
@@ -222,7 +222,7 @@ ts::Stream Busy(int milliseconds) {
     while (stream.Packets() - start + sent < kPacketsEach10Ms) {
       stream.Null();
     }
-    sent += stream.Packets() - start - kPacketsEach10Ms; // the picture was sent at once
+    sent += stream.Packets() - start - kPacketsEach10Ms; // the whole picture has been sent
   }
   return stream;
 }

@@ -1,5 +1,5 @@
 // Runs the benchmarks with or without the platform's log and store:
-//   --platform=real  use a store of this run's own and write the log to /dev/null (the default)
+//   --platform=real  use a store for this run only and write the log to /dev/null (the default)
 //   --platform=none  replace them with functions that do nothing, to measure the library alone
 #include <benchmark/benchmark.h>
 #include <lumio-host/testing.h>

@@ -7,8 +7,8 @@
 #include <vector>
 
 // Name a benchmark NAME/SIDE or NAME/SIDE/ARGUMENTS. The reporter compares the side `library` with each other side that
-// has the same name and arguments: the `bare` work, or another library. If there is no other side, it compares the
-// library with itself at the first arguments, which shows how the cost grows.
+// has the same name and arguments: `bare`, the same work without the library, or another library. If there is no other
+// side, it compares the library with itself at the first arguments, which shows how the cost grows.
 //
 // The reporter compares CPU time, or real time if the benchmark uses real time. Of several repetitions it takes the
 // fastest, which was disturbed least.

@@ -1,6 +1,6 @@
-// Compares a storm of signal notifications in a program that lumio-trace runs with the same storm without it, by
-// the processor's time of the program, since a disk has times of its own. The counter is the program's largest memory:
-// what the trace adds does not grow with the storm.
+// Compares a storm of signal notifications in a program that lumio-trace runs with the same storm without lumio-trace.
+// Measures the processor time of the program, because the speed of the disk varies. The counter shows the program's
+// peak memory; what the trace adds to it does not grow with the storm.
 #include <benchmark/benchmark.h>
 
 #include <sys/resource.h>

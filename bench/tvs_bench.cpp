@@ -1,7 +1,7 @@
 // Measures the TV service's notifications on their way to a module:
 // - from several threads to the main loop, compared with other main loops;
 // - among many subscriptions;
-// - sections, which stay on their thread, compared with a bare lookup.
+// - sections, which stay on their thread, compared with a plain lookup.
 #include <TVServiceSubscriber.h>
 
 #include <Ecore.h>

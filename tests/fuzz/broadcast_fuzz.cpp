@@ -1,4 +1,4 @@
-// Feeds any bytes to all that reads transport streams: nothing may crash, hang or take more than its memory.
+// Feeds arbitrary bytes to everything that reads transport streams. Nothing may crash, hang or exceed its memory limit.
 // scripts/fuzz builds and runs it.
 #include <cstdint>
 #include <cstdlib>
@@ -21,7 +21,7 @@ void Check(bool holds) {
 
 void ReadStream(Bytes bytes) {
   broadcast::MemorySource source(bytes);
-  broadcast::PacketReader reader(source, 8192); // a small one is made sooner
+  broadcast::PacketReader reader(source, 8192); // a small buffer is allocated sooner
   broadcast::Statistics statistics;
   statistics.Read(reader);
   const broadcast::PacketCounts &counts = statistics.Counts();

@@ -13,7 +13,7 @@ namespace fuzz {
 using lumio::broadcast::Bytes;
 using ts::operator+;
 
-// A section with the length and the checksum that it needs to be read.
+// Returns a section with a correct length and checksum, so that the reader accepts it.
 inline ts::Bytes Mended(ts::Bytes section) {
   section.resize(std::clamp<std::size_t>(section.size(), 8, 4092));
   const std::size_t length = section.size() + 4 - 3;
@@ -24,7 +24,7 @@ inline ts::Bytes Mended(ts::Bytes section) {
 
 constexpr unsigned kPmt = 0x100, kVideo = 0x101, kH264 = 0x102, kTeletext = 0x103, kCarousel = 0x104;
 
-// The input is chunks of a kind, a length and bytes; each becomes a section or a PES packet.
+// Reads the input as chunks of a kind, a length and bytes, and makes a section or a PES packet of each.
 inline ts::Stream StreamOf(Bytes input) {
   constexpr unsigned kSectionPids[] = {0x00, 0x11, 0x12, 0x14, kPmt, kCarousel};
   constexpr unsigned kPesPids[] = {kVideo, kH264, kTeletext};

@@ -1,5 +1,5 @@
-// Plays any bytes as a transport stream, with a subscription to everything and a recording of the first service:
-// nothing may crash, hang or take more than its memory. scripts/fuzz builds and runs it.
+// Plays arbitrary bytes as a transport stream, with a subscription to everything and a recording of the first service.
+// Nothing may crash, hang or exceed its memory limit. scripts/fuzz builds and runs it.
 #include <dlog.h>
 #include <lumio-host/broadcast.h>
 #include <lumio-host/tv-control.h>
@@ -24,7 +24,7 @@ namespace broadcast = lumio::broadcast;
 using broadcast::Bytes;
 using namespace std::chrono_literals;
 
-// In place of the platform's log.
+// Replaces the platform's log.
 int __dlog_print(int, int, const char *, const char *, ...) { return 0; }
 
 namespace {
@@ -35,7 +35,7 @@ void Check(bool holds) {
   }
 }
 
-// What was told is read to its last byte, so that the sanitizer sees whether it is there.
+// Reads a notification to its last byte, so that the sanitizer finds memory that is not there.
 unsigned g_sum = 0;
 
 template <class Container> void Read(const Container &bytes) {

@@ -1,4 +1,4 @@
-// Counts the bytes that the process holds by `new`, on all threads.
+// Counts the bytes that the process has allocated with `new` and not yet released, on all threads.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 namespace counted_memory {
 
 std::size_t Held();
-// The most that were held since `Restart`.
+// Returns the largest number of bytes held since `Restart`.
 std::size_t Most();
 void Restart();
 

@@ -1,5 +1,5 @@
-// Counts the coverage of code that aborts the process. Counters are written at exit, which an aborting process does not
-// reach, so a fork exits in its place.
+// Records the coverage of code that aborts the process. The counters are written at exit, which an aborting process
+// never reaches, so a fork exits instead.
 #include <sys/wait.h>
 #include <unistd.h>
 

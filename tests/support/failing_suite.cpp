@@ -1,4 +1,4 @@
-// A suite whose tests end in each way in which a test can end.
+// A suite with a test for each way in which a test can end. each_test_test runs it.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>

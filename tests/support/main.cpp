@@ -1,4 +1,4 @@
-// Runs a test: brings EFL up and down around it and checks that no file descriptor is left open.
+// Runs a test: initialises EFL before it, shuts EFL down after it, and checks that no file descriptor is left open.
 #include "each_test.h"
 
 #include <gmock/gmock.h>
@@ -42,8 +42,9 @@ std::set<std::string> OpenDescriptors() {
 
 } // namespace
 
-// LeakSanitizer's hook. The dynamic linker keeps memory for libraries that EFL loads; LeakSanitizer knows it as such
-// only if no test replaces malloc. Weak, so that a suite with more suppressions can define its own.
+// LeakSanitizer calls this function. The dynamic linker keeps memory for libraries that EFL loads; LeakSanitizer
+// recognises that memory only if no test replaces malloc. Weak, so that a suite with more suppressions can define its
+// own.
 extern "C" const char *__lsan_default_suppressions();
 extern "C" __attribute__((weak)) const char *__lsan_default_suppressions() {
   return "leak:ld-linux\nleak:libevas.so\nleak:eina_module_new\n";

@@ -1,4 +1,4 @@
-// Collects what callbacks receive on a service's threads, and counts the ends of those threads.
+// Records what callbacks receive on a service's threads, and counts how many of those threads have ended.
 #pragma once
 
 #include <atomic>

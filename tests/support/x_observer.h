@@ -1,5 +1,5 @@
-// Looks at windows, and does to them what users and other programs do, as another client of the X server. Without
-// Xlib.h, whose names are the viewer's too.
+// Another client of the X server, which looks at windows and does to them what users and other programs do. Does not
+// include Xlib.h, because the viewer uses some of its names.
 #pragma once
 
 #include <string>
@@ -21,7 +21,7 @@ struct Box {
   bool IsEmpty() const { return right <= left; }
 };
 
-// The smallest box with all pixels in which two pictures of one size differ.
+// Returns the smallest box that contains all differences between two pictures of the same size.
 Box Difference(const Picture &one, const Picture &other);
 
 class XObserver {
@@ -32,7 +32,7 @@ public:
   XObserver &operator=(const XObserver &) = delete;
 
   bool IsVisible(unsigned long window) const;
-  // What is in the window. It has to be visible.
+  // Returns the pixels of the window, which must be visible.
   Picture Shot(unsigned long window) const;
   void Resize(unsigned long window, int width, int height) const;
   void Iconify(unsigned long window) const;
@@ -40,9 +40,9 @@ public:
   bool HasFocus(unsigned long window) const;
   // Moves the mouse pointer to a place in the window.
   void MovePointer(unsigned long window, int x, int y) const;
-  // Whether the pointer has a picture now.
+  // Returns whether the mouse pointer is visible now.
   bool IsPointerDrawn() const;
-  // Puts a window of its own over the other one.
+  // Covers the window with a window of the observer.
   void Cover(unsigned long window);
   void Uncover();
 
