@@ -69,7 +69,7 @@ void Write(const std::string &path, const ts::Bytes &bytes, std::size_t times = 
 
 struct Taken {
   double time;      // seconds
-  double processor; // the same
+  double processor; // seconds
 };
 
 // Returns the shortest times of several runs, which were disturbed least.
@@ -160,7 +160,7 @@ private:
 
 void DecodeTables(const std::string &path) {
   DvbpsiDecoder decoder;
-  std::vector<std::uint8_t> rest; // of a packet, before the next block; and the bytes of the damaged stretch
+  std::vector<std::uint8_t> rest; // of a packet, until the next block comes; also the damaged bytes
   ReadFile(path, [&](const std::uint8_t *bytes, std::size_t size) {
     rest.insert(rest.end(), bytes, bytes + size);
     std::size_t i = 0;
@@ -196,7 +196,7 @@ void MeasureInfo(const std::string &path, std::size_t size, int runs) {
 
 // Playing
 
-// 40 Mbit/s in packets, with tables, a picture and sound: as much as a cable channel carries.
+// Returns a stream of 40 Mbit/s, as much as a cable channel carries, with tables, a picture and sound.
 ts::Stream Busy(int milliseconds) {
   constexpr int kPacketsEach10Ms = 40'000'000 / 8 / 188 / 100;
   ts::Stream stream;
@@ -313,7 +313,7 @@ void MeasurePlaying(const std::string &path, int milliseconds) {
 
 std::mutex g_mutex;
 std::vector<SteadyClock::time_point> g_came; // guarded by the mutex
-std::vector<SteadyClock::time_point> g_told; // the same
+std::vector<SteadyClock::time_point> g_told; // guarded by the mutex
 
 void OnSection(bool, unsigned short, unsigned char *, int) {
   const SteadyClock::time_point now = SteadyClock::now();

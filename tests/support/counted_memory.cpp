@@ -21,7 +21,7 @@ void Restart() { g_most = g_held.load(); }
 
 } // namespace counted_memory
 
-// All of them, because a sanitizer has each of its own.
+// Replaces all forms, because a sanitizer defines each of them.
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
   void *memory = std::malloc(size);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned kTimeout = 120; // seconds; then the kernel ends the test
 
-// The output of a process, which outlives it.
+// The output of a process, which stays readable after the process has ended.
 class Output {
 public:
   Output() : file_(tmpfile()) {}
@@ -23,7 +23,7 @@ public:
   Output(const Output &) = delete;
   Output &operator=(const Output &) = delete;
 
-  // Sends standard output and error of this process there.
+  // Redirects standard output and standard error of this process to it.
   void Take() const {
     dup2(fileno(file_), STDOUT_FILENO);
     dup2(fileno(file_), STDERR_FILENO);
@@ -41,7 +41,7 @@ private:
   FILE *file_;
 };
 
-// Forks, with the output of the new process in `output`. Returns its number here, 0 there.
+// Forks, and sends the output of the new process to `output`. Returns the number of the new process here, and 0 there.
 pid_t Fork(const Output &output) {
   fflush(nullptr);
   const pid_t pid = fork();
@@ -52,7 +52,7 @@ pid_t Fork(const Output &output) {
   return pid;
 }
 
-// Waits for the end of the process. Returns how it failed, or an empty text if it succeeded.
+// Waits until the process ends. Returns how it failed, or an empty text if it succeeded.
 std::string WaitForFailure(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
@@ -62,8 +62,7 @@ std::string WaitForFailure(pid_t pid) {
   return WEXITSTATUS(status) == EXIT_SUCCESS ? "" : "exit status " + std::to_string(WEXITSTATUS(status));
 }
 
-// Returns the full names of the tests in what GoogleTest prints when it lists them: lines "Suite." and "  Test  #
-// note".
+// Returns the full names of the tests in the list that GoogleTest prints: lines "Suite." and "  Test  # note".
 std::vector<std::string> ParseList(const std::string &list) {
   std::vector<std::string> names;
   std::string suite;
@@ -83,7 +82,7 @@ bool NamesOneTest(const std::string &filter) {
   return !filter.empty() && filter.find_first_of("*?:-") == std::string::npos;
 }
 
-// Lists the selected tests in a process of its own, since GoogleTest runs or lists once only.
+// Lists the selected tests in a process of its own, because GoogleTest can list or run tests only once per process.
 std::vector<std::string> SelectedTests() {
   const Output list;
   const pid_t pid = Fork(list);

@@ -1,4 +1,4 @@
-// A suite with a test for each way in which a test can end. each_test_test runs it.
+// A suite with a test for each way in which a test can end. tests/each_test_test.cpp runs it.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>

@@ -23,7 +23,7 @@ namespace {
 
 struct Plan {
   int nth;
-  int error; // 0 to die
+  int error; // 0: kill the process
   bool for_good;
 };
 

@@ -44,7 +44,7 @@ struct Allocator {
 Allocator g_real;
 
 // The first allocation of the process fills it, before there are threads and before a sanitizer's runtime is ready.
-// That is why no static variable of a function, which the runtime would guard, holds it.
+// Therefore it is not a static variable inside a function, which the runtime would guard.
 const Allocator &Real() {
   if (!g_real.release) {
     g_looking_up = true;
@@ -112,7 +112,7 @@ void *calloc(size_t count, size_t size) {
 
 void *realloc(void *memory, size_t size) { return Fails() ? OutOfMemory() : Real().reallocate(memory, size); }
 
-char *strdup(const char *text) { // a sanitizer's own does not call this file's malloc
+char *strdup(const char *text) { // the sanitizer's strdup does not call this file's malloc
   auto *copy = static_cast<char *>(malloc(strlen(text) + 1));
   return copy ? strcpy(copy, text) : nullptr;
 }

@@ -14,8 +14,8 @@
 
 namespace {
 
-// EFL ends a program that has neither XDG_RUNTIME_DIR nor a home directory. No program can create this one. This runs
-// before the fakes, one of which brings EFL up.
+// EFL ends a program that has neither XDG_RUNTIME_DIR nor a home directory. This directory cannot be created, so
+// nothing is stored there. The function runs before the fakes, one of which initialises EFL.
 __attribute__((constructor(101))) void NameADirectoryOfTheSession() { setenv("XDG_RUNTIME_DIR", "/dev/null/run", 0); }
 
 // Temporary files are kept in memory where possible, since the tests sync them often.

@@ -1,4 +1,4 @@
-// A module's test as a program of its own. Succeeds if the key and the signal arrive.
+// Tests a module in a program of its own, which succeeds if the key and the signal arrive.
 #include <TVServiceSubscriber.h>
 #include <kevent.h>
 #include <lumio-host/testing.h>

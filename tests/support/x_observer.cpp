@@ -38,7 +38,7 @@ Picture XObserver::Shot(Window window) const {
   picture.pixels.resize(static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height));
   unsigned *pixel = picture.pixels.data();
   for (int y = 0; y < picture.height; ++y) {
-    // A word for each pixel, as on every display of today. XGetPixel() takes much longer.
+    // One word per pixel, as on every modern display. XGetPixel() takes much longer.
     const auto *row = reinterpret_cast<const unsigned *>(image->data + y * image->bytes_per_line);
     for (int x = 0; x < picture.width; ++x) {
       *pixel++ = row[x] & 0xffffffU;
@@ -53,7 +53,7 @@ void XObserver::Resize(Window window, int width, int height) const {
   XSync(display_, False);
 }
 
-// As a window manager does it.
+// Does what a window manager does.
 void XObserver::Iconify(Window window) const {
   XUnmapWindow(display_, window);
   XSync(display_, False);
