@@ -176,8 +176,8 @@ class WrongLevel : public Dlog, public testing::WithParamInterface<const char *>
 
 TEST_P(WrongLevel, IsReportedOnceAndHidesNothing) {
   Lowest(GetParam());
-  const std::string complaint = "E dlog: LUMIO_LOG_LEVEL is a number from 0 to 16 or one of V D I W E F, not \"" +
-                                std::string(GetParam()) + "\"; showing all\n";
+  const std::string complaint = "E dlog: LUMIO_LOG_LEVEL must be a number from 0 to 16 or one of V D I W E F, not \"" +
+                                std::string(GetParam()) + "\"; logging all\n";
   EXPECT_THAT(Logged("text", 2), MatchesRegex(".*" + complaint + Line("V tag: text")));
   EXPECT_THAT(Logged("text", 2), MatchesRegex(Line("V tag: text")));
 }

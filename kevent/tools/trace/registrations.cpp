@@ -8,7 +8,8 @@ namespace lumio::trace {
 void Registrations::CheckRegister(const char *function, const std::string &module, const void *callback,
                                   const void *caller) const {
   if (!callback) {
-    Report({function, "callback", "null", module, "a registration needs a callback; none was registered"}, caller);
+    Report({function, "callback", "null", module, "nothing was registered, because a registration needs a callback"},
+           caller);
     return;
   }
   std::string other;

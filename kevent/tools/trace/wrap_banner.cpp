@@ -72,11 +72,12 @@ void CheckBanner(const char *function, int banner, const void *caller) {
 void CheckAdd(int banner, lumio_banner_state_cb cb, void *data, const void *caller) {
   CheckBanner(kAdd, banner, caller);
   if (!cb) {
-    Report({kAdd, "cb", "null", "", "a registration needs a callback; none was added"}, caller);
+    Report({kAdd, "cb", "null", "", "nothing was registered, because a registration needs a callback"}, caller);
   }
   if (!data) {
     Report({kAdd, "data", "null", "",
-            "a registration needs data, none was added: pass memory from malloc(), which the library frees"},
+            "nothing was registered, because a registration needs data: pass memory from malloc(), which the library "
+            "frees"},
            caller);
   } else if (const char *kind = WhyNotFromHeap(data)) {
     Report({kAdd, "data", Pointer(data), "",
@@ -153,7 +154,8 @@ int lumio_set_banner_state(int banner_id, int state) {
   const void *caller = __builtin_return_address(0);
   CheckBanner(kSet, banner_id, caller);
   if (state != 0 && state != 1) {
-    Report({kSet, "state", std::to_string(state), "", "there is no such state, nothing was set: use 0 or 1"}, caller);
+    Report({kSet, "state", std::to_string(state), "", "nothing was set, because there is no such state: use 0 or 1"},
+           caller);
   }
   Words words;
   words.Set(TheOptions().json ? "\"banner\":%d,\"change\":\"%s\",\"object\":\"%.60s\"" : "%d %s by %.60s", banner_id,

@@ -164,7 +164,7 @@ bool IsOpen(const lumio_kevent *kevent) {
 
 void CheckInit(const char *domain, const void *caller) {
   if (!domain) {
-    Report({kInit, "domain", "null", "", "a domain needs a name: pass that of the module"}, caller);
+    Report({kInit, "domain", "null", "", "a domain needs a name: pass the name of the module"}, caller);
   }
   const std::string module = domain ? domain : "";
   if (!CheckEcore(kInit, caller) || !CheckMainLoop(kInit, module, caller)) {
@@ -198,16 +198,16 @@ void CheckAdd(lumio_kevent *kevent, lumio_kevent_type type, int priority, lumio_
   CheckDomain(kAdd, kevent, caller);
   CheckMainLoop(kAdd, module, caller);
   if (!cb) {
-    Report({kAdd, "cb", "null", module, "a handler needs a callback; none was added"}, caller);
+    Report({kAdd, "cb", "null", module, "no handler was added, because a handler needs a callback"}, caller);
   }
   if (type != LUMIO_KEVENT_PRESS && type != LUMIO_KEVENT_RELEASE) {
     Report({kAdd, "type", std::to_string(type), module,
-            "there is no such type, no handler was added: use LUMIO_KEVENT_PRESS or LUMIO_KEVENT_RELEASE"},
+            "no handler was added, because there is no such type: use LUMIO_KEVENT_PRESS or LUMIO_KEVENT_RELEASE"},
            caller);
   }
   if (priority < 0 || priority >= kPriorities) {
     Report({kAdd, "priority", std::to_string(priority), module,
-            "there is no such priority, no handler was added: use 0 (asked first) to 6"},
+            "no handler was added, because there is no such priority: use 0 (asked first) to 6"},
            caller);
   }
 }

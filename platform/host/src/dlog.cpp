@@ -193,7 +193,7 @@ void Log::ReadLevel(const char *text) {
       return;
     }
   }
-  Complain("LUMIO_LOG_LEVEL is a number from 0 to %d or one of V D I W E F, not \"%s\"; showing all", kAlwaysShown,
+  Complain("LUMIO_LOG_LEVEL must be a number from 0 to %d or one of V D I W E F, not \"%s\"; logging all", kAlwaysShown,
            text);
 }
 
