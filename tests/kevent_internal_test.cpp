@@ -1,7 +1,9 @@
 // States that the exported functions cannot reach. The tests read and write the records directly.
 #include "kevent_fixture.h"
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "fake_memory.h"
 
@@ -205,4 +207,36 @@ TEST_F(InternalState, TheEventMaskIsAllocatedOnce) {
   EXPECT_EQ(lumio::input_device_info.event_mask.mask, mask);
   fake_x.has_extension = false;
   EXPECT_EQ(lumio::init_x_input_extension(), 0);
+}
+
+// --- The records -----------------------------------------------------------------------------------------------------
+
+namespace {
+
+template <class... Fields> void ExpectInOrder(const Fields &...fields) {
+  const std::vector<const void *> addresses{&fields...};
+  std::vector<const void *> sorted = addresses;
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(addresses, sorted);
+}
+
+} // namespace
+
+TEST(KeyRecords, OfTheManagerHaveTheirFieldsInOrder) {
+  ExpectInOrder(g_kmgr.ref_count, g_kmgr.generic_handler, g_kmgr.key_down_handler, g_kmgr.key_up_handler,
+                g_kmgr.idle_enterer, g_kmgr.handler_lists, g_kmgr.domains, g_kmgr.dispatch_depth, g_kmgr.timestamp_init,
+                g_kmgr.app_cb_time_init, g_kmgr.ignore_threshold, g_kmgr.timestamp_last_handled_key_down,
+                g_kmgr.timestamp_last_handled_key_up, g_kmgr.press_ignored, g_kmgr.last_handled_is_down,
+                g_kmgr.source_type, g_kmgr.generic_event_seen);
+  const lumio_kevent domain = {};
+  ExpectInOrder(domain.name, domain.handlers, domain.deleted);
+  const lumio_kevent_handler handler = {};
+  ExpectInOrder(handler.kevent, handler.type, handler.priority, handler.cb, handler.data, handler.deleted);
+}
+
+TEST(KeyRecords, OfTheDevicesHaveTheirFieldsInOrder) {
+  const lumio::InputDeviceInfo &info = lumio::input_device_info;
+  ExpectInOrder(info.xi_opcode, info.display, info.root, info.event_mask.deviceid, info.event_mask.mask_len,
+                info.event_mask.mask, info.virtual_core_keyboard_id, info.hwkeys_dev_id, info.advanced_touch_dev_id,
+                info.floating_touch_dev_id, info.rc_dev_id, info.panel_key_dev_id, info.function_osd_dev_id);
 }
