@@ -119,8 +119,10 @@ TEST_F(SectionsTest, AreToldWithAWrongChecksum) {
 TEST_F(SectionsTest, ThatAreTooShortForAChecksumHaveAWrongOne) {
   stream.Section(0x100, {0x40, 0xb0, 0x04, 0, 0, 0, 0});
   stream.Section(0x100, {0x40, 0xb0, 0x00});
+  const ts::Bytes header = {0x40, 0xb0, 0x04};
+  stream.Section(0x100, header + ts::Be32(ts::Crc(header))); // right, but of nothing
   collector.Push(stream);
-  EXPECT_THAT(collector.right, ElementsAre(false, false));
+  EXPECT_THAT(collector.right, ElementsAre(false, false, false));
 }
 
 TEST_F(SectionsTest, OfMoreThan4096BytesAreLies) {
@@ -227,6 +229,29 @@ TEST_F(SectionsTest, OfErroneousAndScrambledPacketsAreNotToldAndCounted) {
   EXPECT_TRUE(collector.demultiplexer.WasScrambled(0x100));
 }
 
+// 8 MiB are there for all that is unfinished, and a section takes the room of the longest one.
+TEST(Demultiplexer, SharesItsMemoryAmongThousandsOfStreams) {
+  constexpr unsigned kFirst = 0x100, kEnd = 0x100 + 2200;
+  Collector collector;
+  ts::Stream stream;
+  for (unsigned pid = kFirst; pid < kEnd; ++pid) {
+    collector.demultiplexer.WantSections(static_cast<std::uint16_t>(pid), true);
+    stream.Section(pid, ts::LongSection(0x40, 1, {}, ts::Bytes(200, 0x5a)));
+  }
+  collector.Push(stream); // one after the other
+  EXPECT_EQ(collector.sections.size(), kEnd - kFirst);
+  ts::Stream mixed;
+  for (std::size_t part = 0; part < 2; ++part) {
+    for (std::size_t i = part * 188; i < stream.bytes.size(); i += std::size_t{2} * 188) {
+      mixed.bytes.insert(mixed.bytes.end(), stream.bytes.begin() + static_cast<long>(i),
+                         stream.bytes.begin() + static_cast<long>(i) + 188);
+    }
+  }
+  collector.demultiplexer.Interrupt();
+  collector.Push(mixed); // all at once
+  EXPECT_EQ(collector.sections.size(), kEnd - kFirst + 2048);
+}
+
 TEST(Demultiplexer, ComparesPacketsOfDifferentRuns) {
   Collector collector;
   ts::Stream stream;
@@ -299,13 +324,31 @@ TEST(Pes, PacketsThatAreBrokenOffOrNoneAreDroppedAndCounted) {
   ts::Stream stream;
   stream.Pes(0x101, ts::Pes(0xe0, {}, ts::Bytes(500, 1)));
   stream.bytes.resize(2 * 188); // its end is missing
-  stream.Pes(0x101, ts::Bytes{0, 0, 2, 0xe0} + ts::Bytes(20, 0));
+  ts::Bytes none = ts::Pes(0xe0, {}, ts::Text("right, but for its start"));
+  none[2] = 2;
+  stream.Pes(0x101, none);
   stream.Pes(0x101, ts::Bytes{0, 0, 1, 0xe0, 0, 3, 0x80, 0x80, 0xff}); // a header longer than the packet
   stream.Pes(0x101, ts::Bytes{0, 0, 1, 0xe0, 0, 1, 0x80});
   stream.Pes(0x101, ts::Pes(0xe0, {}, ts::Text("right")));
   collector.Push(stream);
   EXPECT_THAT(collector.payloads, ElementsAre(ts::Text("right")));
   EXPECT_EQ(collector.demultiplexer.DroppedPes(), 4U);
+}
+
+TEST(Pes, PacketsLeaveTheirMemoryToOthers) {
+  Collector collector;
+  ts::Stream stream;
+  for (unsigned pid = 0x100; pid < 0x200; ++pid) {
+    collector.demultiplexer.WantPes(static_cast<std::uint16_t>(pid), true);
+    stream.Pes(pid, ts::Pes(0xe0, {}, ts::Bytes(10, 1)));
+  }
+  for (unsigned pid = 0x100; pid < 0x120; ++pid) { // much larger ones
+    stream.Pes(pid, ts::Pes(0xe0, {0, ts::kNoPts, true}, ts::Bytes(300'000, 1)));
+    stream.Pes(pid, ts::Pes(0xe0, {}, ts::Bytes(10, 1)));
+  }
+  collector.Push(stream);
+  EXPECT_EQ(collector.packets.size(), 0x100U + 2 * 0x20U);
+  EXPECT_EQ(collector.demultiplexer.DroppedPes(), 0U);
 }
 
 TEST(Pes, PacketsOfThousandsOfStreamsShareTheMemory) {

@@ -285,6 +285,20 @@ TEST_F(Services, OfAHostileStreamAreLimited) {
   EXPECT_GT(taken, 30000U);
 }
 
+TEST_F(Services, OfAHostileStreamHaveALimitedNumberOfNames) {
+  unsigned id = 1;
+  for (unsigned number = 0; number < 60; ++number) {
+    std::vector<ts::Named> names;
+    for (int i = 0; i < 80; ++i) {
+      names.push_back({id++, {}, ts::Text("A")});
+    }
+    Push(0x11, ts::Sdt(9, 8, names, {0, number, 59}));
+  }
+  Push(0, ts::Pat(9, {{4096, 0x100}, {4097, 0x101}}));
+  EXPECT_EQ(list.Find(4096)->name, "A");
+  EXPECT_EQ(list.Find(4097)->name, "");
+}
+
 // Programmes
 
 namespace {
@@ -312,6 +326,7 @@ protected:
 
 constexpr Programmes::Change kNone = Programmes::Change::kNone;
 constexpr Programmes::Change kChanged = Programmes::Change::kChanged;
+constexpr Programmes::Change kDropped = Programmes::Change::kDropped;
 
 } // namespace
 
@@ -362,6 +377,54 @@ TEST_F(Guide, KnowsWhenTheScheduleIsComplete) {
   EXPECT_TRUE(own->IsScheduleComplete());
 }
 
+TEST_F(Guide, KnowsWhichSectionsOfASegmentAreLeftOut) {
+  const auto in_segment = [](ts::Bytes section, std::uint8_t last) {
+    section[12] = last; // section of the segment
+    section.resize(section.size() - 4);
+    return section + ts::Be32(ts::Crc(section));
+  };
+  Push(in_segment(ts::Eit(0x50, {}, {EventOf(1, 100, "A")}, {0, 0, 17}), 1));
+  Push(in_segment(ts::Eit(0x50, {}, {EventOf(2, 200, "B")}, {0, 16, 17}), 17));
+  Push(in_segment(ts::Eit(0x50, {}, {EventOf(3, 300, "C")}, {0, 17, 17}), 17));
+  Push(in_segment(ts::Eit(0x50, {}, {}, {0, 8, 17}), 8));
+  EXPECT_FALSE(programmes.FindOwn(1)->IsScheduleComplete());
+  Push(in_segment(ts::Eit(0x50, {}, {EventOf(4, 400, "D")}, {0, 1, 17}), 1));
+  EXPECT_TRUE(programmes.FindOwn(1)->IsScheduleComplete());
+}
+
+TEST_F(Guide, TakesASectionWhoseChecksumIsZero) {
+  ts::Event event = EventOf(1, 60, "A");
+  event.text = ts::Bytes(4, 0); // the section's last bytes
+  ts::Bytes section = ts::Eit(0x4e, {}, {event});
+  section.resize(section.size() - 8);
+  section = section + ts::Be32(ts::Crc(section)) + ts::Be32(0);
+  ASSERT_TRUE(Section(Bytes(section)).IsChecksumRight());
+  EXPECT_EQ(Push(section), kChanged);
+  EXPECT_EQ(Push(section), kNone);
+}
+
+TEST_F(Guide, OfAHostileStreamHasALimitedNumberOfSections) {
+  for (unsigned i = 0; i < 32768; ++i) {
+    ASSERT_NE(Push(ts::Eit(0x50, {1, 1, i}, {})), kDropped);
+  }
+  EXPECT_EQ(Push(ts::Eit(0x50, {1, 1, 40000}, {})), kDropped);
+  EXPECT_NE(Push(ts::Eit(0x50, {1, 1, 1}, {}, {1})), kDropped); // a section that is known
+}
+
+TEST_F(Guide, OfAHostileStreamHasALimitedNumberOfProgrammesInItsSections) {
+  constexpr unsigned kEvents = 300, kMost = 262144; // in a section, and of all
+  ts::Bytes body = ts::Be16(1) + ts::Be16(1) + ts::Bytes{0, 0x50};
+  for (unsigned i = 0; i < kEvents; ++i) {
+    body.resize(body.size() + 12); // the same each time
+  }
+  for (unsigned i = 0; i < kMost / kEvents; ++i) {
+    ASSERT_EQ(Push(ts::LongSection(0x50, i, {}, body)), kChanged);
+  }
+  EXPECT_EQ(Push(ts::LongSection(0x50, 40000, {}, body)), kDropped);
+  EXPECT_EQ(Push(ts::LongSection(0x50, 1, {1}, {body.begin(), body.begin() + 6})), kChanged); // leaves room
+  EXPECT_EQ(Push(ts::LongSection(0x50, 40000, {}, body)), kChanged);
+}
+
 TEST_F(Guide, KeepsEqualProgrammesOnceAndNoMoreThanItMay) {
   for (unsigned version = 0; version < 32; ++version) {
     Push(ts::Eit(0x50, {}, {EventOf(1, 100, version % 2 == 0 ? "A" : "B")}, {version}));
@@ -374,7 +437,7 @@ TEST_F(Guide, KeepsEqualProgrammesOnceAndNoMoreThanItMay) {
     for (unsigned k = 0; k < 3; ++k) {
       events.push_back(EventOf(i, i, std::string(250, static_cast<char>('a' + k))));
     }
-    dropped += Push(ts::Eit(0x50, {1, 1, i}, events)) == Programmes::Change::kDropped ? 1 : 0;
+    dropped += Push(ts::Eit(0x50, {1, 1, i}, events)) == kDropped ? 1 : 0;
   }
   EXPECT_GT(dropped, 3000U);
   EXPECT_LE(pool.Size(), kPoolSize);
