@@ -55,7 +55,7 @@ void ExplainMissingDisplay() {
   } else {
     std::fprintf(stderr, "lumio-viewer: the X display '%s' (DISPLAY) does not answer.\n", display);
   }
-  std::fprintf(stderr, "Start it from a desktop session, or run scripts/demo, which brings a display of its own.\n");
+  std::fprintf(stderr, "Start it from a desktop session, or run scripts/demo, which starts a display of its own.\n");
 }
 
 void SetStandby(bool standby) {
