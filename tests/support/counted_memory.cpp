@@ -3,8 +3,8 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
-#include <new>
 
 namespace {
 
@@ -21,13 +21,16 @@ void Restart() { g_most = g_held.load(); }
 
 } // namespace counted_memory
 
-// Replaces all forms, because a sanitizer defines each of them.
+// A sanitizer has an allocator of its own, which takes more for itself than the stream does. There nothing is counted.
+#if !defined(__has_feature)
+#define __has_feature(name) 0
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !__has_feature(address_sanitizer) &&            \
+    !__has_feature(thread_sanitizer)
 
-void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-  void *memory = std::malloc(size);
-  if (!memory) {
-    return nullptr;
-  }
+namespace {
+
+void *Counted(void *memory) {
   const std::size_t held = g_held += malloc_usable_size(memory);
   std::size_t most = g_most;
   while (held > most && !g_most.compare_exchange_weak(most, held)) {
@@ -35,24 +38,41 @@ void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
   return memory;
 }
 
-void *operator new(std::size_t size) {
-  void *memory = operator new(size, std::nothrow);
-  if (!memory) {
-    throw std::bad_alloc();
+} // namespace
+
+extern "C" {
+
+// The C library's own functions, behind those that it lets a program replace.
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *memory, std::size_t size);
+void *__libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void *memory);
+
+void *malloc(std::size_t size) { return Counted(__libc_malloc(size)); }
+void *calloc(std::size_t count, std::size_t size) { return Counted(__libc_calloc(count, size)); }
+void *memalign(std::size_t alignment, std::size_t size) { return Counted(__libc_memalign(alignment, size)); }
+void *aligned_alloc(std::size_t alignment, std::size_t size) { return memalign(alignment, size); }
+
+int posix_memalign(void **memory, std::size_t alignment, std::size_t size) {
+  *memory = memalign(alignment, size);
+  return *memory ? 0 : ENOMEM;
+}
+
+void *realloc(void *memory, std::size_t size) {
+  const std::size_t before = malloc_usable_size(memory);
+  void *moved = __libc_realloc(memory, size);
+  if (moved || size == 0) {
+    g_held -= before;
   }
-  return memory;
+  return Counted(moved);
 }
 
-void *operator new[](std::size_t size) { return operator new(size); }
-void *operator new[](std::size_t size, const std::nothrow_t &) noexcept { return operator new(size, std::nothrow); }
-
-void operator delete(void *memory) noexcept {
+void free(void *memory) {
   g_held -= malloc_usable_size(memory);
-  std::free(memory);
+  __libc_free(memory);
 }
 
-void operator delete[](void *memory) noexcept { operator delete(memory); }
-void operator delete(void *memory, std::size_t) noexcept { operator delete(memory); }
-void operator delete[](void *memory, std::size_t) noexcept { operator delete(memory); }
-void operator delete(void *memory, const std::nothrow_t &) noexcept { operator delete(memory); }
-void operator delete[](void *memory, const std::nothrow_t &) noexcept { operator delete(memory); }
+} // extern "C"
+
+#endif

@@ -1,4 +1,4 @@
-// Counts the bytes that the process has allocated with `new` and not yet released, on all threads.
+// Counts the bytes that the process and its libraries have allocated and not yet released, on all threads.
 #pragma once
 
 #include <cstddef>

@@ -270,10 +270,16 @@ Bytes TeletextLine(unsigned page, unsigned row, const Bytes &rest) {
 
 } // namespace
 
-Bytes TeletextHeader(unsigned page, bool erase, bool subtitle) {
-  // Page number, subpage 0 with the erase flag (C4), subtitle flag (C6), no other control bits.
-  Bytes rest = {Hamming(page & 0xf), Hamming(page >> 4 & 0xf),  Hamming(0), Hamming(erase ? 8 : 0),
-                Hamming(0),          Hamming(subtitle ? 8 : 0), Hamming(0), Hamming(0)};
+Bytes TeletextHeader(unsigned page, bool erase, bool subtitle, unsigned subpage) {
+  // Page number, subpage with the erase flag (C4), subtitle flag (C6), no other control bits.
+  Bytes rest = {Hamming(page & 0xf),
+                Hamming(page >> 4 & 0xf),
+                Hamming(subpage & 0xf),
+                Hamming((erase ? 8 : 0) | (subpage >> 4 & 7)),
+                Hamming(0),
+                Hamming(subtitle ? 8 : 0),
+                Hamming(0),
+                Hamming(0)};
   rest.resize(8 + 32, Odd(' '));
   return TeletextLine(page, 0, rest);
 }

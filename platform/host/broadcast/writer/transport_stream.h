@@ -116,7 +116,7 @@ Bytes Dii(std::uint32_t download, unsigned block_size, const std::vector<Module>
 Bytes Ddb(std::uint32_t download, unsigned block_size, const Module &module, unsigned block);
 
 // A PES payload of teletext lines: page header and rows.
-Bytes TeletextHeader(unsigned page, bool erase = true, bool subtitle = true);
+Bytes TeletextHeader(unsigned page, bool erase = true, bool subtitle = true, unsigned subpage = 0);
 Bytes TeletextRow(unsigned page, unsigned row, const std::string &text, bool boxed = true);
 Bytes TeletextPayload(const std::vector<Bytes> &lines);
 
