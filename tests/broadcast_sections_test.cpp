@@ -260,10 +260,9 @@ TEST(Demultiplexer, ComparesPacketsOfDifferentRuns) {
   }
   stream.Skip(0x100, -1);
   stream.Packet(0x100, ts::Bytes(184, 2)); // repeated
-  for (auto packet = stream.bytes.begin(); packet != stream.bytes.end(); packet += 188) {
-    ts::Bytes buffer(packet, packet + 188);
-    collector.demultiplexer.PushRun({buffer.data(), 1, 188});
-    std::fill(buffer.begin(), buffer.end(), 0xee); // before its memory is released
+  for (std::size_t i = 0; i < stream.bytes.size(); i += 188) {
+    collector.demultiplexer.PushRun({&stream.bytes[i], 1, 188});
+    std::fill_n(stream.bytes.begin() + static_cast<long>(i), 188, 0xee); // the memory serves another purpose
   }
   EXPECT_EQ(collector.demultiplexer.Counts().continuity_errors, 0U);
 }
