@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "key_words.h"
+#include "source_name.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ void Console::ShowKey(const KeyJourney &journey) {
   key_is_open_ = false;
   const double time = journey.time < printed_until_ ? ecore_time_unix_get() : journey.time;
   Write(Line(time, "key", journey.key,
-             Padded(Kind(journey), 7) + "  " + Padded(SourceName(journey.source), 14) + "  " + Asked(journey) + "  " +
-                 Outcome(journey) + "  " + Duration(journey)));
+             Padded(Kind(journey), 7) + "  " + Padded(lumio::SourceName(journey.source), 14) + "  " + Asked(journey) +
+                 "  " + Outcome(journey) + "  " + Duration(journey)));
   Refresh();
 }

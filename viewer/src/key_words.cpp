@@ -1,27 +1,10 @@
 #include "key_words.h"
 
-#include <kevent.h>
-
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 
 #include "join.h"
-
-const char *SourceName(int source) {
-  switch (source) {
-  case LUMIO_EVENT_SOURCE_REMOTE:
-    return "remote control";
-  case LUMIO_EVENT_SOURCE_PANEL:
-    return "panel keys";
-  case LUMIO_EVENT_SOURCE_TOUCH:
-    return "touch remote";
-  case LUMIO_EVENT_SOURCE_FUNCTION_OSD:
-    return "function-osd";
-  default:
-    return "other device";
-  }
-}
 
 std::string TimeOfDay(double seconds) {
   const auto whole = static_cast<std::time_t>(seconds);

@@ -7,8 +7,6 @@
 
 constexpr char kTakenByNobody[] = "taken by nobody";
 
-// The name of a value of lumio_event_source_type_get().
-const char *SourceName(int source);
 // Local time of day with milliseconds.
 std::string TimeOfDay(double seconds);
 // "press" or "release".

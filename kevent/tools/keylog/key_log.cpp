@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "source_name.h"
+
 namespace keylog {
 namespace {
 
@@ -40,9 +42,9 @@ bool ReadInt(std::string_view text, int *number) {
 }
 
 const char *DeviceName(std::string_view source_type) {
-  constexpr const char *kNames[] = {"remote control", "panel keys", "touch remote", "function-osd", "other device"};
   int number = -1;
-  return ReadInt(source_type, &number) && number >= 0 && number < 5 ? kNames[number] : kUnknownDevice;
+  const char *name = ReadInt(source_type, &number) ? lumio::SourceName(number) : nullptr;
+  return name ? name : kUnknownDevice;
 }
 
 // Messages of low priority. A log that has one of them has all.

@@ -10,6 +10,7 @@
 #include "next.h"
 #include "player.h"
 #include "record.h"
+#include "source_name.h"
 
 namespace lumio::trace {
 
@@ -79,10 +80,8 @@ int QuerySource() {
 }
 
 const char *NameOfSourceType() {
-  static constexpr const char *kNames[] = {"remote control", "panel keys", "touch remote", "function-osd",
-                                           "other device"};
-  const int type = g_source_type();
-  return type >= 0 && type < 5 ? kNames[type] : "?";
+  const char *name = SourceName(g_source_type());
+  return name ? name : "?";
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "../key_words.h"
+#include "source_name.h"
 
 namespace {
 
@@ -33,7 +34,7 @@ KeyOverlay::~KeyOverlay() {
 
 void KeyOverlay::Show(const KeyJourney &journey) {
   lines_.push_front({TimeOfDay(journey.time), journey.key, Kind(journey),
-                     journey.device.empty() ? SourceName(journey.source) : journey.device, Asked(journey),
+                     journey.device.empty() ? lumio::SourceName(journey.source) : journey.device, Asked(journey),
                      Outcome(journey), Duration(journey)});
   lines_.resize(std::min(lines_.size(), kKeys));
   written_ = false;
