@@ -142,6 +142,9 @@ TEST_F(Collection, WalksOnlyAfterADeletion) {
   deleted.action = [&] { lumio_kevent_handler_del(deleted.handle); };
   Press();
   EXPECT_THAT(kevent->handlers, IsNull());
+  Add(kevent, "marked after the collection").handle->deleted = true;
+  Press();
+  EXPECT_EQ(eina_list_count(kevent->handlers), 1U);
 }
 
 class InternalState : public KeventTest {};

@@ -570,6 +570,19 @@ TEST_F(TvsBridge, ReadsTheFiveArgumentCallbackWhenItsTurnComes) {
   EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3))) << "cleared before its turn";
 }
 
+TEST_F(TvsBridge, ReadsTheUserDataOnceForBothCallbacks) {
+  Module module = Subscribed("mod", &a_);
+  Module::m_GetSubscriber("mod", "signal")->m_ttSignalCallback = OnTTSignal;
+  g_during = [this, &module] {
+    g_during = nullptr;
+    module.SubscribeSignal(kType, &b_, PROFILE_MAIN, 0);
+  };
+  Notify(1);
+  WaitForServices();
+  EXPECT_THAT(g_calls, ElementsAre(Field(&Call::form, 3), Field(&Call::form, 5)));
+  EXPECT_THAT(Told(), ElementsAre(&a_, &a_));
+}
+
 TEST_F(TvsBridge, ModuleReleasesAllAndSubscribesAnewInACallback) {
   Module first = Subscribed("first", &a_);
   Module second = Subscribed("second", &b_);
