@@ -8,6 +8,7 @@
 
 #include <condition_variable>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <thread>
 
@@ -341,6 +342,33 @@ TEST_F(BroadcastPlayer, MayBeAdvancedFromACallback) {
   while (!broadcast::HasEnded()) {
     std::this_thread::yield();
   }
+}
+
+TEST_F(BroadcastPlayer, AdvancesUntilTheEndIsTold) {
+  static std::atomic<bool> g_is_told{false};
+  static std::promise<bool> g_was_told; // when another thread's call returned
+  ts::Stream stream;
+  AddTables(stream);
+  ASSERT_TRUE(Open(stream));
+  ISignalSubscriber *subscriber = nullptr;
+  std::thread other;
+  TVServiceAPI::CreateSignalSubscriber(
+      [](ESignalType, EProfile, unsigned short, TSSignalData data, void *other_thread) {
+        if (data.value == 0) {
+          *static_cast<std::thread *>(other_thread) = std::thread([] {
+            broadcast::Advance(0ms);
+            g_was_told.set_value(g_is_told);
+          });
+          std::this_thread::sleep_for(20ms); // time to return too early
+          g_is_told = true;
+        }
+        return 1;
+      },
+      &subscriber);
+  subscriber->Subscribe(SIGNAL_TYPE_LOCK, &other, PROFILE_MAIN, 0);
+  broadcast::Advance(1s);
+  EXPECT_TRUE(g_was_told.get_future().get());
+  other.join();
 }
 
 TEST_F(BroadcastPlayer, WaitsUntilWhatItToldIsTaken) {
