@@ -9,7 +9,9 @@
 #include "transport_stream.h"
 
 using Json = nlohmann::ordered_json;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using ts::operator+;
 
 namespace {
@@ -43,7 +45,8 @@ ts::Stream Everything() {
       ts::Descriptor(0x56, ts::Text("deu") + ts::Bytes{0x10, 0x88} + ts::Text("eng") + ts::Bytes{0x11, 0x50});
   const ts::Bytes captions = ts::Descriptor(0x86, ts::Bytes{0xc1} + ts::Text("eng") + ts::Bytes{0x7e, 0x3f, 0xff});
   ts::Stream stream;
-  stream.Section(0x00, ts::Pat(3, {{2, 0x110}, {1, 0x100}, {3, 0x120}}));
+  stream.Section(0x00, ts::Pat(3, {{0, 0x1f0}, {2, 0x110}, {1, 0x100}, {3, 0x120}}));
+  stream.Section(0x1f0, ts::LongSection(0x40, 1, {6}, ts::Bytes(4, 0))); // the network's
   stream.Section(
       0x11,
       ts::Sdt(3, 2, {{1, ts::Text("Lumio"), ts::Bytes{'C', 'a', 'f', 0xc2, 'e'}}, {9, {}, ts::Text("Absent")}}, {4}));
@@ -51,7 +54,9 @@ ts::Stream Everything() {
   stream.Section(
       0x100, ts::Pmt(1, 0x101, {{0x02, 0x101, captions}, {0x03, 0x102, {}}, {0x06, 0x103, teletext}, {0x0b, 0x104, {}}},
                      {31}));
-  stream.Section(0x110, ts::Pmt(2, 0x1fff, {{0x1b, 0x111, {}}}));
+  stream.Section(0x110,
+                 ts::Pmt(2, 0x1fff, {{0x1b, 0x111, {}}, {0x05, 0x112, {}}, {0x06, 0x14, {}}, {0x0b, 0x113, {}}}));
+  stream.Section(0x112, ts::ShortSection(0x74, {1}));
   stream.Section(
       0x100,
       ts::Pmt(1, 0x101, {{0x02, 0x101, captions}, {0x03, 0x102, {}}, {0x06, 0x103, teletext}, {0x0b, 0x104, {}}}, {0}));
@@ -63,8 +68,7 @@ ts::Stream Everything() {
       0x12, ts::Eit(0x4e, {2, 3, 1}, {{2, ts::Bytes(5, 0xff), ts::Bytes(3, 0xff), ts::Text("Film"), {}}}, {0, 1, 1}));
   stream.Section(0x12, ts::Eit(0x4f, {2, 9, 1}, {EventAt(9, kStart, "Elsewhere")}));
   stream.Section(0x14, ts::ShortSection(0x70, ts::Time(kStart)));
-  for (int i = 0; i < 4; ++i) {
-    const std::string text(1, static_cast<char>('A' + (i == 1 ? 0 : i)));
+  for (const char *text : {"A", "A", "", "C", "D", "E"}) {
     stream.Pes(0x103, ts::Pes(0xbd, {90},
                               ts::TeletextPayload({ts::TeletextHeader(0x888), ts::TeletextRow(0x888, 20, text),
                                                    ts::TeletextHeader(0x8ff)})));
@@ -89,6 +93,9 @@ ts::Stream Everything() {
   scrambled.scrambling = 3;
   stream.Packet(0x111, ts::Bytes(184, 1), scrambled);
   stream.Packet(0x111, ts::Bytes(184, 2)); // clear again
+  // The stream's end completes the packet and the page.
+  stream.Pes(0x103, ts::Pes(0xbd, {90, ts::kNoPts, true},
+                            ts::TeletextPayload({ts::TeletextHeader(0x150), ts::TeletextRow(0x150, 20, "End")})));
   return stream;
 }
 
@@ -100,7 +107,7 @@ constexpr const char *kExpected = R"({
 "present":{"event_id":1,"start":"2026-11-22T20:15:00Z","duration":3600,"title":"News"},
 "following":{"event_id":2,"start":null,"duration":null,"title":"Film"}},
 {"id":2,"name":"","provider":"","pmt_pid":272,"pcr_pid":8191,"scrambled":true,
-"streams":[{"pid":273,"type":27,"kind":"video"}],"present":null,"following":null},
+"streams":[{"pid":273,"type":27,"kind":"video"},{"pid":274,"type":5,"kind":"section"},{"pid":20,"type":6,"kind":"other"},{"pid":275,"type":11,"kind":"carousel"}],"present":null,"following":null},
 {"id":3,"name":"","provider":"","pmt_pid":288,"pcr_pid":null,"scrambled":false,"streams":[],"present":null,"following":null}],
 "tables":[
 {"pid":0,"table_id":0,"sections":1,"crc_errors":0,"versions":[0]},
@@ -112,14 +119,17 @@ constexpr const char *kExpected = R"({
 {"pid":256,"table_id":2,"sections":3,"crc_errors":1,"versions":[31,0]},
 {"pid":260,"table_id":59,"sections":3,"crc_errors":0,"versions":[0]},
 {"pid":260,"table_id":60,"sections":4,"crc_errors":0,"versions":[0]},
-{"pid":272,"table_id":2,"sections":1,"crc_errors":0,"versions":[0]}],
+{"pid":272,"table_id":2,"sections":1,"crc_errors":0,"versions":[0]},
+{"pid":274,"table_id":116,"sections":1,"crc_errors":0,"versions":[]},
+{"pid":496,"table_id":64,"sections":1,"crc_errors":0,"versions":[6]}],
 "captions":[
 {"pid":257,"kind":"cea608","language":"eng","texts":["AB","CD"]},
 {"pid":259,"kind":"teletext","language":"deu","texts":["A","C","D"]},
-{"pid":259,"kind":"teletext","language":"eng","texts":[]}],
+{"pid":259,"kind":"teletext","language":"eng","texts":["End"]}],
 "carousels":[{"pid":260,"modules":[
 {"id":7,"version":0,"size":3,"sha256":"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-{"id":7,"version":1,"size":0,"sha256":"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"}]}]})";
+{"id":7,"version":1,"size":0,"sha256":"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"}]},
+{"pid":275,"modules":[]}]})";
 
 } // namespace
 
@@ -180,6 +190,10 @@ TEST_F(Tool, SaysWhatItCannotRead) {
   EXPECT_EQ(ran.error, "lumio-tv: " + empty + ": not a transport stream\n" +
                            "lumio-tv: /nonexistent.ts: No such file or directory\n");
   EXPECT_EQ(Json::parse(ran.output)["packet_size"], nullptr);
+  const Ran late = RunCommand({LUMIO_TV, "info", "/proc/self/mem", LUMIO_SAMPLE}); // the second one is fine
+  EXPECT_EQ(late.status, 1);
+  EXPECT_EQ(late.error, "lumio-tv: /proc/self/mem: Input/output error\n");
+  EXPECT_THAT(late.output, HasSubstr("Lumio One"));
   EXPECT_EQ(RunCommand({LUMIO_TV, "watch", empty}).error, "lumio-tv: " + empty + ": not a transport stream\n");
   for (const std::vector<std::string> &wrong : {std::vector<std::string>{LUMIO_TV},
                                                 {LUMIO_TV, "info"},
@@ -192,6 +206,11 @@ TEST_F(Tool, SaysWhatItCannotRead) {
     EXPECT_EQ(refused.status, 2);
     EXPECT_THAT(refused.error, HasSubstr("usage: lumio-tv"));
   }
+}
+
+TEST_F(Tool, WatchesTheServiceThatIsAskedFor) {
+  const Ran ran = RunCommand({LUMIO_TV, "watch", "--fast", "--service", "2", Write(Everything().bytes)});
+  EXPECT_THAT(ran.output, AllOf(HasSubstr("  signal     service 2\n"), Not(HasSubstr("service 1\n"))));
 }
 
 TEST_F(Tool, PrintsWhatModulesAreTold) {
