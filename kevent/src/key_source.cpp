@@ -93,8 +93,8 @@ void get_id_for_known_devices() {
 }
 
 // Deliberate: looks at the first device that the server lists, not at the one that was plugged in. The television's
-// server lists the one that matters first; on a stock server, which lists a pointer first, a caller sees nothing learnt
-// from a new device (docs/surprises.md).
+// server lists the one that matters first. On a stock server, which lists a pointer first, a caller sees keys of a new
+// device as those of an unknown one (docs/surprises.md).
 void _learn_first_device() {
   int count = 0;
   XIDeviceInfo *devices = _query_device(XIAllDevices, &count);
