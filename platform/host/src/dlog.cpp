@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -22,6 +21,8 @@
 #include <new>
 #include <string>
 #include <string_view>
+
+#include "without_sigpipe.h"
 
 namespace {
 
@@ -43,31 +44,6 @@ const Level &LevelOf(int priority) {
   }
   return kLevels[std::max(priority, 2) - 2];
 }
-
-// Keeps SIGPIPE from ending the program when the reader of the log is gone.
-class WithoutSigpipe {
-public:
-  WithoutSigpipe() {
-    sigset_t pending;
-    sigpending(&pending);
-    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  ~WithoutSigpipe() {
-    const timespec at_once = {};
-    while (!was_pending_ && sigtimedwait(&pipe_, nullptr, &at_once) == -1 && errno == EINTR) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  WithoutSigpipe(const WithoutSigpipe &) = delete;
-  WithoutSigpipe &operator=(const WithoutSigpipe &) = delete;
-
-private:
-  sigset_t pipe_, before_;
-  bool was_pending_;
-};
 
 void AppendTime(std::string *line) {
   timespec now;
@@ -231,7 +207,7 @@ bool Log::Compose(const Level &level, const char *tag, const char *format, va_li
 }
 
 int Log::Write() {
-  const WithoutSigpipe quietly;
+  const lumio::WithoutSigpipe quietly; // the reader of the log may be gone
   const char *rest = line_.data();
   size_t left = line_.size();
   while (left > 0) {

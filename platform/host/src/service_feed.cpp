@@ -4,8 +4,8 @@
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
-#include <ctime>
+
+#include "without_sigpipe.h"
 
 namespace lumio {
 
@@ -15,26 +15,14 @@ constexpr int kRoom = 1 << 20; // bytes in the pipe, if the system allows that m
 // The most that a pipe takes in one piece.
 constexpr std::size_t kMostPending = PIPE_BUF / broadcast::kPacketSize * broadcast::kPacketSize;
 
-// Writes without a SIGPIPE. Returns false if the reading end is closed.
+// Returns false if the reading end is closed.
 bool WriteUnlessClosed(int pipe, const std::vector<std::uint8_t> &data) {
-  sigset_t broken_pipe;
-  sigset_t before;
-  sigset_t waiting;
-  sigemptyset(&broken_pipe);
-  sigaddset(&broken_pipe, SIGPIPE);
-  sigpending(&waiting);
-  pthread_sigmask(SIG_BLOCK, &broken_pipe, &before);
+  const WithoutSigpipe quietly;
   ssize_t written = 0;
   do {
     written = write(pipe, data.data(), data.size());
   } while (written < 0 && errno == EINTR);
-  const bool is_closed = written < 0 && errno == EPIPE;
-  if (is_closed && sigismember(&waiting, SIGPIPE) == 0) {
-    const timespec at_once{0, 0};
-    sigtimedwait(&broken_pipe, nullptr, &at_once);
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return !is_closed;
+  return written >= 0 || errno != EPIPE;
 }
 
 } // namespace
