@@ -125,6 +125,58 @@ TEST_F(CarouselTest, EndlessCarouselsTakeNoMoreThanTheyMay) {
   EXPECT_LT(told.size(), 400U);
 }
 
+TEST_F(CarouselTest, ModulesOfMoreBlocksThanNumbersTakeNoMemory) {
+  const ts::Module module{1, 0, ts::Bytes(70'000, 1)};
+  Push(ts::Dii(9, 1, {module}));
+  Push(ts::Ddb(9, 1, module, 0));
+  EXPECT_TRUE(budget.Take((1 << 20) - 1024));
+}
+
+TEST_F(CarouselTest, ModulesThatNeverComeTakeNoMoreThanTheyMay) {
+  unsigned id = 0;
+  for (unsigned message = 0; message < 20; ++message) {
+    std::vector<ts::Module> modules;
+    for (int i = 0; i < 300; ++i) {
+      modules.push_back({++id, 0, {1}});
+    }
+    Push(ts::Dii(9, kBlock, modules));
+  }
+  EXPECT_FALSE(budget.Take(256)); // each of them costs as much
+}
+
+TEST_F(CarouselTest, BlocksThatAreNeverDescribedTakeNoMoreThanTheyMay) {
+  for (unsigned i = 0; i < 100; ++i) {
+    Push(ts::Ddb(9, 4000, {1, 0, ts::Bytes(400'000, 1)}, i));
+  }
+  EXPECT_TRUE(budget.Take((1 << 20) - (256 << 10)));
+}
+
+TEST_F(CarouselTest, ModulesThatAreNotKeptLeaveTheirMemoryToOthers) {
+  Budget small(10'000);
+  Carousel other(small, false);
+  for (unsigned id = 1; id <= 3; ++id) {
+    const ts::Module module{id, 0, ts::Bytes(6000, 'x')};
+    for (const ts::Bytes &section :
+         {ts::Dii(9, 3000, {module}), ts::Ddb(9, 3000, module, 0), ts::Ddb(9, 3000, module, 1)}) {
+      other.Push(Section(Bytes(section)), [this](const CarouselModule &complete) { Tell(complete); });
+    }
+  }
+  EXPECT_EQ(told.size(), 3U);
+}
+
+TEST_F(CarouselTest, ModulesForWhichNoMemoryIsLeftAreLeftOut) {
+  Budget small(10'000);
+  Carousel other(small, true);
+  for (unsigned id = 1; id <= 2; ++id) {
+    const ts::Module module{id, 0, ts::Bytes(6000, 'x')};
+    for (const ts::Bytes &section :
+         {ts::Dii(9, 3000, {module}), ts::Ddb(9, 3000, module, 0), ts::Ddb(9, 3000, module, 1)}) {
+      other.Push(Section(Bytes(section)), [this](const CarouselModule &complete) { Tell(complete); });
+    }
+  }
+  EXPECT_EQ(told.size(), 1U);
+}
+
 TEST_F(CarouselTest, CompleteModulesStayUntilARestart) {
   Push(ts::Dii(9, kBlock, {one, two}));
   PushBlocks(one);
