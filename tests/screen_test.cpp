@@ -34,13 +34,15 @@ struct Area {
 
 class ScreenOnDisplay : public testing::Test {
 protected:
-  ScreenOnDisplay() {
+  explicit ScreenOnDisplay(bool still = true) {
     for (const auto &[name, value] : display_.Environment()) {
       setenv(name.c_str(), value.c_str(), 1);
     }
     x_ = std::make_unique<XConnection>();
     canvas_ = std::make_unique<Canvas>(LUMIO_THEME);
-    screen_ = std::make_unique<Screen>(*canvas_, std::make_unique<TestCard>(*canvas_), WallClock(true));
+    auto card = std::make_unique<TestCard>(*canvas_);
+    card_ = card.get();
+    screen_ = std::make_unique<Screen>(*canvas_, std::move(card), WallClock(still));
     observer_ = std::make_unique<XObserver>(display_.Name());
     TurnLoopUntil([&] { return canvas_->Frames() > 0 && observer_->IsVisible(canvas_->Window()); });
     empty_ = Shot();
@@ -100,6 +102,7 @@ protected:
   lumio::PrivateDisplay display_;
   std::unique_ptr<XConnection> x_;
   std::unique_ptr<Canvas> canvas_;
+  TestCard *card_; // of the screen
   std::unique_ptr<Screen> screen_;
   std::unique_ptr<XObserver> observer_;
   Picture empty_;
@@ -121,6 +124,8 @@ TEST_F(ScreenOnDisplay, ShowsEachItemInItsPlaceAndNowhereElse) {
       {"info", "what is on now", {}, "what is on now", {0.0375, 0.45, 0.882, 0.95}},
       {"guide", "One; Two; Three", kList, "One; [Two]; Three", {0.0375, 0.1, 0.882, 0.74}},
       {"guide", "loading", {}, "loading", {0.0375, 0.1, 0.882, 0.74}},
+      {"page", "page 100 has not come yet", {}, "page 100 has not come yet", {0.25, 0.04, 0.75, 0.96}},
+      {"notice", "Recording has started", {}, "Recording has started", {0.4, 0.03, 0.8, 0.085}},
       {"menu", "Two", kList, "One; [Two]; Three", {0.0375, 0.1, 0.32, 0.485}},
       {"record indicator", "recording", {}, "recording", {0.815, 0.03, 0.9625, 0.085}},
       {"keys", "the last ten keys", {}, "the last ten keys", {0.0125, 0.56, 0.9875, 0.98}},
@@ -157,10 +162,11 @@ TEST_F(ScreenOnDisplay, ShowsTheRestInTheInformation) {
 
 TEST_F(ScreenOnDisplay, NamesTheChannelAndWhatIsOn) {
   const std::int64_t evening = WallClock(true).Now();
-  Television().Show("services", "One, Two", {{"One", "Two"}});
   Television().Show("now", "Evening News", {{}, 0, evening - 300, evening + 600});
   Television().Show("next", "The Weather");
   Television().Show("channel", "2");
+  Television().Show("services", "One, Two", {{"One", "Two"}});
+  EXPECT_EQ(Text("info:services"), "One, Two");
   EXPECT_EQ(Text("channel:text"), "2");
   EXPECT_EQ(Text("channel:name"), "Two");
   EXPECT_EQ(Text("channel:now"), "Evening News");
@@ -168,7 +174,16 @@ TEST_F(ScreenOnDisplay, NamesTheChannelAndWhatIsOn) {
   EXPECT_EQ(Text("channel:time"), "20:15 \xe2\x80\x93 20:30");
   EXPECT_EQ(Text("channel:clock"), "20:20");
   const Size bar = SizeOf("channel:progress");
+  const auto filled_between = [&](std::int64_t start, std::int64_t end) {
+    Television().Show("now", "Evening News", {{}, 0, start, end});
+    Shot();
+    return SizeOf("channel:progress.fill").width;
+  };
   EXPECT_NEAR(SizeOf("channel:progress.fill").width, bar.width / 3., 2);
+  EXPECT_NEAR(filled_between(evening - 900, evening - 300), bar.width, 2) << "it has ended";
+  EXPECT_NEAR(filled_between(evening + 300, evening + 900), 0, 2) << "it is yet to begin";
+  EXPECT_NEAR(filled_between(0, 0), 0, 2) << "its time is not known";
+  EXPECT_EQ(Text("channel:time"), "");
   Television().Show("channel", "3");
   EXPECT_EQ(Text("channel:name"), "") << "a channel without a service";
 }
@@ -178,6 +193,36 @@ TEST_F(ScreenOnDisplay, FillsTheVolumeBar) {
     Television().Show("volume", std::to_string(level));
     EXPECT_NEAR(SizeOf("volume:bar.fill").height, SizeOf("volume:bar").height * level / 100., 2) << level;
   }
+}
+
+TEST_F(ScreenOnDisplay, OutlinesCaptions) {
+  Television().Show("captions", "Here is the news.");
+  const Picture shot = Shot();
+  const auto first_row = static_cast<long>(shot.height * 0.89) * shot.width;
+  const auto count = [&](const Picture &picture, unsigned colour) {
+    return std::count(picture.pixels.begin() + first_row, picture.pixels.end(), colour);
+  };
+  EXPECT_GT(count(shot, 0xffffff), 100); // the letters
+  EXPECT_GT(count(shot, 0), 100);        // around them
+  EXPECT_EQ(count(empty_, 0), 0);
+}
+
+TEST_F(ScreenOnDisplay, ShowsTheRowsOfATeletextPageBelowEachOther) {
+  Television().Show("page", "<News> / 12", {{"  <News>", "", "  12"}});
+  EXPECT_EQ(Text("page:text"), "  &lt;News&gt;<br/><br/>  12<br/>");
+}
+
+TEST_F(ScreenOnDisplay, ShowsOnTheOverlayWhetherKeysCome) {
+  Television().Show("viewer", "ready");
+  EXPECT_EQ(Text("keys:viewer"), "ready");
+  EXPECT_EQ(screen_->Shown("viewer"), "ready");
+}
+
+TEST_F(ScreenOnDisplay, ShowsAListInPlaceOfItsText) {
+  Television().Show("guide", "loading");
+  EXPECT_EQ(Text("guide:text"), "loading");
+  Television().Show("guide", "One; Two; Three", kList);
+  EXPECT_EQ(Text("guide:text"), "");
 }
 
 TEST_F(ScreenOnDisplay, SaysThatThereIsNoSignal) {
@@ -316,15 +361,37 @@ TEST_F(ScreenOnDisplay, HasTheLastTenKeysOnTheOverlay) {
   EXPECT_THAT(screen_->Keys().Row(9), HasSubstr("  F3  release  "));
 }
 
-TEST_F(ScreenOnDisplay, ColoursTheKeysOnTheOverlay) {
-  const auto state = [&](unsigned row, const char *part) {
-    const Evas_Object *box = edje_object_part_object_get(canvas_->Theme(), "keys:rows");
-    Eina_List *rows = evas_object_box_children_get(box);
-    const std::string found =
-        edje_object_part_state_get(static_cast<Evas_Object *>(eina_list_nth(rows, row)), part, nullptr);
-    eina_list_free(rows);
-    return found;
+// A row of the overlay, from the newest on.
+Evas_Object *KeyRow(const Canvas &canvas, unsigned number) {
+  Eina_List *rows = evas_object_box_children_get(edje_object_part_object_get(canvas.Theme(), "keys:rows"));
+  auto *row = static_cast<Evas_Object *>(eina_list_nth(rows, number));
+  eina_list_free(rows);
+  return row;
+}
+
+TEST_F(ScreenOnDisplay, WritesTheOverlayWhenItIsShown) {
+  const auto written = [&] {
+    TurnLoop();
+    const char *key = edje_object_part_text_get(KeyRow(*canvas_, 0), "key");
+    return std::string(key ? key : "");
   };
+  Television().ShowKey(Journey(1));
+  EXPECT_EQ(written(), "");
+  Television().Show("keys", "the last ten keys");
+  TurnLoopUntil([&] { return written() == "F1"; });
+  Television().ShowKey(Journey(2));
+  TurnLoopUntil([&] { return written() == "F2"; });
+  Television().Hide("keys");
+  Television().ShowKey(Journey(3));
+  EXPECT_EQ(written(), "F2");
+}
+
+TEST_F(ScreenOnDisplay, ColoursTheKeysOnTheOverlay) {
+  const auto state = [&](unsigned row, const char *part) -> std::string {
+    return edje_object_part_state_get(KeyRow(*canvas_, row), part, nullptr);
+  };
+  EXPECT_EQ(state(0, "newest"), "here");
+  EXPECT_EQ(state(1, "newest"), "default");
   Television().Show("keys", "the last ten keys");
   KeyJourney taken = Journey(2);
   taken.asked = {"menu", "volume"};
@@ -350,6 +417,53 @@ TEST_F(ScreenOnDisplay, ColoursTheKeysOnTheOverlay) {
     EXPECT_EQ(state(0, "key"), kind);
     EXPECT_EQ(state(0, "kind"), kind);
   }
+}
+
+TEST_F(ScreenOnDisplay, MayGoBeforeTheOverlayIsWritten) {
+  Television().Show("keys", "the last ten keys");
+  TurnLoop();
+  Television().ShowKey(Journey(1));
+  screen_.reset();
+  TurnLoop();
+}
+
+// --- What moves ------------------------------------------------------------------------------------------------------
+
+class MovingScreen : public ScreenOnDisplay {
+protected:
+  MovingScreen() : ScreenOnDisplay(false) {}
+
+  std::string OnCard(const char *part) const { return edje_object_part_text_get(card_->Object(), part); }
+
+  // Where the mark is that moves across the card.
+  int Mark() const {
+    int x = 0;
+    edje_object_part_geometry_get(card_->Object(), "second", &x, nullptr, nullptr, nullptr);
+    return x;
+  }
+
+  // Whether the mark moves before the clock shows another second.
+  bool DoesMarkMove() {
+    const int before = Mark();
+    const std::string time = OnCard("clock");
+    TurnLoopUntil([&] { return OnCard("clock") != time || Mark() != before; });
+    return Mark() != before;
+  }
+};
+
+TEST_F(MovingScreen, HasATestCardWithChannelAndClockThatMovesWhileItCanBeSeen) {
+  EXPECT_EQ(OnCard("channel"), "Channel 1");
+  Television().Show("channel", "2");
+  EXPECT_EQ(OnCard("channel"), "Channel 2");
+  EXPECT_THAT(OnCard("clock"), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}$"));
+  EXPECT_TRUE(DoesMarkMove());
+  Television().Show("light", "red");
+  Television().Show("picture", "no signal");
+  EXPECT_FALSE(DoesMarkMove());
+  Television().Show("light", "green");
+  EXPECT_FALSE(DoesMarkMove());
+  Television().Show("picture", "moving");
+  EXPECT_TRUE(DoesMarkMove());
 }
 
 // --- Pictures of the window ------------------------------------------------------------------------------------------

@@ -57,7 +57,7 @@ std::string KeyOverlay::Row(size_t row) {
 }
 
 void KeyOverlay::WriteSoon() {
-  if (shown_ && !written_ && !job_) {
+  if (shown_ && !job_) {
     job_ = ecore_job_add(
         [](void *data) {
           auto *self = static_cast<KeyOverlay *>(data);

@@ -13,7 +13,7 @@ public:
   Rows(const Canvas &canvas, const char *box, const char *group, size_t count);
 
   size_t Count() const { return rows_.size(); }
-  Evas_Object *operator[](size_t row) const { return rows_[row]; }
+  Evas_Object *operator[](size_t row) const { return rows_.at(row); }
   // Marks the row as the one under the cursor.
   void SetCursor(size_t row) const;
 

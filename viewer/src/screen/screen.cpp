@@ -49,7 +49,7 @@ Screen::Screen(Canvas &canvas, std::unique_ptr<PictureSource> picture, WallClock
     edje_object_animation_set(theme_, EINA_FALSE);
     return;
   }
-  picture_->SetMoving(true);
+  MovePicture();
   timer_ = ecore_timer_add(
       1,
       [](void *data) -> Eina_Bool {
@@ -86,7 +86,6 @@ void Screen::Show(const std::string &item, const std::string &text, const Detail
     WriteRows("page:text", details.entries);
   } else if (item == "picture" || item == "light") {
     ShowState(item, text);
-    return;
   }
   SetShown(item, true);
 }
@@ -145,8 +144,13 @@ void Screen::Signal(const std::string &signal, const std::string &item) {
 // Items whose text is a state that the theme draws.
 void Screen::ShowState(const std::string &item, const std::string &state) {
   Signal(state, item);
+  (item == "picture" ? has_picture_ : is_lit_) = state == "moving" || state == "green";
+  MovePicture();
+}
+
+void Screen::MovePicture() {
   if (!clock_.IsStill()) {
-    picture_->SetMoving(state == "moving" || state == "green");
+    picture_->SetMoving(has_picture_ && is_lit_);
   }
 }
 

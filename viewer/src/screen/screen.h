@@ -47,6 +47,7 @@ private:
   void SetShown(const std::string &item, bool shown);
   void Signal(const std::string &signal, const std::string &item);
   void ShowState(const std::string &item, const std::string &state);
+  void MovePicture();
   void ShowChannel();
   void ShowProgress();
   void Tick();
@@ -60,5 +61,7 @@ private:
   std::vector<std::string> services_;     // names, from channel 1 on
   std::string channel_ = "1";
   Programme programme_ = {};
+  bool has_picture_ = true; // as far as is known
+  bool is_lit_ = true;      // not in standby
   Ecore_Timer *timer_ = nullptr;
 };
