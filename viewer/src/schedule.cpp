@@ -37,9 +37,9 @@ template <class Array> const char *At(const Array &array, int index) {
 
 // A recording of half a minute in every one.
 void Record(int second) {
-  if (second % 60 == 2) {
+  if (second % 60 == 1) {
     lumio::pvr::StartRecording(second / 60 + 1);
-  } else if (second % 60 == 32) {
+  } else if (second % 60 == 31) {
     lumio::pvr::StopRecording();
   }
 }
@@ -86,7 +86,7 @@ void Schedule::Broadcast() {
     BroadcastSignal(SIGNAL_TYPE_STRENGTH, 78 + second_ / 5 % 7, 92 + second_ / 5 % 3);
     BroadcastModule(second_ / 5 % static_cast<int>(kPages.size()), At(kPages, second_ / 5));
   }
-  if (second_ % 4 == 2) {
+  if (second_ % 4 == 0) {
     BroadcastCaption(At(kCaptions, second_ / 4));
   }
   BroadcastPacket(second_, "teletext page 100");

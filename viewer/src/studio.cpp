@@ -18,6 +18,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "broadcast.h"
 #include "file_descriptor.h"
@@ -188,7 +189,7 @@ constexpr Order kOrders[] = {
        BroadcastPacket(second, a.Text(1));
      }},
     {"picture FILE", "write what the window shows to a PNG file",
-     [](A a, Studio &studio) { studio.SavePicture(a.Text(0)); }},
+     [](A a, Studio &studio) { studio.TakePicture(a.Text(0)); }},
     {"play FILE", "open a transport stream, in which time passes only with advance",
      [](A a, Studio &studio) { studio.Play(a.Text(0)); }},
     {"present [HH:MM-HH:MM] TITLE", "set the present programme",
@@ -224,10 +225,22 @@ bool CanBeWaitedFor(int descriptor) {
   return epoll_ctl(set.Get(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
+// An event that orders a picture; it carries the name of its file.
+int PictureEvent() {
+  static const int type = ecore_event_type_new();
+  return type;
+}
+
+void PostPicture(void *file) {
+  const auto free_file = [](void *, void *event) { delete static_cast<std::string *>(event); };
+  ecore_event_add(PictureEvent(), file, free_file, nullptr);
+}
+
 } // namespace
 
 Studio::Studio(Presentation &screen, const Canvas &canvas, Channels &channels, bool listen)
-    : screen_(screen), canvas_(canvas), channels_(channels) {
+    : screen_(screen), canvas_(canvas), channels_(channels),
+      picture_(ecore_event_handler_add(PictureEvent(), PictureIsDue, this)) {
   if (listen && CanBeWaitedFor(STDIN_FILENO)) {
     input_ = ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, InputCame, this, nullptr, nullptr);
   } else if (listen) {
@@ -242,6 +255,7 @@ Studio::~Studio() {
   if (file_) {
     ecore_job_del(file_);
   }
+  ecore_event_handler_del(picture_);
   lumio::pvr::Shutdown();
   lumio::tv::Shutdown();
 }
@@ -250,9 +264,20 @@ void Studio::ShowSubscriptions() { screen_.Show("subscriptions", DescribeSubscri
 
 void Studio::ShowFrames() { screen_.Show("frames", std::to_string(canvas_.Frames())); }
 
-void Studio::SavePicture(const std::string &file) {
-  const bool saved = canvas_.Save(file);
-  screen_.Show("studio", (saved ? "picture written: " : "the picture cannot be written: ") + file);
+// What the services tell comes by way of the main loop. The order for the picture goes the same way, behind it; on the
+// main loop's own thread it would overtake it.
+void Studio::TakePicture(const std::string &file) {
+  lumio::tv::Flush();
+  lumio::pvr::Flush();
+  std::thread([&file] { ecore_main_loop_thread_safe_call_async(PostPicture, new std::string(file)); }).join();
+}
+
+Eina_Bool Studio::PictureIsDue(void *data, int, void *event) {
+  const auto *self = static_cast<Studio *>(data);
+  const std::string &file = *static_cast<std::string *>(event);
+  const bool saved = self->canvas_.Save(file);
+  self->screen_.Show("studio", (saved ? "picture written: " : "the picture cannot be written: ") + file);
+  return ECORE_CALLBACK_DONE;
 }
 
 void Studio::Play(const std::string &file) {

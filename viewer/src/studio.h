@@ -23,14 +23,15 @@ public:
   void ShowSubscriptions();
   // Shows how often the screen was drawn.
   void ShowFrames();
-  // Writes what is on the screen to a PNG file.
-  void SavePicture(const std::string &file);
+  // Writes what is on the screen to a PNG file, after everything that earlier orders bring about.
+  void TakePicture(const std::string &file);
   // Plays a transport stream that stands still until time passes by order.
   void Play(const std::string &file);
 
 private:
   static Eina_Bool InputCame(void *data, Ecore_Fd_Handler *handler);
   static void FileIsThere(void *data);
+  static Eina_Bool PictureIsDue(void *data, int type, void *event);
   bool Read();
   void Obey(const std::string &line);
 
@@ -40,4 +41,5 @@ private:
   Ecore_Fd_Handler *input_ = nullptr;
   Ecore_Job *file_ = nullptr; // in place of input_ where standard input is a file
   std::string pending_;       // read, not yet a whole line
+  Ecore_Event_Handler *picture_;
 };
