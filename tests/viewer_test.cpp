@@ -9,18 +9,19 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 
-#include "device_names.h"
 #include "display.h"
 #include "file_descriptor.h"
 #include "program.h"
 #include "temporary_directory.h"
+#include "viewer_tap.h"
 
 #include <X11/Xlib.h> // after gmock, whose names its macros would replace
 #include <X11/extensions/XTest.h>
@@ -81,22 +82,23 @@ class Viewer : public testing::Test {
 protected:
   Viewer() : x_(XOpenDisplay(display_.Name().c_str()), XCloseDisplay) {}
 
-  void Start(const std::vector<std::string> &options = {"--grab"}) {
+  // What the viewer's processes have in their environment.
+  Environment ViewerEnvironment() const {
     Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
     for (const auto &[name, value] : display_.Environment()) {
       environment[name] = value;
     }
-    viewer_ = std::make_unique<lumio::Program>(Command(options), environment);
+    return environment;
+  }
+
+  void Start(const std::vector<std::string> &options = {"--grab"}) {
+    viewer_ = std::make_unique<lumio::Program>(Command(options), ViewerEnvironment());
   }
 
   void StartWithoutStudio(const std::vector<std::string> &options = {}) {
-    Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
-    for (const auto &[name, value] : display_.Environment()) {
-      environment[name] = value;
-    }
     std::vector<std::string> command = {LUMIO_VIEWER, "--grab"};
     command.insert(command.end(), options.begin(), options.end());
-    viewer_ = std::make_unique<lumio::Program>(command, environment);
+    viewer_ = std::make_unique<lumio::Program>(command, ViewerEnvironment());
   }
 
   // The memory of its own that the process with the display's only window has, swapped out or not.
@@ -137,38 +139,46 @@ protected:
     ExpectLine("ready, all keys of this display come here");
   }
 
+  // Returns the next line of the viewer that `is_wanted` accepts; empty if none comes in time.
+  std::string FindLine(const std::function<bool(const std::string &line)> &is_wanted) {
+    const auto deadline = Deadline();
+    std::optional<std::string> line;
+    do {
+      line = viewer_->ReadLine(deadline);
+    } while (line && !is_wanted(*line));
+    return line.value_or("");
+  }
+
   // Returns the next line of the viewer that ends with `end`.
   std::string ExpectLine(const std::string &end) {
-    std::optional<std::string> line;
-    do {
-      line = viewer_->ReadLine(Deadline());
-    } while (line && !testing::Matches(EndsWith(end))(*line));
-    EXPECT_TRUE(line) << "the viewer does not print: " << end;
-    return line.value_or("");
+    const std::string line = FindLine(testing::Matches(EndsWith(end)));
+    EXPECT_NE(line, "") << "the viewer does not print: " << end;
+    return line;
   }
 
-  // Returns the line about the next key event.
+  // Returns the next line about a key event.
   std::string KeyLine() {
-    std::optional<std::string> line;
-    do {
-      line = viewer_->ReadLine(Deadline());
-    } while (line && (line->find("  ") == std::string::npos || line->find("  key     ") != line->find("  ")));
-    EXPECT_TRUE(line) << "the viewer prints no line about a key";
-    return line.value_or("");
+    const std::string line =
+        FindLine([](const std::string &candidate) { return candidate.find("  key     ") == candidate.find("  "); });
+    EXPECT_NE(line, "") << "the viewer prints no line about a key";
+    return line;
   }
 
-  void Tap(const std::string &key) {
+  // Returns the next line about what the key overlay shows.
+  std::string ExpectKeyOnCanvas() { return FindLine(testing::Matches(HasSubstr("  canvas  key  "))); }
+
+  void TapOnce(const std::string &key) {
     display_.Press(lumio::device::kHardwareKeys, key);
     display_.Release(lumio::device::kHardwareKeys, key);
   }
 
-  // Returns the next line about what the key overlay shows.
-  std::string ExpectKeyOnCanvas() {
-    std::optional<std::string> line;
-    do {
-      line = viewer_->ReadLine(Deadline());
-    } while (line && line->find("  canvas  key  ") == std::string::npos);
-    return line.value_or("");
+  std::string TapUntilNotDropped(const std::string &key, const std::function<void()> &tap) {
+    return ::TapUntilNotDropped(key, tap, [this, deadline = Deadline()] { return viewer_->ReadLine(deadline); });
+  }
+
+  // Taps a key that the viewer is to have, and returns its line about the press.
+  std::string Tap(const std::string &key) {
+    return TapUntilNotDropped(key, [&] { TapOnce(key); });
   }
 
   // Clicks with the mouse at a place in parts of the window's size.
@@ -231,8 +241,7 @@ TEST_F(Viewer, HasAWindowWithTitleAndFocus) {
 
 TEST_F(Viewer, PrintsEachKey) {
   StartAndTakeKeyboard();
-  Tap("F5");
-  EXPECT_THAT(KeyLine(), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  key     F5 +press    other "
+  EXPECT_THAT(Tap("F5"), testing::ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  key     F5 +press    other "
                                                 "device    asked menu, power, volume, channel, info, guide, data, "
                                                 "captions, recorder, teletext, panels, logger  "
                                                 "taken by nobody  [0-9]+\\.[0-9]{3} ms$"));
@@ -247,8 +256,7 @@ TEST_F(Viewer, TakesTheKeyboardWhenAnotherClientLetsGoOfIt) {
   XUngrabKeyboard(x_.get(), CurrentTime);
   XSync(x_.get(), False);
   ExpectLine("ready, all keys of this display come here");
-  Tap("F5");
-  EXPECT_THAT(KeyLine(), HasSubstr("  F5  "));
+  EXPECT_NE(Tap("F5"), "");
 }
 
 TEST_F(Viewer, RefusesOrdersThatTheStudioDoesNotUnderstand) {
@@ -298,8 +306,9 @@ protected:
 
   // Waits until the viewer has printed a line with each of these ends, in whatever order.
   void ExpectLines(std::vector<std::string> ends) {
+    const auto deadline = Deadline();
     while (!ends.empty()) {
-      const auto line = viewer_->ReadLine(Deadline());
+      const auto line = viewer_->ReadLine(deadline);
       ASSERT_TRUE(line) << "the viewer does not print: " << testing::PrintToString(ends);
       ends.erase(std::remove_if(ends.begin(), ends.end(),
                                 [&](const std::string &end) { return testing::Matches(EndsWith(end))(*line); }),
@@ -388,11 +397,11 @@ TEST_F(Viewer, TakesKeysOnlyWhileItHasTheFocus) {
   XSetInputFocus(x_.get(), DefaultRootWindow(x_.get()), RevertToNone, CurrentTime);
   XSync(x_.get(), False);
   ExpectLine("elsewhere: no keys come");
-  Tap("F6");
+  TapOnce("F6");
   XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
   XSync(x_.get(), False);
   ExpectLine("here: keys come");
-  Tap("F7");
+  TapOnce("F7");
   EXPECT_THAT(KeyLine(), HasSubstr("  F7  "));
 }
 
@@ -408,76 +417,125 @@ TEST_F(Viewer, SaysWhenAnotherViewerHasTheKeys) {
 
 TEST_F(Viewer, PutsTheLineOfAKeyAheadOfWhatTheKeyBringsAbout) {
   StartAndTakeKeyboard();
-  Tap("XF86AudioRaiseVolume");
-  const std::string key = KeyLine();
+  const std::string key = Tap("XF86AudioRaiseVolume");
   EXPECT_THAT(key, HasSubstr("  key     XF86AudioRaiseVolume  press"));
   const std::string volume = *viewer_->ReadLine(Deadline());
   EXPECT_THAT(volume, EndsWith("  screen  volume                11"));
   EXPECT_LE(key.substr(0, 12), volume.substr(0, 12));
 }
 
-TEST_F(Viewer, TakesEveryKeyThatItsHelpNames) {
-  const Ended help = RunToEnd("--help", {});
+// The first column of the list of keys in the help.
+std::set<std::string> KeysOfHelp() {
+  std::istringstream help(RunToEnd("--help", {}).output);
+  std::set<std::string> keys;
+  bool is_in_list = false;
+  for (std::string line; std::getline(help, line); is_in_list |= line.rfind("Keys", 0) == 0) {
+    const size_t start = line.find_first_not_of(' ');
+    if (is_in_list && start != std::string::npos) {
+      keys.insert(line.substr(start, line.find("  ", start) - start));
+    }
+  }
+  return keys;
+}
+
+TEST_F(Viewer, TakesTheKeysThatItsHelpNamesAndNoOthers) {
+  const std::pair<const char *, std::vector<const char *>> named[] = {
+      {"F1", {"F1"}},
+      {"F2", {"F2"}},
+      {"Menu or m", {"Menu", "Up", "Down", "Return", "Escape", "m", "Escape"}},
+      {"+ and -, XF86Audio{Raise,Lower}Volume",
+       {"KP_Add", "minus", "KP_Subtract", "XF86AudioRaiseVolume", "XF86AudioLowerVolume"}},
+      {"Up, Down, Page Up, Page Down, 1 to 9,",
+       {"Up", "Down", "Prior", "Next", "1", "2", "3", "4", "5", "6", "7", "8", "9"}},
+      {"XF86RaiseChannel, XF86LowerChannel", {"XF86RaiseChannel", "XF86LowerChannel"}},
+      {"i or XF86Info", {"i", "XF86Info"}},
+      {"g or XF86Option", {"g", "Up", "Down", "g", "XF86Option", "XF86Option"}},
+      {"c", {"c"}},
+      {"t", {"t"}},
+      {"o or XF86AudioRecord", {"o", "XF86AudioRecord"}},
+      {"r or XF86Red", {"r", "XF86Red"}},
+      {"s or XF86Standby", {"s"}}, // no key of the display has the other symbol
+      {"q or XF86PowerOff", {}}}; // below
+  std::set<std::string> columns;
   StartAndTakeKeyboard();
-  for (const char *key : {"F1",
-                          "F2",
-                          "Menu",
-                          "Up",
-                          "Down",
-                          "Return",
-                          "Escape",
-                          "m",
-                          "Escape",
-                          "XF86AudioRaiseVolume",
-                          "XF86AudioLowerVolume",
-                          "minus",
-                          "KP_Add",
-                          "KP_Subtract",
-                          "Up",
-                          "Down",
-                          "Prior",
-                          "Next",
-                          "1",
-                          "9",
-                          "XF86RaiseChannel",
-                          "XF86LowerChannel",
-                          "i",
-                          "XF86Info",
-                          "g",
-                          "g",
-                          "XF86Option",
-                          "Down",
-                          "XF86Option",
-                          "c",
-                          "r",
-                          "XF86Red",
-                          "s"}) {
-    Tap(key);
-    EXPECT_THAT(KeyLine(), AllOf(HasSubstr("  " + std::string(key) + " "), HasSubstr("  taken by "),
-                                 testing::Not(HasSubstr("taken by nobody"))));
-    KeyLine();
+  for (const auto &[column, keys] : named) {
+    columns.insert(column);
+    for (const char *key : keys) {
+      EXPECT_THAT(Tap(key), AllOf(HasSubstr("  taken by "), testing::Not(HasSubstr("taken by nobody"))));
+    }
+  }
+  EXPECT_EQ(KeysOfHelp(), columns);
+  for (const char *key : {"0", "a", "b", "d", "e", "f", "h",  "j",      "k",      "l",    "n",    "p",
+                          "u", "v", "w", "x", "y", "z", "F3", "Return", "Escape", "Left", "Right"}) {
+    EXPECT_THAT(Tap(key), HasSubstr("  taken by nobody  "));
   }
   Tap("XF86PowerOff");
   ExpectOrderlyEnd();
 }
 
+TEST_F(Viewer, ShowsAndHidesTheAidsByKey) {
+  StartAndTakeKeyboard();
+  for (const auto &[key, item] :
+       {std::pair{"F1", "  canvas  keys                  "}, {"F2", "  canvas  remote                "}}) {
+    Tap(key);
+    EXPECT_THAT(FindLine(testing::Matches(HasSubstr(item))), testing::Not(EndsWith("(hidden)")));
+    Tap(key);
+    EXPECT_THAT(FindLine(testing::Matches(HasSubstr(item))), EndsWith("(hidden)"));
+  }
+}
+
+TEST_F(Viewer, TakesKeysWhateverHappensToItsWindow) {
+  Start({});
+  ExpectLine("here: keys come");
+  const Window window = FocusedWindow();
+  const auto expect_key = [&](const char *when) { EXPECT_NE(Tap("F5"), "") << when; };
+  XResizeWindow(x_.get(), window, 640, 360);
+  XSync(x_.get(), False);
+  expect_key("after a change of its size");
+  XSetWindowAttributes unmanaged = {};
+  unmanaged.override_redirect = True;
+  const Window cover = XCreateWindow(x_.get(), DefaultRootWindow(x_.get()), 0, 0, 800, 600, 0, CopyFromParent,
+                                     InputOutput, nullptr, CWOverrideRedirect, &unmanaged);
+  XMapRaised(x_.get(), cover);
+  XSync(x_.get(), False);
+  expect_key("below another window");
+  XDestroyWindow(x_.get(), cover);
+  XUnmapWindow(x_.get(), window); // as a window manager makes it an icon
+  XSync(x_.get(), False);
+  ExpectLine("elsewhere: no keys come");
+  TapOnce("F6");
+  XMapWindow(x_.get(), window);
+  XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
+  XSync(x_.get(), False);
+  ExpectLine("here: keys come");
+  TapOnce("F7");
+  EXPECT_THAT(KeyLine(), HasSubstr("  F7  "));
+}
+
 TEST_F(Viewer, TakesPlusOnKeyboardsOfSeveralCountries) {
   StartAndTakeKeyboard();
   int volume = 10;
-  for (const auto &[layout, is_shifted] : {std::pair{"us", true}, {"de", false}, {"fr", true}, {"se", false}}) {
+  const struct {
+    const char *layout;
+    const char *key; // that has the plus
+    bool is_shifted;
+  } keyboards[] = {{"us", "equal", true}, {"de", "plus", false}, {"fr", "equal", true}, {"se", "plus", false}};
+  for (const auto &[layout, key, is_shifted] : keyboards) {
     SCOPED_TRACE(layout);
     const std::string command = "setxkbmap -display " + display_.Name() + " -layout " + layout;
     ASSERT_EQ(std::system(command.c_str()), 0);
     x_.reset(XOpenDisplay(display_.Name().c_str())); // which reads the new keymap
     const KeyCode shift = XKeysymToKeycode(x_.get(), XK_Shift_L);
     const KeyCode plus = XKeysymToKeycode(x_.get(), XK_plus);
-    for (const Bool down : {True, False}) {
-      if (is_shifted) {
-        XTestFakeKeyEvent(x_.get(), shift, down, CurrentTime);
+    TapUntilNotDropped(key, [&, is_shifted = is_shifted] {
+      for (const Bool down : {True, False}) {
+        if (is_shifted) {
+          XTestFakeKeyEvent(x_.get(), shift, down, CurrentTime);
+        }
+        XTestFakeKeyEvent(x_.get(), plus, down, CurrentTime);
       }
-      XTestFakeKeyEvent(x_.get(), plus, down, CurrentTime);
-    }
-    XSync(x_.get(), False);
+      XSync(x_.get(), False);
+    });
     ExpectLine("  canvas  volume                " + std::to_string(++volume));
   }
 }
@@ -501,12 +559,27 @@ TEST_F(Viewer, ShowsEachRepetitionOfAHeldKey) {
   EXPECT_THAT(line, HasSubstr("  Prior  release  "));
 }
 
+std::string ContentOf(const std::string &file) {
+  std::ostringstream content;
+  content << std::ifstream(file).rdbuf();
+  return content.str();
+}
+
+// A caption comes by way of the TV service, a recording by way of the PVR service.
 TEST_F(Viewer, TakesAPictureAfterTheOrdersBeforeIt) {
+  const auto picture_after = [&](const std::string &orders, const std::string &name) {
+    const std::string file = store_ / name;
+    viewer_->WriteLine(orders + "picture " + file); // at once
+    ExpectLine("  studio                picture written: " + file);
+    return ContentOf(file);
+  };
   StartAndTakeKeyboard();
-  viewer_->WriteLine("disk-space 0");
-  viewer_->WriteLine("picture " + (store_ / "picture.png"));
-  ExpectLine("  studio                picture written: " + (store_ / "picture.png"));
-  EXPECT_GT(std::filesystem::file_size(store_ / "picture.png"), 0U);
+  const std::string empty = picture_after("", "empty.png");
+  EXPECT_NE(empty, "");
+  const std::string caption = picture_after("caption Good evening.\n", "caption.png");
+  EXPECT_NE(caption, empty);
+  EXPECT_EQ(picture_after("", "again.png"), caption); // with all of the caption
+  EXPECT_NE(picture_after("record 7\n", "recording.png"), caption);
   viewer_->WriteLine("picture " + (store_ / "none/picture.png"));
   ExpectLine("  studio                the picture cannot be written: " + (store_ / "none/picture.png"));
 }
@@ -545,11 +618,7 @@ TEST_F(Viewer, TakesOrdersFromAFile) {
   std::ofstream(orders) << "caption Good evening.\nsing\n";
   std::vector<std::string> command = Command({});
   command[2] = "exec \"$0\" \"$@\" 2>&1 <" + orders;
-  Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}};
-  for (const auto &[name, value] : display_.Environment()) {
-    environment[name] = value;
-  }
-  viewer_ = std::make_unique<lumio::Program>(command, environment);
+  viewer_ = std::make_unique<lumio::Program>(command, ViewerEnvironment());
   EXPECT_THAT(ExpectLine("(\"help\" lists the orders)"), HasSubstr("  not understood: sing "));
   ExpectLine("  captions              Good evening.");
 }
@@ -572,28 +641,50 @@ TEST_F(Viewer, PressesKeysOfTheKeymapWithTheButtonsOfItsRemoteControl) {
   Tap("F9"); // of a device with keys that the XTEST keyboard lacks
   EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  F9  press  HWKeys  "));
   ExpectKeyOnCanvas();
-  Click(window, 0.82, 0.23); // the core keyboard takes over the keymap of the device that sends
-  EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  1  press  "));
+  const auto click = [&](const std::pair<double, double> &place, const std::string &key) {
+    return TapUntilNotDropped(key, [&] { Click(window, place.first, place.second); });
+  };
+  click({0.82, 0.23}, "1"); // the core keyboard takes over the keymap of the device that sends
+  ExpectKeyOnCanvas();
   ExpectKeyOnCanvas();
   const std::vector<KeySym> keymap = Keymap(x_.get());
-  // In the order of its lines of three, two or three buttons, in parts of the window.
-  const std::pair<std::pair<double, double>, const char *> buttons[] = {{{0.83, 0.13}, "XF86Standby"},
-                                                                        {{0.82, 0.23}, "1"},
-                                                                        {{0.885, 0.33}, "5"},
-                                                                        {{0.95, 0.43}, "9"},
-                                                                        {{0.83, 0.52}, "XF86AudioRaiseVolume"},
-                                                                        {{0.94, 0.52}, "Prior"},
-                                                                        {{0.885, 0.72}, "Up"},
-                                                                        {{0.885, 0.82}, "Return"},
-                                                                        {{0.95, 0.92}, "r"}};
-  for (const auto &[place, key] : buttons) {
-    Click(window, place.first, place.second);
-    const std::string line = ExpectKeyOnCanvas();
-    EXPECT_THAT(line,
+  // In the order of its lines, of two or three buttons each, in parts of the window. The menu is open for its keys.
+  constexpr double kLeft = 0.825, kMiddle = 0.886, kRight = 0.948, kHalfLeft = 0.84, kHalfRight = 0.933;
+  constexpr auto line = [](int number) { return 0.13 + 0.0866 * number; };
+  const struct {
+    std::pair<double, double> place;
+    const char *key, *taker;
+  } buttons[] = {{{kHalfLeft, line(0)}, "XF86Standby", "power"},
+                 {{kLeft, line(1)}, "1", "channel"},
+                 {{kMiddle, line(1)}, "2", "channel"},
+                 {{kRight, line(1)}, "3", "channel"},
+                 {{kLeft, line(2)}, "4", "channel"},
+                 {{kMiddle, line(2)}, "5", "channel"},
+                 {{kRight, line(2)}, "6", "channel"},
+                 {{kLeft, line(3)}, "7", "channel"},
+                 {{kMiddle, line(3)}, "8", "channel"},
+                 {{kRight, line(3)}, "9", "channel"},
+                 {{kHalfLeft, line(4)}, "XF86AudioRaiseVolume", "volume"},
+                 {{kHalfRight, line(4)}, "Prior", "channel"},
+                 {{kHalfLeft, line(5)}, "XF86AudioLowerVolume", "volume"},
+                 {{kHalfRight, line(5)}, "Next", "channel"},
+                 {{kLeft, line(6)}, "Menu", "menu"},
+                 {{kMiddle, line(6)}, "Up", "menu"},
+                 {{kMiddle, line(7)}, "Return", "menu"},
+                 {{kMiddle, line(8)}, "Down", "menu"},
+                 {{kLeft, line(7)}, "Escape", "menu"},
+                 {{kRight, line(6)}, "g", "guide"},
+                 {{kRight, line(7)}, "i", "info"},
+                 {{kLeft, line(8)}, "c", "captions"},
+                 {{kRight, line(8)}, "t", "teletext"},
+                 {{kHalfLeft, line(9)}, "r", "data"},
+                 {{kHalfRight, line(9)}, "o", "recorder"},
+                 {{kHalfRight, line(0)}, "F1", "panels"}}; // makes the remote control smaller
+  for (const auto &[place, key, taker] : buttons) {
+    SCOPED_TRACE(key);
+    EXPECT_THAT(click(place, key), HasSubstr("  taken by " + std::string(taker) + "  "));
+    EXPECT_THAT(ExpectKeyOnCanvas(),
                 AllOf(HasSubstr("  " + std::string(key) + "  press  "), HasSubstr("  Virtual core XTEST keyboard  ")));
-    if (line.find("  XF86Standby  ") != std::string::npos) {
-      EXPECT_THAT(line, HasSubstr("  taken by power  "));
-    }
     EXPECT_THAT(ExpectKeyOnCanvas(), HasSubstr("  " + std::string(key) + "  release  "));
   }
   EXPECT_EQ(FocusedWindow(), window);
@@ -608,20 +699,48 @@ TEST_F(Viewer, HasSomethingToShowOfEveryModuleByItself) {
       "light",        "picture",    "tuner",       "services",         "now",         "next",    "teletext", "captions",
       "stream meter", "transcript", "recorder",    "record indicator", "layout",      "channel", "volume",   "info",
       "guide",        "menu",       "unused keys", "viewer",           "data service"};
-  const auto read_until = [&](const std::function<bool(const std::string &line)> &last) {
-    std::optional<std::string> line;
-    do {
-      line = viewer_->ReadLine(Deadline());
-      missing.erase(ItemOf(line.value_or("")));
-    } while (line && !last(*line));
+  const auto read = [&, deadline = Deadline()] {
+    const auto line = viewer_->ReadLine(deadline);
+    missing.erase(ItemOf(line.value_or("")));
+    return line;
   };
-  read_until([](const std::string &line) { return line.find("all keys of this display") != std::string::npos; });
-  for (const char *key : {"Up", "XF86AudioRaiseVolume", "i", "g", "r", "F5", "m"}) {
-    Tap(key);
-    read_until([](const std::string &line) { return line.find("  release  ") != std::string::npos; });
+  while (missing.count("viewer") && read()) { // until it takes keys
   }
-  read_until([&](const std::string &) { return missing.empty(); });
+  for (const char *key : {"Up", "XF86AudioRaiseVolume", "i", "g", "r", "F5", "m"}) {
+    ::TapUntilNotDropped(display_, key, read);
+  }
+  while (!missing.empty() && read()) {
+  }
   EXPECT_THAT(missing, testing::IsEmpty());
+}
+
+TEST_F(Viewer, HasProgrammesOfItsOwnOnEachChannel) {
+  StartWithoutStudio();
+  ExpectLine("all keys of this display come here");
+  std::map<std::string, std::set<std::string>> titles; // by item
+  std::map<std::string, std::string> last;
+  const auto read_next_title = [&](const std::string &item) {
+    const std::string line = FindLine([&](const std::string &candidate) { // those of a channel come more than once
+      return ItemOf(candidate) == item && candidate.substr(candidate.rfind("  ")) != last[item];
+    });
+    ASSERT_NE(line, "") << item;
+    last[item] = line.substr(line.rfind("  "));
+    titles[item].insert(last[item]);
+  };
+  const auto half_hour = [] { return std::time(nullptr) / 1800; }; // when all programmes change
+  std::time_t begun = 0;
+  do {
+    begun = half_hour();
+    titles.clear();
+    for (int channel = 1; channel <= 9; ++channel) {
+      Tap(std::to_string(channel));
+      read_next_title("now");
+      read_next_title("next");
+    }
+  } while (begun != half_hour() && !HasFatalFailure());
+  EXPECT_EQ(titles["now"].size(), 9U);
+  EXPECT_EQ(titles["next"].size(), 9U);
+  EXPECT_NE(last["now"], last["next"]);
 }
 
 #if !defined(__SANITIZE_ADDRESS__) &&                                                                                  \
@@ -634,8 +753,7 @@ TEST_F(Viewer, KeepsNoMemoryOfThousandsOfKeys) {
     const int before = OwnKilobytes();
     for (int i = 0; i < 500; ++i) {
       Tap("XF86AudioRaiseVolume");
-      KeyLine();
-      KeyLine();
+      KeyLine(); // about the release
     }
     return OwnKilobytes() - before;
   };
@@ -679,7 +797,7 @@ protected:
   void StartWithABusyModule() {
     Start({"--grab", "--guide", pipe_});
     ExpectLine("all keys of this display come here");
-    Tap("g");
+    TapOnce("g"); // its line comes when the module has the time for it
     ExpectLine("loading");
   }
 
@@ -687,14 +805,12 @@ protected:
   void StartWithFullOutput(const std::string &redirection) {
     std::vector<std::string> command = Command({"--grab"});
     command[2] = "exec \"$0\" \"$@\" " + redirection;
-    Environment environment = {{"LUMIO_LOG", "none"}, {"LUMIO_VCONF_DIR", store_ / "vconf"}, {"OUTPUT", pipe_}};
-    for (const auto &[name, value] : display_.Environment()) {
-      environment[name] = value;
-    }
+    Environment environment = ViewerEnvironment();
+    environment["OUTPUT"] = pipe_;
     output_.open(pipe_, std::ios::in | std::ios::out);
     viewer_ = std::make_unique<lumio::Program>(command, environment);
     ReadOutputUntil("all keys of this display come here");
-    Tap("F5");
+    TapOnce("F5");
     ReadOutputUntil("  canvas  key                   ");
     ReadOutputUntil("  release  ");
     const lumio::FileDescriptor full(open(pipe_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
@@ -741,6 +857,18 @@ TEST_F(HangingViewer, EndsHoweverOftenItIsAsked) {
     status = viewer_->Wait(lumio::Clock::now() + std::chrono::milliseconds(100));
   } while (!status && lumio::Clock::now() < deadline);
   EXPECT_EQ(EXIT_FAILURE, status);
+}
+
+TEST_F(HangingViewer, EndsWhenAServiceDoesNotStop) {
+  Environment environment = ViewerEnvironment();
+  environment["LD_PRELOAD"] = HANGING_SERVICE;
+  environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  viewer_ = std::make_unique<lumio::Program>(Command({"--grab"}), environment);
+  ExpectLine("all keys of this display come here");
+  viewer_->Signal(SIGTERM);
+  ExpectLine("the TV service hangs");
+  ExpectLine(kHangs);
+  ExpectFailure();
 }
 
 TEST_F(HangingViewer, EndsWhenItsEndHangs) {

@@ -38,7 +38,9 @@ const std::vector<RemoteControl::Plan> &Plans() {
       {"Info", {"XF86Info", "i"}, 7, 8, 4},
       {"CC", {"c"}, 8, 0, 4},
       {"\xe2\x96\xbc", {"Down"}, 8, 4, 4},
-      {"Red", {"XF86Red", "r"}, 8, 8, 4},
+      {"Text", {"t"}, 8, 8, 4},
+      {"Red", {"XF86Red", "r"}, 9, 0, 6},
+      {"Record", {"XF86AudioRecord", "o"}, 9, 6, 6},
   };
   return plans;
 }
