@@ -49,13 +49,14 @@ Canvas::Canvas(const std::string &theme_file)
     ecore_evas_free(window_);
     throw std::runtime_error("the theme " + theme_file + " cannot be read");
   }
+  evas_event_callback_add(ecore_evas_get(window_), EVAS_CALLBACK_RENDER_PRE, DrawingBegins, this);
   evas_event_callback_add(ecore_evas_get(window_), EVAS_CALLBACK_RENDER_POST, Drawn, this);
   Fit();
   ecore_evas_show(window_);
 }
 
 Canvas::~Canvas() {
-  evas_sync(ecore_evas_get(window_)); // a thread may still draw into what is freed here
+  FinishDrawing(); // into what is freed here
   ecore_evas_free(window_);
 }
 
@@ -72,10 +73,17 @@ Evas_Object *Canvas::Add(const char *group) const {
 }
 
 void Canvas::Draw() const {
-  evas_sync(ecore_evas_get(window_)); // otherwise a frame that is being drawn would be mistaken for this one
+  FinishDrawing(); // otherwise a frame that is being drawn would be mistaken for this one
   ecore_evas_manual_render(window_);
-  evas_sync(ecore_evas_get(window_));
+  FinishDrawing();
   ecore_x_sync();
+}
+
+// Evas stops waiting for its thread where a busy machine keeps that from drawing.
+void Canvas::FinishDrawing() const {
+  do {
+    evas_sync(ecore_evas_get(window_));
+  } while (is_drawing_);
 }
 
 // Asks the X server, which knows best what can be seen.
@@ -107,7 +115,13 @@ bool Canvas::Save(const std::string &file) const {
 
 void Canvas::Resized(Ecore_Evas *window) { static_cast<Canvas *>(ecore_evas_data_get(window, kData))->Fit(); }
 
-void Canvas::Drawn(void *data, Evas *, void *) { ++static_cast<Canvas *>(data)->frames_; }
+void Canvas::DrawingBegins(void *data, Evas *, void *) { static_cast<Canvas *>(data)->is_drawing_ = true; }
+
+void Canvas::Drawn(void *data, Evas *, void *) {
+  auto *self = static_cast<Canvas *>(data);
+  self->is_drawing_ = false;
+  ++self->frames_;
+}
 
 void Canvas::Fit() const {
   int width = 0;

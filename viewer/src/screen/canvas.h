@@ -31,7 +31,9 @@ public:
 
 private:
   static void Resized(Ecore_Evas *window);
+  static void DrawingBegins(void *data, Evas *evas, void *event);
   static void Drawn(void *data, Evas *evas, void *event);
+  void FinishDrawing() const;
   void Fit() const;
 
   FrameClock frame_clock_;
@@ -39,5 +41,6 @@ private:
   Ecore_Evas *window_;
   Evas_Object *border_ = nullptr; // black, where a window is not 16:9
   Evas_Object *theme_ = nullptr;
+  bool is_drawing_ = false; // on a thread of Evas
   unsigned frames_ = 0;
 };

@@ -2,7 +2,6 @@
 
 #include <Edje.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace {
@@ -30,10 +29,6 @@ std::string Text(Evas_Object *theme, const std::string &part) {
   std::string shown = !text ? "" : is_markup ? plain : text;
   std::free(plain);
   return shown;
-}
-
-void SetLevel(Evas_Object *theme, const char *part, double x, double y) {
-  edje_object_part_drag_value_set(theme, part, std::clamp(x, 0., 1.), std::clamp(y, 0., 1.));
 }
 
 } // namespace
@@ -81,7 +76,7 @@ void Screen::Show(const std::string &item, const std::string &text, const Detail
     programme_ = {details.start, details.end};
     ShowProgress();
   } else if (item == "volume") {
-    SetLevel(theme_, "volume:bar.level", 0, std::atoi(text.c_str()) / kLoudest);
+    edje_object_part_drag_value_set(theme_, "volume:bar.level", 0, std::atoi(text.c_str()) / kLoudest);
   } else if (item == "page" && !details.entries.empty()) {
     WriteRows("page:text", details.entries);
   } else if (item == "picture" || item == "light") {
@@ -163,8 +158,9 @@ void Screen::ShowChannel() {
 void Screen::ShowProgress() {
   const std::int64_t duration = programme_.end - programme_.start;
   const std::int64_t passed = clock_.Now() - programme_.start;
-  SetLevel(theme_, "channel:progress.level",
-           duration > 0 ? static_cast<double>(passed) / static_cast<double>(duration) : 0, 0);
+  // Edje keeps the level within the bar.
+  edje_object_part_drag_value_set(theme_, "channel:progress.level",
+                                  duration > 0 ? static_cast<double>(passed) / static_cast<double>(duration) : 0, 0);
   Write("time", duration > 0 ? HourAndMinute(programme_.start) + " \xe2\x80\x93 " + HourAndMinute(programme_.end) : "");
 }
 
