@@ -68,13 +68,15 @@ bool IsKey(const std::string &line) { return line.size() > 6 && line[5] >= '0' &
 
 TEST(Demo, PlaysAsScriptedAndLogsTheSame) {
   const lumio::TemporaryDirectory directory;
+  const std::string log = directory / "keys.log";
+  setenv("LUMIO_LOG", log.c_str(), 1);
   std::vector<Matcher<std::string>> expected;
   for (const std::string &line : LinesOf({LUMIO_DIRECTOR, "--keep", directory / ""})) {
     if (line.find(": asked ") != std::string::npos) {
       expected.push_back(Expected(line));
     }
   }
-  std::vector<std::string> keys = LinesOf({LUMIO_KEYLOG, directory / "evening.log"});
+  std::vector<std::string> keys = LinesOf({LUMIO_KEYLOG, log});
   keys.erase(std::find(keys.begin(), keys.end(), ""), keys.end()); // the counts
   keys.erase(std::remove_if(keys.begin(), keys.end(), [](const std::string &line) { return !IsKey(line); }),
              keys.end());

@@ -455,7 +455,7 @@ TEST_F(Viewer, TakesTheKeysThatItsHelpNamesAndNoOthers) {
       {"o or XF86AudioRecord", {"o", "XF86AudioRecord"}},
       {"r or XF86Red", {"r", "XF86Red"}},
       {"s or XF86Standby", {"s"}}, // no key of the display has the other symbol
-      {"q or XF86PowerOff", {}}}; // below
+      {"q or XF86PowerOff", {}}};  // below
   std::set<std::string> columns;
   StartAndTakeKeyboard();
   for (const auto &[column, keys] : named) {

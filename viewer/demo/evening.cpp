@@ -75,7 +75,8 @@ std::vector<std::string> ViewerCommand(std::vector<std::string> command, const s
 }
 
 std::map<std::string, std::string> Environment(const lumio::PrivateDisplay &display, const std::string &directory) {
-  std::map<std::string, std::string> environment = {{"LUMIO_LOG", directory + "/evening.log"},
+  const char *log = std::getenv("LUMIO_LOG");
+  std::map<std::string, std::string> environment = {{"LUMIO_LOG", log && *log ? log : directory + "/evening.log"},
                                                     {"LUMIO_VCONF_DIR", directory + "/evening.vconf"}};
   for (const auto &[name, value] : display.Environment()) {
     environment[name] = value;

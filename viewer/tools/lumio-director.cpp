@@ -31,7 +31,8 @@ constexpr char kUsage[] = R"(usage: lumio-director [--keep DIR] [--under COMMAND
 Plays an evening of television: starts an X server with the input devices of a television, runs the viewer on it and
 presses keys. Exits with status 0 if the viewer prints everything that is expected.
 
-  --keep DIR       keep the viewer's log (DIR/evening.log), its store, and a page with a picture of each scene (DIR/index.html)
+  --keep DIR       keep the viewer's log (DIR/evening.log unless LUMIO_LOG names another), its store, and a page with a
+                   picture of each scene (DIR/index.html)
   --under COMMAND  run the viewer under another program: COMMAND is its name and options, for example "lumio-trace --json"
   --scripted       leave out the transport stream at the end
 )";
