@@ -28,10 +28,11 @@ using lumio::trace::EventClass;
 using lumio::trace::RecordedEvent;
 using lumio::trace::Recording;
 
-constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER] [OPTION]... FILE PROGRAM [ARGUMENT]...
+constexpr char kUsage[] = R"(usage: lumio-replay [--speed=NUMBER | --skip-waits] [OPTION]... FILE PROGRAM [ARGUMENT]...
 Runs PROGRAM on a private display and plays to it the session that lumio-trace --record=FILE recorded.
 
   --speed=NUMBER  play NUMBER times as fast; decisions are the same only at speed 1
+  --skip-waits    let the program's clock jump over waits; decisions are the same
   OPTION          an option of lumio-trace, for the trace of the replay
 )";
 
@@ -39,6 +40,7 @@ constexpr int kUsageError = 2;
 
 struct Request {
   std::string speed = "1";
+  bool skip_waits = false;
   std::vector<std::string> trace_options;
   std::string file;
   std::vector<std::string> command;
@@ -91,8 +93,8 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
     setenv(name.c_str(), value.c_str(), 1);
   }
   setenv("LUMIO_VCONF_DIR", store.c_str(), 1);
-  const std::string replay =
-      request.speed + " " + std::to_string(player) + " " + std::filesystem::absolute(request.file).string();
+  const std::string replay = request.speed + (request.skip_waits ? " 1 " : " 0 ") + std::to_string(player) + " " +
+                             std::filesystem::absolute(request.file).string();
   setenv(lumio::trace::kReplayVariable, replay.c_str(), 1);
   std::vector<std::string> words = {std::filesystem::read_symlink("/proc/self/exe").parent_path() / "lumio-trace"};
   words.insert(words.end(), request.trace_options.begin(), request.trace_options.end());
@@ -180,6 +182,8 @@ Request ReadArguments(int argc, char **argv) {
     const std::string option = argv[at];
     if (option.rfind("--speed=", 0) == 0) {
       request.speed = option.substr(8);
+    } else if (option == "--skip-waits") {
+      request.skip_waits = true;
     } else {
       request.trace_options.push_back(option);
       if (option == "-o" && at + 1 < argc) {

@@ -142,7 +142,7 @@ void TakeReplay(Options &options) {
     return;
   }
   std::istringstream words(replay);
-  words >> options.speed >> options.replay_keys >> std::ws;
+  words >> options.speed >> options.skip_waits >> options.replay_keys >> std::ws;
   std::getline(words, options.replay);
   unsetenv(lumio::trace::kReplayVariable);
 }

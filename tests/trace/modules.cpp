@@ -10,6 +10,7 @@
 #include <lumio-host/pvr-control.h>
 #include <lumio-host/tv-control.h>
 #include <unistd.h>
+#include <vconf.h>
 
 #include <chrono>
 #include <cstdio>
@@ -45,10 +46,12 @@ int OnLastSignal(ESignalType, TSSignalData, void *) {
 void OnProgram(EProgramChangeType, TCProgramData *, int, int) {}
 void OnSection(bool, unsigned short, unsigned char *, int) {}
 void OnPes(TSPESData &, void *) {}
+void OnCaption(TSCaption &, void *) {}
 void OnDsm(TSDsmMessage &) {}
 void OnResult(ps_result_thirdpart, void *) {}
 bool OnPvrState(pvr_state_e, void *) { return true; }
 void OnState(ELUMIO_STATE, void *) {}
+void OnOtherState(ELUMIO_STATE, void *) {}
 
 void RegisterInside(ELUMIO_STATE, void *) {
   CLumioStateSubscriber("inner").RegisterLumioStateChangeCb(OnState, nullptr);
@@ -58,10 +61,19 @@ void RegisterPvrInside(ps_result_thirdpart, void *) {
   CPvrServiceSubscriber("inner").RegisterPvrStateCb(OnPvrState, nullptr);
 }
 
-void Press(const char *name) {
+void Send(int type, const char *name, unsigned timestamp) {
   auto *key = static_cast<Ecore_Event_Key *>(calloc(1, sizeof(Ecore_Event_Key)));
   key->keyname = name;
-  ecore_event_add(ECORE_EVENT_KEY_DOWN, key, nullptr, nullptr);
+  key->timestamp = timestamp;
+  ecore_event_add(type, key, nullptr, nullptr);
+}
+
+void Press(const char *name) { Send(ECORE_EVENT_KEY_DOWN, name, 0); }
+
+// Sends a key, and has it handled before the next one.
+void SendAlone(int type, const char *name, unsigned timestamp) {
+  Send(type, name, timestamp);
+  ecore_main_loop_iterate();
 }
 
 lumio_kevent *Domain() { return lumio_kevent_init("menu"); }
@@ -76,6 +88,12 @@ void SubscribeSignal(const std::string &name) {
   CTVServiceSubscriber module(name);
   module.SetSignalCallback(OnSignal);
   module.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+}
+
+unsigned Attach(CTVServiceSubscriber &module, CTVServiceSubscriber::DsmCallback callback) {
+  unsigned session = 0;
+  module.AttachDsm(callback, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+  return session;
 }
 
 // --- Correct use -----------------------------------------------------------------------------------------------------
@@ -134,6 +152,88 @@ void Storm(int count) {
   ecore_main_loop_iterate();
   CTVServiceSubscriber::ReleaseAll();
   lumio::tv::Shutdown();
+}
+
+// A key for each thing that can become of it. A press that is older than the first one is stale.
+void Outcomes() {
+  constexpr unsigned kFirst = 20000; // milliseconds
+  constexpr unsigned kOlder = 10000;
+  lumio_kevent *menu = Domain();
+  SendAlone(ECORE_EVENT_KEY_DOWN, "Nobody", kFirst);
+  Handler(menu);
+  SendAlone(ECORE_EVENT_KEY_DOWN, "Declined", kFirst);
+  SendAlone(ECORE_EVENT_KEY_DOWN, "Stale", kOlder);
+  SendAlone(ECORE_EVENT_KEY_UP, "Stale", kOlder);
+  ecore_event_add(ECORE_EVENT_KEY_DOWN, nullptr, nullptr, nullptr);
+  ecore_main_loop_iterate();
+  vconf_set_int("db/FactoryApp/Aging", 1);
+  SendAlone(ECORE_EVENT_KEY_DOWN, "Aging", kFirst);
+}
+
+// Sends one notification of each kind but signals.
+void TellEach() {
+  CTVServiceSubscriber module("each");
+  int program = 0, section = 0;
+  module.SetProgramCallback(OnProgram);
+  module.SubscribeProgram(TCProgramFilteringItem(), program);
+  module.SetSectionCallback(OnSection);
+  module.SubscribeSection(17, TCSectionCriteriaHelper(), section);
+  module.SubscribePES(OnPes, nullptr);
+  module.SubscribeCaption(OnCaption, nullptr);
+  const unsigned session = Attach(module, OnDsm);
+  TSPESData packet;
+  packet.payload = {1, 2, 3};
+  TSCaption caption;
+  caption.payload = {1, 2};
+  TSDsmMessage message = {};
+  message.sessionHandle = static_cast<int>(session);
+  lumio::tv::EmitProgram(program, PROGRAM_CHANGE_PRESENT, TCProgramData(), 5);
+  lumio::tv::EmitPes(packet);
+  lumio::tv::EmitCaption(caption);
+  lumio::tv::EmitSectionTo(section, {1, 2, 3, 4});
+  lumio::tv::EmitDsm(message);
+  lumio::tv::Flush();
+  ecore_main_loop_iterate();
+  printf("program %d, session %u\n", program, session);
+  CTVServiceSubscriber::ReleaseAll();
+  lumio::tv::Shutdown();
+}
+
+// The service calls the library, and no module is there.
+void TellNobody() {
+  TSDsmMessage message = {};
+  unsigned char section[1] = {};
+  lumio_set_banner_state(4, 1);
+  lumio_set_banner_state(4, 0);
+  lumio_set_banner_state(32, 1);
+  CLumioStateSubscriber::HandleStateChanged(kLive);
+  CPvrServiceSubscriber::t_PvrResultCB({}, nullptr);
+  CTVServiceSubscriber::t_SignalCallback(SIGNAL_TYPE_LOCK, kMain, 0, {1, 2}, nullptr);
+  CTVServiceSubscriber::t_SectionCallback(true, 1, section, 17);
+  CTVServiceSubscriber::t_DsmCallback(message);
+}
+
+// Leaves one thing of each kind behind, and takes another one back.
+void Leave() {
+  lumio_kevent *closed = lumio_kevent_init("closed");
+  Handler(closed);
+  lumio_kevent_fini(closed);
+  Handler(Domain());
+  lumio_set_banner_state(3, 1);
+  lumio_set_banner_state(5, 1);
+  static CTVServiceSubscriber tuner("tuner"), teletext("teletext");
+  tuner.SetSignalCallback(OnSignal);
+  tuner.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+  teletext.SubscribePES(OnPes, nullptr);
+  teletext.UnsubscribePES();
+  CPvrServiceSubscriber recorder("recorder");
+  recorder.RegisterPvrCb(OnResult, nullptr);
+  recorder.RegisterPvrStateCb(OnPvrState, nullptr);
+  recorder.UnRegisterPvrStateCb(OnPvrState);
+  CLumioStateSubscriber light("light");
+  light.RegisterLumioStateChangeCb(OnState, nullptr);
+  light.RegisterLumioStateChangeCb(OnOtherState, nullptr);
+  light.UnregisterLumioStateChangeCb(OnOtherState);
 }
 
 // Waits in a handler until the state has been requested.
@@ -203,6 +303,19 @@ void SignalRefused() {
   SubscribeSignal("tuner");
 }
 
+void SignalAfterRelease() {
+  CTVServiceSubscriber tuner("tuner");
+  tuner.SetSignalCallback(OnSignal);
+  CTVServiceSubscriber::ReleaseAll();
+  tuner.SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0);
+}
+
+void SignalKept() {
+  SubscribeSignal("tuner");
+  lumio::tv::RefuseNext(lumio::tv::Operation::UnsubscribeSignal, 0);
+  CTVServiceSubscriber("tuner").UnsubscribeSignal(SIGNAL_TYPE_LOCK, kMain, 0);
+}
+
 void NameShared() {
   SubscribeSignal("tuner");
   CTVServiceSubscriber other("tuner");
@@ -215,6 +328,20 @@ void ProgramWithoutCallback() {
   int handle = 0;
   guide.SetProgramCallback(OnProgram);
   list.SubscribeProgram(TCProgramFilteringItem(), handle);
+}
+
+void ProgramOfAnother() {
+  CTVServiceSubscriber guide("guide"), list("list");
+  int handle = 0;
+  guide.SetProgramCallback(OnProgram);
+  list.SetProgramCallback(OnProgram);
+  guide.SubscribeProgram(TCProgramFilteringItem(), handle);
+  list.UnSubscribeProgram(handle);
+}
+
+void ProgramWithoutAnyCallback() {
+  int handle = 0;
+  CTVServiceSubscriber("list").SubscribeProgram(TCProgramFilteringItem(), handle);
 }
 
 void ProgramUnknown() {
@@ -242,9 +369,19 @@ void PesRefused() {
 
 void AttachTwice() {
   CTVServiceSubscriber data("data");
-  unsigned session = 0;
-  data.AttachDsm(OnDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
-  data.AttachDsm(OnDsm, session, "", DSM_DATA_SERVICE_OBJECT_CAROUSEL, DSM_ATTACH_NORMAL, nullptr, false);
+  Attach(data, OnDsm);
+  Attach(data, OnDsm);
+}
+
+void AttachNull() {
+  CTVServiceSubscriber data("data");
+  Attach(data, nullptr);
+}
+
+void DetachUnattached() {
+  CTVServiceSubscriber data("data"), other("other");
+  Attach(data, OnDsm);
+  other.DetachDsm(77);
 }
 
 void PvrTwice() {
@@ -292,6 +429,10 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"ask-three", AskThree},
     {"burst", Burst},
     {"tell", Tell},
+    {"outcomes", Outcomes},
+    {"tell-each", TellEach},
+    {"tell-nobody", TellNobody},
+    {"leave", Leave},
     {"announce", AnnounceToBoth},
     {"storm", [] { Storm(1000); }},
     {"hang", Hang},
@@ -307,6 +448,7 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"delete-null", [] { lumio_kevent_handler_del(nullptr); }},
     {"delete-foreign", [] { lumio_kevent_handler_del(reinterpret_cast<lumio_kevent_handler *>(&g_static_data)); }},
     {"delete-twice", DeleteTwice},
+    {"cursor", lumio_cursor_show_after_movement},
     {"key-thread", [] { OnThread([domain = Domain()] { Handler(domain); }); }},
     {"banner-range", [] { lumio_set_banner_state(32, 1); }},
     {"banner-state", [] { lumio_set_banner_state(3, 2); }},
@@ -317,6 +459,7 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"banner-inside", BannerInsideBlock},
     {"banner-freed-again", BannerFreedAgain},
     {"banner-freed-before", BannerFreedBefore},
+    {"banner-delete-null", [] { lumio_banner_state_cb_del(3, nullptr); }},
     {"banner-delete-foreign", [] { lumio_banner_state_cb_del(3, OnBanner); }},
     {"banner-thread", [] { OnThread([] { lumio_set_banner_state(3, 1); }); }},
     {"banner-no-place", [] { lumio_get_banner_state(3, nullptr); }},
@@ -324,17 +467,25 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"signal-without-callback",
      [] { CTVServiceSubscriber("tuner").SubscribeSignal(SIGNAL_TYPE_LOCK, nullptr, kMain, 0); }},
     {"signal-refused", SignalRefused},
+    {"signal-after-release", SignalAfterRelease},
+    {"signal-kept", SignalKept},
     {"signal-foreign", [] { CTVServiceSubscriber("tuner").UnsubscribeSignal(SIGNAL_TYPE_LOCK, kMain, 0); }},
     {"signal-thread", [] { OnThread([] { SubscribeSignal("tuner"); }); }},
     {"name-shared", NameShared},
     {"program-without-callback", ProgramWithoutCallback},
+    {"program-without-any-callback", ProgramWithoutAnyCallback},
+    {"program-of-another", ProgramOfAnother},
     {"program-foreign", ProgramUnknown},
     {"section-twice", SectionSetTwice},
+    {"section-set-null", [] { CTVServiceSubscriber("list").SetSectionCallback(nullptr); }},
+    {"section-foreign", [] { CTVServiceSubscriber("list").UnsubscribeSection(77); }},
     {"section-without-callback", SectionWithoutCallback},
     {"pes-refused", PesRefused},
     {"pes-null", [] { CTVServiceSubscriber("teletext").SubscribePES(nullptr, nullptr); }},
     {"pes-foreign", [] { CTVServiceSubscriber("teletext").UnsubscribePES(); }},
     {"attach-twice", AttachTwice},
+    {"attach-null", AttachNull},
+    {"detach-unattached", DetachUnattached},
     {"detach-before-attach", DetachBeforeAttach},
     {"dsm-before-attach", [] { CTVServiceSubscriber::GetDsmInstance(); }},
     {"pvr-null", [] { CPvrServiceSubscriber("recorder").RegisterPvrCb(nullptr, nullptr); }},
@@ -357,6 +508,14 @@ const std::map<std::string, std::function<void()>> kWithoutEfl = {
      [] {
        ecore_init();
        Domain();
+     }},
+    {"tell-after-shutdown",
+     [] {
+       ecore_init();
+       SubscribeSignal("tuner");
+       ecore_shutdown();
+       lumio::tv::EmitSignal(SIGNAL_TYPE_LOCK, kMain, 0, {1, 2});
+       lumio::tv::Flush();
      }},
     {"environment",
      [] {

@@ -5,6 +5,7 @@
 
 #include "devices.h"
 #include "efl.h"
+#include "player.h"
 #include "record.h"
 #include "recording.h"
 #include "session.h"
@@ -72,8 +73,10 @@ KeyEvent::KeyEvent(const char *name, bool press, unsigned timestamp)
       since_(g_last_key == kNotKnown ? kNotKnown : begin_ - g_last_key), posted_(PostedAt(timestamp, begin_)) {
   g_last_key = begin_;
   NoteArrival(posted_);
-  waited_for_ = WaitedFor(posted_);
-  number_ = RecordKey(name_, press_, device_, posted_ == kNotKnown ? begin_ : posted_, Lateness(timestamp, begin_));
+  const int stall = WaitOfKey(StallSince(posted_));
+  waited_for_ = WaitedFor(stall);
+  number_ =
+      RecordKey(name_, press_, device_, stall, posted_ == kNotKnown ? begin_ : posted_, Lateness(timestamp, begin_));
 }
 
 // The library filters a key before it asks the first handler; later messages come from a handler.
@@ -91,7 +94,8 @@ void KeyEvent::Heard(const char *format, const char *) {
 void KeyEvent::Answered(const Asked &asked) {
   asked_.push_back(asked);
   if (IsPrintedAsItHappens()) {
-    PrintText();
+    PrintHead();
+    PrintAsked(asked);
   }
 }
 
@@ -106,10 +110,7 @@ void KeyEvent::End() {
   if (TheOptions().json) {
     PrintJson();
   } else {
-    PrintText();
-    Text text;
-    AppendEnding(text);
-    Put(text);
+    PrintRest();
   }
 }
 
@@ -163,22 +164,23 @@ void KeyEvent::PrintAsked(const Asked &asked) {
   Put(text);
 }
 
-// Prints the lines that are not printed yet. If lines are printed as they happen, only the last one is left.
-void KeyEvent::PrintText() {
-  const bool as_it_happens = IsPrintedAsItHappens();
+void KeyEvent::PrintHead() {
   if (!head_printed_) {
     Text text;
     AppendFacts(text);
     Put(text);
     head_printed_ = true;
   }
-  if (as_it_happens && took_ == 0) {
-    PrintAsked(asked_.back());
-  } else if (!as_it_happens) {
-    for (const Asked &asked : asked_) {
-      PrintAsked(asked);
-    }
+}
+
+void KeyEvent::PrintRest() {
+  PrintHead();
+  if (!IsPrintedAsItHappens()) {
+    std::for_each(asked_.begin(), asked_.end(), PrintAsked);
   }
+  Text text;
+  AppendEnding(text);
+  Put(text);
 }
 
 std::string KeyEvent::Why() const {

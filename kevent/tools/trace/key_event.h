@@ -57,8 +57,9 @@ private:
   bool IsPrintedAsItHappens() const;
   void AppendFacts(Text &text) const;
   void AppendEnding(Text &text) const;
-  void PrintAsked(const Asked &asked);
-  void PrintText();
+  static void PrintAsked(const Asked &asked);
+  void PrintHead();
+  void PrintRest(); // what has not been printed as it happened
   void PrintJson() const;
   std::string Why() const;
 

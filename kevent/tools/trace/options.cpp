@@ -12,8 +12,8 @@ std::string Write(const Options &options) {
        << "\ndropped=" << options.dropped << "\njson=" << options.json << "\nabort=" << options.abort
        << "\nsummary=" << options.summary << "\nstall=" << options.stall << "\nonly=" << options.only
        << "\noutput=" << options.output << "\nrecord=" << options.record << "\nreplay=" << options.replay
-       << "\nspeed=" << options.speed << "\nreplay_keys=" << options.replay_keys << "\npreload=" << options.preload
-       << "\n";
+       << "\nspeed=" << options.speed << "\nskip_waits=" << options.skip_waits
+       << "\nreplay_keys=" << options.replay_keys << "\npreload=" << options.preload << "\n";
   return text.str();
 }
 
@@ -45,7 +45,8 @@ Options ReadOptions(const std::string &text) {
     for (const auto &[flag_name, flag] :
          {std::pair("keys", &Options::keys), std::pair("others", &Options::others), std::pair("tv", &Options::tv),
           std::pair("dropped", &Options::dropped), std::pair("json", &Options::json),
-          std::pair("abort", &Options::abort), std::pair("summary", &Options::summary)}) {
+          std::pair("abort", &Options::abort), std::pair("summary", &Options::summary),
+          std::pair("skip_waits", &Options::skip_waits)}) {
       if (name == flag_name) {
         options.*flag = number != 0;
       }

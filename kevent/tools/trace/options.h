@@ -10,7 +10,7 @@ namespace lumio::trace {
 // The variable's name. The library removes the variable before the program can see it.
 constexpr char kVariable[] = "LUMIO_TRACE";
 
-// What lumio-replay passes to lumio-trace: speed, descriptor and file, separated by blanks.
+// What lumio-replay passes to lumio-trace: speed, 1 to skip waits, descriptor and file, separated by blanks.
 constexpr char kReplayVariable[] = "LUMIO_REPLAY";
 
 struct Options {
@@ -22,10 +22,11 @@ struct Options {
   bool abort = false; // at the first mistake
   bool summary = false;
   Nanoseconds stall = 100 * kMillisecond;
-  std::string only;     // one domain or module; empty for all
-  int output = 2;       // descriptor
-  int record = -1;      // descriptor, or -1
-  double speed = 1;     // of the replay
+  std::string only; // one domain or module; empty for all
+  int output = 2;   // descriptor
+  int record = -1;  // descriptor, or -1
+  double speed = 1; // of the replay
+  bool skip_waits = false;
   std::string replay;   // the recording to play; empty for none
   int replay_keys = -1; // descriptor that takes the keys to press and answers each with a byte
   std::string preload;  // LD_PRELOAD as the program must see it; empty if it was not set

@@ -5,7 +5,9 @@
 namespace lumio::trace {
 
 bool IsReplaying() { return false; }
+bool IsInRecordedOrder() { return false; }
 bool IsOfReplay(const std::string &) { return true; }
+int RecordedBanners() { return 0; }
 void StartReplay() {}
 void EndReplay() {}
 bool NoteReplayIdle() { return true; }
@@ -16,8 +18,10 @@ void BeginPlug() {}
 void EndServiceCall() {}
 int NoteRequest(const char *) { return 0; }
 Nanoseconds SilenceBefore(Nanoseconds silence) { return silence; }
+int WaitOfKey(int stall) { return stall; }
 Hold BeginHold(int callback) { return {callback, Now(), kNoLimit}; }
 void EndHold(const Hold &) {}
+Nanoseconds OwnTime(const Hold &, Nanoseconds own) { return own; }
 
 } // namespace lumio::trace
 
@@ -46,6 +50,7 @@ void EndHold(const Hold &) {}
 
 #include "efl.h"
 #include "next.h"
+#include "own_work.h"
 #include "record.h"
 #include "recording.h"
 #include "rooms.h"
@@ -80,11 +85,15 @@ struct Replay {
   std::vector<const RecordedEvent *> events[kEventClasses];
   std::atomic<unsigned> sent[kEventClasses] = {};
   std::atomic<unsigned> begun[kEventClasses] = {};
-  std::atomic<size_t> next{0};          // event to send
-  std::atomic<Nanoseconds> zero{0};     // of the recorded times, on the program's clock
-  Nanoseconds silence = 0;              // that kept the main loop before the next event; of the main-loop thread
-  std::atomic<unsigned> idle_count{0};  // of the main loop
+  unsigned sent_alone[kEventClasses] = {}; // the last one that was not queued, and all before it; of the player
+  std::atomic<size_t> next{0};             // event to send
+  std::atomic<Nanoseconds> zero{0};        // of the recorded times, on the program's clock
+  const RecordedEvent *key = nullptr;      // that began last; null for none of the recording; of the main-loop thread
+  Nanoseconds silence = 0;                 // that kept the main loop before the next event; of the main-loop thread
+  std::atomic<unsigned> idle_count{0};     // of the main loop
   std::atomic<unsigned> idle_wanted{0}; // the count at which the main loop is done with the events that it has reached
+  std::atomic<bool> is_over{false};     // the program has left its main loop
+  std::atomic<bool> is_told{false};     // lumio-replay knows how it ended
   std::mutex expected_mutex;
   std::multiset<std::string> expected;     // notifications that the services have not sent yet
   bool is_exact = TheOptions().speed == 1; // whether the program's clock follows the recording
@@ -114,6 +123,21 @@ Replay *TheReplay() {
   return replay;
 }
 
+constexpr Nanoseconds RoundUp(Nanoseconds time, Nanoseconds unit) { return (time + unit - 1) / unit * unit; }
+
+// Returns a time soon after `now` from which the recorded times count, so that the recorded time stamps of keys are
+// whole milliseconds: a key then comes as long after every other event as in the recording. The recording has whole
+// microseconds; a time stamp that is a little too early is rounded up.
+Nanoseconds WithPhase(Nanoseconds now, const Replay &replay) {
+  constexpr Nanoseconds kLittle = kMillisecond / 1000;
+  for (const RecordedEvent *key : replay.events[static_cast<int>(EventClass::kKey)]) {
+    if (IsLateness(key->Late())) {
+      return RoundUp(now + key->time, kMillisecond) - key->time - kLittle;
+    }
+  }
+  return now;
+}
+
 bool WaitFor(Nanoseconds patience, const std::function<bool()> &condition) {
   const Nanoseconds deadline = ComputerClock() + patience;
   while (!condition()) {
@@ -125,7 +149,20 @@ bool WaitFor(Nanoseconds patience, const std::function<bool()> &condition) {
   return true;
 }
 
+// Returns when the program's clock has come to `time`; false if it does not come.
+bool AwaitTime(Nanoseconds time) {
+  if (TheOptions().skip_waits && TheOptions().speed == 1) {
+    MoveClockTo(time);
+  }
+  return WaitForClock(time);
+}
+
 std::vector<unsigned char> Bytes(const std::string &text) { return {text.begin(), text.end()}; }
+
+[[noreturn]] void Miss(const RecordedEvent &event) {
+  throw std::runtime_error("the program does not reach an event that it reached in the recording, before " +
+                           event.kind + " " + (event.words.empty() ? "" : event.words[0]));
+}
 
 // --- Events ----------------------------------------------------------------------------------------------------------
 
@@ -226,7 +263,7 @@ void BlockMainLoop(void *data) {
   replay.idle_wanted = replay.idle_count + 1;
   ++replay.begun[static_cast<int>(EventClass::kSilence)];
   const Nanoseconds limit = LimitCallback(replay.is_exact ? end : kNoLimit);
-  WaitForClock(end);
+  AwaitTime(end);
   AwaitQueuedEvents(replay);
   LimitCallback(limit);
   replay.silence = event->Number(0) * 1000;
@@ -234,6 +271,48 @@ void BlockMainLoop(void *data) {
 
 int PlaySilence(const RecordedEvent &event) {
   g_call_on_main_loop(BlockMainLoop, const_cast<RecordedEvent *>(&event));
+  return 1;
+}
+
+const RecordedEvent *Begin(EventClass event_class);
+
+void RunRecordedTimer(void *data) {
+  const auto *event = static_cast<const RecordedEvent *>(data);
+  Begin(EventClass::kTimer);
+  MoveClockTo(TheReplay()->At(event->time));
+  RunTimer(event->Word(0), static_cast<int>(event->Number(1)));
+}
+
+void RunRecordedCall(void *data) {
+  const auto *event = static_cast<const RecordedEvent *>(data);
+  Begin(EventClass::kCall);
+  MoveClockTo(TheReplay()->At(event->time));
+  RunCall(event->Word(0));
+}
+
+// At another speed, timers end by the clock.
+int PlayTimer(const RecordedEvent &event) {
+  if (!TheReplay()->is_exact) {
+    return 0;
+  }
+  g_call_on_main_loop(RunRecordedTimer, const_cast<RecordedEvent *>(&event));
+  return 1;
+}
+
+// Waits for the thread of the program. If it waits for the time to pass, the clock goes on.
+int PlayCall(const RecordedEvent &event) {
+  constexpr Nanoseconds kClocksPatience = kSecond;
+  if (!TheReplay()->is_exact) {
+    return 0;
+  }
+  const auto is_waiting = [&] { return IsCallWaiting(event.Word(0)) || TheReplay()->is_over; };
+  if (!WaitFor(kClocksPatience, is_waiting)) {
+    LimitClock(kNoLimit);
+    if (!WaitFor(kPatience, is_waiting)) {
+      Miss(event);
+    }
+  }
+  g_call_on_main_loop(RunRecordedCall, const_cast<RecordedEvent *>(&event));
   return 1;
 }
 
@@ -260,6 +339,8 @@ int Play(const RecordedEvent &event) {
   // never destroyed: a thread may play until the process ends
   static const Kinds &kinds = *new Kinds{{"press", PlayKey},
                                          {"release", PlayKey},
+                                         {"timer", PlayTimer},
+                                         {"call", PlayCall},
                                          {"plug", PlayPlug},
                                          {"unplug", PlayPlug},
                                          {"signal", PlaySignal},
@@ -292,14 +373,9 @@ bool IsDone(const Replay &replay) {
   return static_cast<int>(replay.idle_count - replay.idle_wanted) >= 0;
 }
 
-[[noreturn]] void Miss(const RecordedEvent &event) {
-  throw std::runtime_error("the program does not reach an event that it reached in the recording, before " +
-                           event.kind + " " + (event.words.empty() ? "" : event.words[0]));
-}
-
-// Waits until the program has handled what was sent before the event.
+// Waits until the program has handled what was sent before the event, or has left its main loop.
 void AwaitHandled(const Replay &replay, const RecordedEvent &event) {
-  if (!WaitFor(kPatience, [&] { return IsDone(replay); })) {
+  if (!WaitFor(kPatience, [&] { return IsDone(replay) || replay.is_over; })) {
     Miss(event);
   }
 }
@@ -307,13 +383,13 @@ void AwaitHandled(const Replay &replay, const RecordedEvent &event) {
 // Lets the clock go on until the recorded time. If the event comes later than in the recording, all that follows does.
 void AllowUntil(Replay &replay, const RecordedEvent &event, Nanoseconds until) {
   if (replay.is_exact) {
-    replay.zero += std::max<Nanoseconds>(Now() - replay.At(event.Begin()), 0);
+    replay.zero += RoundUp(std::max<Nanoseconds>(Now() - replay.At(event.Begin()), 0), kMillisecond);
     LimitClock(replay.At(until));
   }
 }
 
-// Waits until the program has done by itself what it did in the recording. A timer may run a little longer than in the
-// recording. If it is no timer that the program waits for, the clock goes on. `next` is what was sent then.
+// Waits until the program has done by itself what it did in the recording: most of that it does in its timers and
+// calls, which have run. If it does not, the clock goes on. `next` is what was sent then.
 void AwaitOwn(Replay &replay, const RecordedEvent &event, const RecordedEvent *next) {
   constexpr Nanoseconds kLittle = 5 * kMillisecond;
   constexpr Nanoseconds kTimersPatience = kSecond;
@@ -323,10 +399,9 @@ void AwaitOwn(Replay &replay, const RecordedEvent &event, const RecordedEvent *n
   if (!replay.is_exact) {
     return;
   }
-  AwaitHandled(replay, event);
   AllowUntil(replay, event, until);
   ++replay.sent[own];
-  const auto is_reached = [&] { return IsReached(replay, EventClass::kOwn); };
+  const auto is_reached = [&] { return IsReached(replay, EventClass::kOwn) || replay.is_over; };
   const auto is_late = [&] { return Now() >= replay.At(until); };
   WaitFor(kPatience, [&] { return is_reached() || is_late(); });
   if (WaitFor(kTimersPatience, is_reached)) {
@@ -351,32 +426,13 @@ void AwaitPlug(Replay &replay) {
   }
 }
 
-// What the program did by itself soon after an event may have waited for the event to be handled: its timer was on time
-// earlier. Returns how long before such an event the clock stops, so that the timer does not end before.
-Nanoseconds EarlyStop(const Replay &replay, const RecordedEvent &event) {
-  constexpr Nanoseconds kEarly = 50 * kMillisecond;
-  constexpr long kSoon = 4; // events
-  const std::vector<RecordedEvent> &events = replay.recording.events;
-  const long i = &event - events.data();
-  const auto begin = events.begin() + i;
-  const auto end = events.begin() + std::min<long>(i + 1 + kSoon, static_cast<long>(events.size()));
-  const bool is_exact = replay.is_exact && !event.is_queued;
-  const bool is_followed = std::any_of(begin, end, [](const RecordedEvent &one) { return one.Is(EventClass::kOwn); });
-  return is_exact && is_followed ? kEarly : 0;
-}
-
 void Send(Replay &replay, const RecordedEvent &event) {
-  const Nanoseconds early = EarlyStop(replay, event);
   const auto event_class = static_cast<int>(event.event_class);
   if (!event.is_queued) {
-    AwaitHandled(replay, event);
-    AllowUntil(replay, event, event.time - early);
+    AllowUntil(replay, event, event.time);
   }
-  if (!WaitForClock(replay.At(event.time - early))) {
+  if (!AwaitTime(replay.At(event.time))) {
     Miss(event);
-  }
-  if (early > 0) {
-    std::this_thread::sleep_for(std::chrono::nanoseconds(replay.At(event.time) - Now()));
   }
   if (!event.notification.empty()) {
     const std::lock_guard<std::mutex> lock(replay.expected_mutex);
@@ -387,6 +443,9 @@ void Send(Replay &replay, const RecordedEvent &event) {
     throw std::runtime_error("no module has subscribed to an event of the recording: " + event.kind);
   }
   replay.sent[event_class] += static_cast<unsigned>(played);
+  if (!event.is_queued) {
+    std::copy(std::begin(replay.sent), std::end(replay.sent), replay.sent_alone);
+  }
   if (event.Is(EventClass::kPlug)) {
     AwaitPlug(replay);
   }
@@ -395,9 +454,44 @@ void Send(Replay &replay, const RecordedEvent &event) {
   }
 }
 
+// Waits until the event can be sent. One that came while the main loop was busy is sent when the program has reached
+// what kept it busy.
+void Await(Replay &replay, const RecordedEvent &event) {
+  if (!event.is_queued) {
+    AwaitHandled(replay, event);
+    return;
+  }
+  const auto is_busy = [&] {
+    for (int i = 0; i < kEventClasses; ++i) {
+      if (replay.begun[i] < replay.sent_alone[i]) {
+        return false;
+      }
+    }
+    return true;
+  };
+  if (!WaitFor(kPatience, [&] { return is_busy() || replay.is_over; })) {
+    Miss(event);
+  }
+}
+
+// Returns whether the program can have left its main loop before the event: in the turn in which the loop was asked to
+// end, it may or may not have done what it does by itself.
+bool IsOptionalAtTheEnd(const RecordedEvent &event) {
+  return event.Is(EventClass::kEnd) || event.Is(EventClass::kOwn) || event.Is(EventClass::kTimer) ||
+         event.Is(EventClass::kCall) || event.Is(EventClass::kService);
+}
+
 void PlayAll(Replay &replay) {
   const std::vector<RecordedEvent> &events = replay.recording.events;
   for (size_t i = 0; i < events.size(); ++i) {
+    Await(replay, events[i]);
+    if (replay.is_over) {
+      const auto missed = std::find_if_not(events.begin() + static_cast<long>(i), events.end(), IsOptionalAtTheEnd);
+      if (missed != events.end()) {
+        Miss(*missed);
+      }
+      break;
+    }
     if (events[i].Is(EventClass::kOwn)) {
       const auto next = std::find_if(events.begin() + static_cast<long>(i), events.end(),
                                      [](const RecordedEvent &event) { return !event.Is(EventClass::kOwn); });
@@ -413,20 +507,24 @@ void PlayAll(Replay &replay) {
 }
 
 void Run() {
-  std::string end = "end";
+  std::string end;
   try {
     PlayAll(*TheReplay());
+    end = TheReplay()->is_over ? "" : "end"; // a program that has ended by itself needs no signal
   } catch (const std::exception &error) {
     end = std::string("failed\t") + error.what();
   }
   try {
-    Ask(end);
+    if (!end.empty()) {
+      Ask(end);
+    }
   } catch (const std::exception &) {
     // lumio-replay already knows.
   }
+  TheReplay()->is_told = true;
   // A program that is told to end ends no timer before that. One that does not leave its main loop needs its clock.
   WaitFor(kSecond, [] { return false; });
-  LimitClock(kNoLimit);
+  EndReplay();
 }
 
 // Counts an event that the program has reached. Returns what is recorded of it; null if nothing is replayed or it is
@@ -447,12 +545,24 @@ const RecordedEvent *Begin(EventClass event_class) {
 } // namespace
 
 void EndReplay() {
-  if (TheReplay()) {
+  if (Replay *replay = TheReplay()) {
+    replay->is_over = true;
     LimitClock(kNoLimit);
+    WaitFor(kSecond, [&] { return replay->is_told.load(); });
   }
 }
 
 bool IsReplaying() { return TheReplay(); }
+
+int RecordedBanners() {
+  const Replay *replay = TheReplay();
+  return replay ? replay->recording.banners : 0;
+}
+
+bool IsInRecordedOrder() {
+  const Replay *replay = TheReplay();
+  return replay && replay->is_exact && replay->zero != 0 && !replay->is_over;
+}
 
 bool IsOfReplay(const std::string &notification) {
   Replay &replay = *TheReplay();
@@ -471,7 +581,7 @@ void StartReplay() {
   if (!replay) {
     return;
   }
-  replay->zero = Now();
+  replay->zero = WithPhase(Now(), *replay);
   if (replay->is_exact) {
     LimitClock(replay->zero);
   }
@@ -490,6 +600,9 @@ bool NoteReplayIdle() {
     return true;
   }
   ++replay->idle_count;
+  if (replay->is_over) {
+    LetTimersRun();
+  }
   const auto &keys = replay->events[static_cast<int>(EventClass::kKey)];
   const unsigned next = replay->begun[static_cast<int>(EventClass::kKey)];
   return !replay->is_exact || next >= keys.size() || !keys[next]->IsInBurst();
@@ -499,6 +612,9 @@ bool NoteReplayIdle() {
 // decides whether it is stale.
 void BeginKey(Ecore_Event_Key *key) {
   const RecordedEvent *event = Begin(EventClass::kKey);
+  if (TheReplay()) {
+    TheReplay()->key = event;
+  }
   if (!event || !key || !TheReplay()->is_exact) {
     return;
   }
@@ -562,6 +678,11 @@ Nanoseconds SilenceBefore(Nanoseconds silence) {
   return replay && replay->is_exact ? std::exchange(replay->silence, 0) : silence;
 }
 
+int WaitOfKey(int stall) {
+  const Replay *replay = TheReplay();
+  return replay && replay->is_exact && replay->key ? replay->key->Stall() : stall;
+}
+
 Hold BeginHold(int callback) {
   const Replay *replay = callback == 0 ? nullptr : TheReplay();
   Hold hold{callback, Now(), kNoLimit};
@@ -572,7 +693,7 @@ Hold BeginHold(int callback) {
       MoveClockTo(replay->At(found->second.begin));
       hold.begin = Now();
     }
-    hold.limit = LimitCallback(hold.begin + (is_recorded ? found->second.end - found->second.begin : kHold));
+    hold.limit = LimitCallback(hold.begin + (is_recorded ? found->second.end - found->second.begin : 0));
   }
   return hold;
 }
@@ -584,12 +705,22 @@ void EndHold(const Hold &hold) {
   }
   const auto found = replay->recording.holds.find(hold.callback);
   if (found != replay->recording.holds.end()) {
-    WaitForClock(hold.begin + replay->At(found->second.end) - replay->At(found->second.begin));
+    AwaitTime(hold.begin + replay->At(found->second.end) - replay->At(found->second.begin));
     AwaitQueuedEvents(*replay);
   }
   if (replay->is_exact) {
     LimitCallback(hold.limit);
   }
+}
+
+// A callback that is not recorded took less than a millisecond.
+Nanoseconds OwnTime(const Hold &hold, Nanoseconds own) {
+  const Replay *replay = hold.callback == 0 ? nullptr : TheReplay();
+  if (!replay || !replay->is_exact) {
+    return own;
+  }
+  const auto found = replay->recording.holds.find(hold.callback);
+  return found == replay->recording.holds.end() ? 0 : found->second.own;
 }
 
 } // namespace lumio::trace

@@ -20,9 +20,14 @@ void EndReplay();
 bool NoteReplayIdle();
 
 bool IsReplaying();
+// Returns whether the program's timers and calls wait for their places in the recording.
+bool IsInRecordedOrder();
 // Returns whether the player has sent this notification, which is one of the recording. The services send what they
 // send by themselves, too: the program must not receive that.
 bool IsOfReplay(const std::string &notification);
+
+// Returns the word of the banners that were shown before the recording.
+int RecordedBanners();
 
 // Records a notification of a service's thread. Returns whether the program may receive it.
 template <class Event> bool Admit(const Event &event) {
@@ -49,6 +54,9 @@ int NoteRequest(const char *call);
 // Returns how long the main loop was silent before the event that it reaches now: as recorded, or else `silence`.
 Nanoseconds SilenceBefore(Nanoseconds silence);
 
+// Returns the stall that the key which begins now waited for: as recorded, or else `stall`.
+int WaitOfKey(int stall);
+
 // A callback on the main loop that takes as long as in the recording.
 struct Hold {
   int callback = 0;
@@ -58,5 +66,7 @@ struct Hold {
 Hold BeginHold(int callback);
 // Waits until the callback has taken as long, and the events that came meanwhile are there.
 void EndHold(const Hold &hold);
+// Returns how long the callback itself kept the main loop: as recorded, or else `own`.
+Nanoseconds OwnTime(const Hold &hold, Nanoseconds own);
 
 } // namespace lumio::trace

@@ -89,14 +89,15 @@ void BeginRecord() {
   }
 }
 
-bool RecordIdle() {
+bool BeginTimes() {
   const bool is_first = g_begin == 0;
   if (is_first) {
     g_begin = Now();
   }
-  ++g_idle_count;
   return is_first;
 }
+
+void RecordIdle() { ++g_idle_count; }
 
 bool HasRecordBegun() { return g_begin != 0; }
 
@@ -113,14 +114,19 @@ void RecordDevice(const std::string &device) {
   }
 }
 
-int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted, Nanoseconds late) {
+int RecordKey(const std::string &key, bool press, const std::string &device, int stall, Nanoseconds posted,
+              Nanoseconds late) {
   const bool queued = g_keys > 0 && g_idle_count == g_idle_count_of_last_key;
   g_idle_count_of_last_key = g_idle_count;
   ++g_keys;
   g_last_known = Now();
   if (IsRecording()) {
-    Write(posted,
-          Fields(press ? "press" : "release").AddText(key).AddText(device).Add(queued ? 1 : 0).Add(late / 1000));
+    Write(posted, Fields(press ? "press" : "release")
+                      .AddText(key)
+                      .AddText(device)
+                      .Add(queued ? 1 : 0)
+                      .Add(stall)
+                      .Add(late / 1000));
   }
   return g_keys;
 }
@@ -134,9 +140,9 @@ void RecordAging(int key) {
 int CountCallback() { return g_begin == 0 ? 0 : ++g_callbacks; }
 
 // A replay knows the time again with each event and each callback that is recorded.
-void RecordHold(int callback, Nanoseconds begin, Nanoseconds end) {
+void RecordHold(int callback, Nanoseconds begin, Nanoseconds end, Nanoseconds own) {
   if (IsRecording() && callback != 0 && (end - begin >= kHold || begin - g_last_known >= kHold)) {
-    Write(end, Fields("hold").Add(callback).Add((end - begin) / 1000));
+    Write(end, Fields("hold").Add(callback).Add((end - begin) / 1000).Add(own / 1000));
     g_last_known = end;
   }
 }
@@ -147,9 +153,29 @@ void RecordSilence(Nanoseconds duration) {
   }
 }
 
+void RecordTimer(const std::string &function, int number) {
+  g_last_known = Now();
+  if (IsRecording() && g_begin != 0) {
+    Write(g_last_known, Fields("timer").AddText(function).Add(number));
+  }
+}
+
+void RecordCall(const std::string &function) {
+  g_last_known = Now();
+  if (IsRecording() && g_begin != 0) {
+    Write(g_last_known, Fields("call").AddText(function));
+  }
+}
+
 void RecordRefusal(const char *call, int number) {
   if (IsRecording()) {
     Write(Now(), Fields("refused").AddText(call).Add(number));
+  }
+}
+
+void RecordBanners(int word) {
+  if (IsRecording() && word != 0) {
+    Write(Now(), Fields("banners").Add(word));
   }
 }
 

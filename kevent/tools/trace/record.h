@@ -21,7 +21,10 @@ void BeginRecord();
 
 // Call it when the main loop is idle. Times count from the first call after the library was installed. Returns whether
 // this is that call.
-bool RecordIdle();
+bool BeginTimes();
+
+// Call it when the library learns that the main loop is idle.
+void RecordIdle();
 
 bool HasRecordBegun();
 
@@ -31,22 +34,30 @@ void RecordEnd();
 // Records the device that has sent keys to the X server before the recording; empty if none has.
 void RecordDevice(const std::string &device);
 
-// Records a key, when it was sent, and how late it came by its time stamp. Returns its number, counted from 1.
-int RecordKey(const std::string &key, bool press, const std::string &device, Nanoseconds posted, Nanoseconds late);
+// Records a key, the stall that it waited for (see work.h), when it was sent, and how late it came by its time stamp.
+// Returns its number, counted from 1.
+int RecordKey(const std::string &key, bool press, const std::string &device, int stall, Nanoseconds posted,
+              Nanoseconds late);
 // Records that the key found the factory aging mode on.
 void RecordAging(int key);
 
 // Counts a callback on the main loop. Returns its number, counted from 1; 0 before the times begin.
 int CountCallback();
-// Records that this callback began or ended so late that it may matter.
-void RecordHold(int callback, Nanoseconds begin, Nanoseconds end);
+// Records that this callback began or ended so late that it may matter, and how long it kept the main loop itself.
+void RecordHold(int callback, Nanoseconds begin, Nanoseconds end, Nanoseconds own);
 // Records that something other than a callback of the library kept the main loop.
 void RecordSilence(Nanoseconds duration);
+// Records that a timer of the program ended, or that the main loop ran a call that a thread of the program had handed
+// over; see own_work.h.
+void RecordTimer(const std::string &function, int number);
+void RecordCall(const std::string &function);
 // Records that the service refused a subscription: the call of this name, counted from 1.
 void RecordRefusal(const char *call, int number);
 // Records that a device was plugged in or out.
 void RecordPlug(const std::string &device, bool in);
 
+// Records the word of the banners that are shown before the program changes any.
+void RecordBanners(int word);
 // Records that the program sets a banner, or announces a state.
 void RecordBanner(int banner, int state);
 void RecordState(int state);

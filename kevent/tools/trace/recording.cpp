@@ -67,6 +67,7 @@ EventClass ClassOf(const std::string &kind) {
       {"section", EventClass::kService},     {"dsm", EventClass::kService},
       {"pvr-result", EventClass::kService},  {"pvr-state", EventClass::kService},
       {"banner", EventClass::kOwn},          {"state", EventClass::kOwn},
+      {"timer", EventClass::kTimer},         {"call", EventClass::kCall},
       {"plug", EventClass::kPlug},           {"unplug", EventClass::kPlug},
       {"silence", EventClass::kSilence},     {"end", EventClass::kEnd}};
   const auto found = classes.find(kind);
@@ -94,16 +95,18 @@ bool WasSentDuring(const Busy &busy, const RecordedEvent &event, const RecordedE
 }
 
 // Several keys can wait for a busy main loop, because it reaches them in the order in which they were sent. A key and a
-// notification that both wait have no such order: the second one is sent when the first one is handled.
+// notification that both wait have no such order: the second one is sent when the first one is handled. So is an event
+// that the main loop reached after the program's own work.
 void FindQueuedEvents(Recording &recording, std::vector<Busy> times) {
   for (const RecordedEvent &event : recording.events) {
     if (event.Is(EventClass::kSilence)) {
-      times.push_back({event.time, event.time + event.Number(0) * 1000});
+      times.push_back({event.time, event.time + event.Number(0) * 1000, event.Number(0) * 1000});
     }
   }
   const RecordedEvent *previous = nullptr;
   for (RecordedEvent &event : recording.events) {
-    const bool can_wait = previous && (event.Is(EventClass::kKey) || event.Is(EventClass::kNotification)) &&
+    const bool is_alone = previous && !previous->Is(EventClass::kTimer) && !previous->Is(EventClass::kCall);
+    const bool can_wait = is_alone && (event.Is(EventClass::kKey) || event.Is(EventClass::kNotification)) &&
                           (!previous->is_queued || (event.Is(EventClass::kKey) && previous->Is(EventClass::kKey)));
     event.is_queued = can_wait && std::any_of(times.begin(), times.end(),
                                               [&](const Busy &busy) { return WasSentDuring(busy, event, *previous); });
@@ -152,13 +155,15 @@ Recording ReadRecording(const std::string &file_name) {
   while (std::getline(file, line)) {
     RecordedEvent event = ReadEvent(line);
     if (event.kind == "hold") {
-      const Busy busy{event.time - event.Number(1) * 1000, event.time};
+      const Busy busy{event.time - event.Number(1) * 1000, event.time, event.Number(2) * 1000};
       recording.holds[static_cast<int>(event.Number(0))] = busy;
       times.push_back(busy);
     } else if (event.kind == "refused") {
       recording.refusals[{event.Word(0), static_cast<int>(event.Number(1))}] = true;
     } else if (event.kind == "aging") {
       recording.aging[static_cast<int>(event.Number(0))] = true;
+    } else if (event.kind == "banners") {
+      recording.banners = static_cast<int>(event.Number(0));
     } else if (event.kind == "device") {
       recording.device = event.Word(0);
     } else {

@@ -16,11 +16,13 @@ enum class EventClass {
   kNotification, // the main loop
   kService,      // the service's own thread
   kOwn,          // the program does it by itself
+  kTimer,        // the main loop; a timer of the program
+  kCall,         // the main loop; what a thread of the program has handed over
   kPlug,         // the main loop
   kSilence,      // the main loop
   kEnd,          // nobody
 };
-constexpr int kEventClasses = 7;
+constexpr int kEventClasses = 9;
 
 struct RecordedEvent {
   Nanoseconds time = 0;           // when it was sent, since the main loop was idle for the first time
@@ -34,6 +36,8 @@ struct RecordedEvent {
   bool Is(EventClass other) const { return event_class == other; }
   // Whether this is a key that came before the main loop was idle after the previous key.
   bool IsInBurst() const { return Is(EventClass::kKey) && Number(2) != 0; }
+  // Returns the number of the stall that a key waited for; 0 for none.
+  int Stall() const { return static_cast<int>(Number(3)); }
   // Returns how long after its time stamp the main loop reached it; any number if the time stamp does not belong to
   // this computer's clock.
   Nanoseconds Late() const;
@@ -47,6 +51,7 @@ struct RecordedEvent {
 struct Busy {
   Nanoseconds begin;
   Nanoseconds end;
+  Nanoseconds own; // without what ran within it
 };
 
 struct Recording {
@@ -54,6 +59,7 @@ struct Recording {
   std::map<int, Busy> holds;                            // by callback
   std::map<std::pair<std::string, int>, bool> refusals; // by call and its number
   std::map<int, bool> aging;                            // keys that found the aging mode on
+  int banners = 0;                                      // shown before the recording; a bit for each
   std::string device;                                   // that sent keys before the recording; empty if none did
 };
 

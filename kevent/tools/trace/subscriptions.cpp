@@ -3,8 +3,11 @@
 #include <TVServiceSubscriber.h>
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -39,6 +42,19 @@ struct Subscriptions {
 
 Subscriptions &g_subscriptions = *new Subscriptions; // never destroyed: modules unsubscribe as late as at exit
 
+// never destroyed: the services' threads outlive the end of main
+std::mutex &g_subscribing_mutex = *new std::mutex;
+std::condition_variable &g_subscribed = *new std::condition_variable;
+int g_subscribing = 0;
+thread_local int g_subscribing_here = 0;
+
+// A service may have its own reasons not to go on before this thread does.
+void AwaitSubscriptions() {
+  constexpr auto kPatience = std::chrono::seconds(1);
+  std::unique_lock<std::mutex> lock(g_subscribing_mutex);
+  g_subscribed.wait_for(lock, kPatience, [] { return g_subscribing == g_subscribing_here; });
+}
+
 template <class Predicate> bool EndFirst(Predicate predicate) {
   auto &all = g_subscriptions.all;
   const auto found = std::find_if(all.begin(), all.end(), predicate);
@@ -58,6 +74,21 @@ template <class Predicate> bool EndFirst(Predicate predicate) {
 const char *NameOf(TvKind kind) {
   static constexpr const char *kNames[kTvKinds] = {"signal", "program", "section", "pes", "caption", "dsm"};
   return kNames[static_cast<int>(kind)];
+}
+
+Subscribing::Subscribing() {
+  const std::lock_guard<std::mutex> lock(g_subscribing_mutex);
+  ++g_subscribing;
+  ++g_subscribing_here;
+}
+
+Subscribing::~Subscribing() {
+  {
+    const std::lock_guard<std::mutex> lock(g_subscribing_mutex);
+    --g_subscribing;
+    --g_subscribing_here;
+  }
+  g_subscribed.notify_all();
 }
 
 void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle, int stream) {
@@ -105,6 +136,7 @@ std::string OwnerOf(TvKind kind, int handle) {
 }
 
 SubscriptionName NameOfHandle(TvKind kind, int handle) {
+  AwaitSubscriptions();
   const Lock lock;
   for (const Subscription &one : g_subscriptions.all) {
     if (one.kind == kind && one.handle == handle) {
@@ -118,6 +150,7 @@ SubscriptionName NameOfSection(int key) {
   static Next<CTVServiceSubscriber *(std::string, std::string)> get_subscriber(
       "_ZN20CTVServiceSubscriber15m_GetSubscriberENSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES5_");
   const int stream = key & 0xffff;
+  AwaitSubscriptions();
   const Lock lock;
   for (const Subscription &one : g_subscriptions.all) {
     const auto address = reinterpret_cast<std::uintptr_t>(

@@ -14,6 +14,16 @@ constexpr int kTvKinds = 6;
 // "signal"
 const char *NameOf(TvKind kind);
 
+// Stands for a call in which the service gives a handle. Until its end, other threads wait in the functions that name a
+// handle: the service may send the first notification before the subscription is noted.
+class Subscribing {
+public:
+  Subscribing();
+  ~Subscribing();
+  Subscribing(const Subscribing &) = delete;
+  Subscribing &operator=(const Subscribing &) = delete;
+};
+
 void NoteSubscription(TvKind kind, const std::string &module, const std::string &what, int handle, int stream = -1);
 // Removes one subscription of the module to this; returns false if there is none.
 bool EndSubscription(TvKind kind, const std::string &module, const std::string &what);

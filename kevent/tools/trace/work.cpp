@@ -109,8 +109,9 @@ Nanoseconds Work::End() {
       EndHold(hold_);
     }
     end_ = Now();
-    if (on_main_loop_) {
-      RecordHold(hold_.callback, begin_, end_);
+    if (on_main_loop_) { // a callback that ran within it, or that ran the loop, has kept the loop itself
+      own_ = OwnTime(hold_, end_ - std::max(begin_, g_last_sign));
+      RecordHold(hold_.callback, begin_, end_, own_);
     }
   }
   return end_ - begin_;
@@ -124,11 +125,9 @@ Work::~Work() {
   --g_depth;
   if (g_depth < kDeepest) {
     NameCallback(g_last_symbol, g_running[g_depth].module, g_running[g_depth].symbol);
-    // A callback that ran within it, or that ran the loop, has kept the loop itself.
-    const Nanoseconds begin = std::max(begin_, g_last_sign);
-    if (IsTooLong(end_ - begin)) {
-      PrintStall(g_last_symbol, end_ - begin, true);
-      Remember(g_last_symbol, begin, end_);
+    if (IsTooLong(own_)) {
+      PrintStall(g_last_symbol, own_, true);
+      Remember(g_last_symbol, end_ - own_, end_);
     }
   }
   g_last_sign = end_;
@@ -152,15 +151,22 @@ void NoteArrival(Nanoseconds posted) {
 
 void NoteIdle() { g_last_sign = Now(); }
 
-const char *WaitedFor(Nanoseconds posted) {
+int StallSince(Nanoseconds posted) {
   for (int i = g_stall_count - 1; i >= 0 && i >= g_stall_count - kStalls; --i) {
-    Stall &stall = g_stalls[i % kStalls];
-    if (posted != kNotKnown && stall.end - posted >= kNoticeable) {
-      ++stall.cost;
-      return stall.who;
+    if (posted != kNotKnown && g_stalls[i % kStalls].end - posted >= kNoticeable) {
+      return i + 1;
     }
   }
-  return nullptr;
+  return 0;
+}
+
+const char *WaitedFor(int stall) {
+  if (stall < 1 || stall > g_stall_count || stall <= g_stall_count - kStalls) {
+    return nullptr;
+  }
+  Stall &known = g_stalls[(stall - 1) % kStalls];
+  ++known.cost;
+  return known.who;
 }
 
 void AppendRunning(Text &text) {

@@ -24,6 +24,7 @@ public:
 private:
   Nanoseconds begin_;
   Nanoseconds end_ = kNotKnown;
+  Nanoseconds own_ = 0; // without what ran within it
   bool on_main_loop_;
   Hold hold_;
 };
@@ -34,9 +35,11 @@ void NoteArrival(Nanoseconds posted);
 // Call it when the main loop is about to wait for events.
 void NoteIdle();
 
-// Returns what an event that waited since `posted` waited for: the last callback that kept the loop too long in that
-// time; null if there was none. Adds the event to what that callback cost.
-const char *WaitedFor(Nanoseconds posted);
+// Returns what a key that waited since `posted` waited for: the number of the last stall in that time, counted from 1;
+// 0 if there was none.
+int StallSince(Nanoseconds posted);
+// Adds a key to what this stall cost. Returns who stalled; null for none.
+const char *WaitedFor(int stall);
 
 // Print, for the state, what runs now and what kept the main loop. Call them with the lock held or in a signal handler.
 void AppendRunning(Text &text);

@@ -24,6 +24,7 @@ constexpr char kDel[] = "lumio_banner_state_cb_del";
 constexpr char kSet[] = "lumio_set_banner_state";
 constexpr char kGet[] = "lumio_get_banner_state";
 constexpr int kBanners = 32;
+constexpr char kWord[] = "memory/lumio/lumio_banner_state_1"; // a bit for each banner
 
 struct Registration {
   int banner;
@@ -44,6 +45,8 @@ Next<void(int, lumio_banner_state_cb, void *)> g_add(kAdd);
 Next<void(int, lumio_banner_state_cb)> g_del(kDel);
 Next<int(int, int)> g_set(kSet);
 Next<int(int, int *)> g_get(kGet);
+Next<int(const char *, int *)> g_vconf_get_int("vconf_get_int");
+Next<int(const char *, int)> g_vconf_set_int("vconf_set_int");
 
 struct CallBanner {
   static void Run(ThunkTarget &target, lumio_banner_state_cb function, int banner, void *data) {
@@ -106,6 +109,23 @@ void CheckDel(int banner, lumio_banner_state_cb cb, const void *caller) {
   }
 }
 
+// What earlier programs have shown decides which of the first changes are changes. A recording begins with it, and a
+// replay gives it to the program.
+void BeginWithTheSameBanners() {
+  static bool begun = false; // used on the main-loop thread only
+  if (begun || (!IsRecording() && !IsReplaying())) {
+    return;
+  }
+  begun = true;
+  int word = 0;
+  if (IsReplaying()) {
+    g_vconf_set_int(kWord, RecordedBanners());
+  }
+  if (g_vconf_get_int(kWord, &word) == 0) {
+    RecordBanners(word);
+  }
+}
+
 bool IsRegisteredData(const void *data) {
   return std::any_of(g_banners.registrations.begin(), g_banners.registrations.end(),
                      [data](const Registration &one) { return one.data == data; });
@@ -160,6 +180,7 @@ int lumio_set_banner_state(int banner_id, int state) {
   Words words;
   words.Set(TheOptions().json ? "\"banner\":%d,\"change\":\"%s\",\"object\":\"%.60s\"" : "%d %s by %.60s", banner_id,
             state ? "shown" : "hidden", SymbolOf(caller).object.c_str());
+  BeginWithTheSameBanners();
   BeginOwn();
   RecordBanner(banner_id, state);
   Notification notification("banner", words);
@@ -182,6 +203,7 @@ int lumio_get_banner_state(int banner_id, int *state) {
   if (!state) {
     Report({kGet, "state", "null", "", "the pointer for the state is null: pass the address of an int"}, caller);
   }
+  BeginWithTheSameBanners();
   return g_get(banner_id, state);
 }
 

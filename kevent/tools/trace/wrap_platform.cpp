@@ -43,11 +43,15 @@ Ecore_Task_Cb g_idle_callback; // the library's own
 
 Eina_Bool OnIdle(void *data) {
   NoteIdle();
-  if (RecordIdle()) {
+  if (BeginTimes()) {
     RecordDevice(LearnDevice());
     StartReplay();
   }
-  return NoteReplayIdle() ? g_idle_callback(data) : ECORE_CALLBACK_RENEW;
+  if (!NoteReplayIdle()) {
+    return ECORE_CALLBACK_RENEW;
+  }
+  RecordIdle();
+  return g_idle_callback(data);
 }
 
 using LogFunction = int (*)(int, int, const char *, const char *, ...);
@@ -108,6 +112,7 @@ LogListener::~LogListener() { g_listener = outer_; }
 
 void TellLibraryIdle() {
   if (g_idle_callback) {
+    RecordIdle();
     g_idle_callback(nullptr); // which is what the library passes
   }
 }

@@ -241,6 +241,7 @@ void CTVServiceSubscriber::SetProgramCallback(ProgramCallback cb) {
 }
 
 bool CTVServiceSubscriber::SubscribeProgram(const TCProgramFilteringItem &item, int &handle) {
+  const Subscribing subscribing;
   CheckProgram({"CTVServiceSubscriber::SubscribeProgram", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
   return NoteProgram(*this, Request("program", [&] { return g_subscribe_program(this, item, handle); }), handle);
@@ -248,6 +249,7 @@ bool CTVServiceSubscriber::SubscribeProgram(const TCProgramFilteringItem &item, 
 
 bool CTVServiceSubscriber::SubscribeProgramListPF(int arg, const TCServiceId &serviceId, ESubscribeType type,
                                                   int &handle) {
+  const Subscribing subscribing;
   CheckProgram({"CTVServiceSubscriber::SubscribeProgramListPF", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
   return NoteProgram(
@@ -257,6 +259,7 @@ bool CTVServiceSubscriber::SubscribeProgramListPF(int arg, const TCServiceId &se
 
 bool CTVServiceSubscriber::SubscribeProgramList(int arg, const TCServiceId &serviceId, unsigned int first,
                                                 unsigned int second, ESubscribeType type, int &handle) {
+  const Subscribing subscribing;
   CheckProgram({"CTVServiceSubscriber::SubscribeProgramList", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
   return NoteProgram(
@@ -309,6 +312,7 @@ void CTVServiceSubscriber::SetSectionCallback(SectionCallback cb) {
 }
 
 bool CTVServiceSubscriber::SubscribeSection(short streamId, const TCSectionCriteriaHelper &criteria, int &handle) {
+  const Subscribing subscribing;
   CheckSection({"CTVServiceSubscriber::SubscribeSection", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
   return NoteSection(*this, Request("section", [&] { return g_subscribe_section(this, streamId, criteria, handle); }),
@@ -317,6 +321,7 @@ bool CTVServiceSubscriber::SubscribeSection(short streamId, const TCSectionCrite
 
 bool CTVServiceSubscriber::SubscribeSectionByFilter(short streamId, const TCSectionFilterCriteriaHelper &filter,
                                                     int &handle) {
+  const Subscribing subscribing;
   CheckSection({"CTVServiceSubscriber::SubscribeSectionByFilter", m_name, __builtin_return_address(0)}, *this);
   const SwappedCallbacks swapped(*this);
   return NoteSection(*this,
@@ -398,6 +403,7 @@ bool CTVServiceSubscriber::UnsubscribeCaption() {
 bool CTVServiceSubscriber::AttachDsm(DsmCallback cb, unsigned int &sessionHandle, const std::string &target,
                                      EDsmDataServiceType serviceType, EDsmAttachType attachType, void *userData,
                                      bool flag) {
+  const Subscribing subscribing;
   const Call call{"CTVServiceSubscriber::AttachDsm", m_name, __builtin_return_address(0)};
   CheckThread(call);
   if (m_dsmCallback) {
