@@ -1,6 +1,8 @@
 // Subtitles and captions, as they are displayed.
 #include <gmock/gmock.h>
 
+#include <malloc.h>
+
 #include "line21.h"
 #include "teletext.h"
 #include "transport_stream.h"
@@ -61,6 +63,26 @@ TEST_F(Teletext, LanguagesAreThoseOfTheirPages) {
   Push(1, {ts::TeletextHeader(0x888), ts::TeletextRow(0x888, 20, "Ja"), ts::TeletextHeader(0x150),
            ts::TeletextRow(0x150, 20, "Yes"), ts::TeletextHeader(0x8ff), ts::TeletextHeader(0x1ff)});
   EXPECT_THAT(told, ElementsAre("deu 1 Ja", "eng 1 Yes"));
+}
+
+TEST_F(Teletext, FewPagesAreKept) {
+  constexpr unsigned kPages = 50, kSubpages = 79; // each of them would take a kilobyte
+  std::vector<TeletextPage> pages;
+  for (unsigned page = 0; page < kPages; ++page) {
+    pages.push_back({kDeu, static_cast<int>(0x800 | page / 10 << 4 | page % 10)});
+  }
+  TeletextDecoder other(0x100, pages, Telling());
+  const std::size_t before = mallinfo2().uordblks; // always zero where a sanitizer allocates
+  for (unsigned subpage = 0; subpage < kSubpages; ++subpage) {
+    for (const TeletextPage &page : pages) {
+      const auto number = static_cast<unsigned>(page.page);
+      const ts::Bytes payload = ts::TeletextPayload(
+          {ts::TeletextHeader(number, true, true, subpage / 10 << 4 | subpage % 10), ts::TeletextRow(number, 20, "A")});
+      other.Push({0x100, 0xbd, 0, 0, Bytes(payload)});
+    }
+    told.clear();
+  }
+  EXPECT_LT(mallinfo2().uordblks, before + (1 << 20));
 }
 
 TEST_F(Teletext, OtherPagesAreNotTold) {
@@ -255,4 +277,43 @@ TEST_F(Line21, WrongParityIsLeftOut) {
     payload[i / 8] ^= static_cast<std::uint8_t>(1 << i % 8);
   }
   End();
+}
+
+namespace {
+
+// The pairs of a picture: the field and two bytes of each.
+std::vector<std::string> PairsOf(bool is_h264, const ts::Bytes &payload) {
+  std::vector<std::string> pairs;
+  const auto tell = [&](const Line21Pictures::Picture &picture) {
+    for (const Line21Pictures::Pair &pair : picture.pairs) {
+      pairs.push_back(std::string(pair.second_field ? "2 " : "1 ") + static_cast<char>(pair.bytes[0]) +
+                      static_cast<char>(pair.bytes[1]));
+    }
+  };
+  Line21Pictures pictures(is_h264);
+  pictures.Push({0x100, 0xe0, 0, 0, Bytes(payload)}, tell);
+  pictures.End(tell);
+  return pairs;
+}
+
+} // namespace
+
+TEST(Line21InPictures, IsFreedFromTheBytesThatPreventStartCodes) {
+  const ts::Bytes start = ts::Bytes{0xb5, 0x00, 0x31} + ts::Text("GA94") + ts::Bytes{3, 0x43, 0xff};
+  const ts::Bytes unused = {0xf8, 0, 0, 3, 1, 'U', 'U'}; // two pairs, and 3 between them
+  EXPECT_THAT(PairsOf(true, start + unused + ts::Bytes{0xfc, 'H', 'I'}), ElementsAre("1 HI"));
+}
+
+TEST(Line21InPictures, NeedsWhatStandsInFrontOfIt) {
+  const ts::Bytes alone = ts::Text("GA94") + ts::Bytes{3, 0x41, 0xff, 0xfc, 'H', 'I'};
+  for (const bool is_h264 : {false, true}) {
+    EXPECT_THAT(PairsOf(is_h264, alone), IsEmpty());
+    EXPECT_THAT(PairsOf(is_h264, ts::Bytes(10, 7) + alone), IsEmpty());
+  }
+}
+
+TEST(Line21InPictures, LeavesOutPairsThatAreNotValid) {
+  const ts::Bytes start = ts::Bytes{0xb5, 0x00, 0x31} + ts::Text("GA94") + ts::Bytes{3, 0x44, 0xff};
+  EXPECT_THAT(PairsOf(true, start + ts::Bytes{0xf8, 'N', 'O', 0xfd, 'Y', 'O', 0xfe, 'N', 'O', 0xfc, 'Y', 'E'}),
+              ElementsAre("2 YO", "1 YE"));
 }
