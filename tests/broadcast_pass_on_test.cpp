@@ -136,6 +136,35 @@ TEST_F(PassOn, WaitsForTheServiceThatIsTunedTo) {
   EXPECT_FALSE(HasEnded(pipe));
 }
 
+TEST_F(PassOn, LeavesOutWhatIsPlayedBeforeTheServiceThatIsTunedTo) {
+  static int g_pipe = -1;
+  Open(TwoServices());
+  broadcast::Tune(1);
+  broadcast::Advance(150ms);
+  broadcast::SetPacketListener([](const unsigned char *) {
+    if (g_pipe < 0) { // this packet is still one of the other service
+      broadcast::Tune(2);
+      g_pipe = broadcast::PassOn();
+    }
+  });
+  broadcast::Advance(300ms);
+  broadcast::SetPacketListener(nullptr);
+  const lumio::FileDescriptor pipe(g_pipe);
+  EXPECT_THAT(PidsOf(Take(pipe)), ElementsAre(0, 0x200, kVideo2));
+  EXPECT_FALSE(HasEnded(pipe));
+}
+
+TEST_F(PassOn, StartsAgainWithTheServiceThatIsTunedTo) {
+  Open(TwoServices());
+  broadcast::Tune(1);
+  const lumio::FileDescriptor first(broadcast::PassOn());
+  broadcast::Advance(150ms);
+  broadcast::Tune(2);
+  const lumio::FileDescriptor second(broadcast::PassOn());
+  broadcast::Advance(200ms);
+  EXPECT_THAT(PidsOf(Take(second)), ElementsAre(0, 0x200, kVideo2));
+}
+
 TEST_F(PassOn, EndsWithTheSignalTheStreamAndTheNextCall) {
   Open(TwoServices());
   const lumio::FileDescriptor first(broadcast::PassOn());
@@ -186,6 +215,7 @@ TEST_F(PassOn, WaitsForNobody) {
 }
 
 TEST_F(PassOn, SurvivesAReaderThatHasGone) {
+  signal(SIGPIPE, SIG_DFL);
   signal(SIGPIPE, SIG_DFL); // EFL handles it
   Open(TwoServices(), broadcast::AtEnd::Loop);
   lumio::FileDescriptor pipe(broadcast::PassOn());

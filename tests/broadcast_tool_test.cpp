@@ -174,6 +174,21 @@ TEST_F(Tool, CountsErrors) {
   EXPECT_EQ(json["sync_losses"], 1);
 }
 
+TEST_F(Tool, TellsALimitedNumberOfModules) {
+  ts::Stream stream;
+  stream.Section(0x00, ts::Pat(3, {{1, 0x100}}));
+  stream.Section(0x100, ts::Pmt(1, 0x1fff, {{0x0b, 0x104, {}}}));
+  unsigned id = 0;
+  for (unsigned message = 0; message < 100; ++message) {
+    std::vector<ts::Module> modules(400); // they are complete because they are empty
+    for (ts::Module &module : modules) {
+      module.id = ++id;
+    }
+    stream.Section(0x104, ts::Dii(1, 100, modules));
+  }
+  EXPECT_EQ(Info(stream.bytes)["carousels"][0]["modules"].size(), 32768U);
+}
+
 TEST_F(Tool, TellsPeopleToo) {
   const Ran ran = RunCommand({LUMIO_TV, "info", Write(Everything().bytes)});
   for (const char *part : {"Service 1  Café  by Lumio\n", "    present    2026-11-22T20:15:00Z  1:00:00  News\n",

@@ -61,7 +61,6 @@ void ServiceFeed::Push(int service, const std::uint8_t *packet) {
     recorder_ = std::make_unique<broadcast::Recorder>(static_cast<std::uint16_t>(service),
                                                       [this](const std::uint8_t *one) { Keep(one); });
   } else if (recorder_ && service_ != service) {
-    Write();
     End();
   }
   if (recorder_) {
