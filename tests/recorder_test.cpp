@@ -167,6 +167,62 @@ TEST(Recorder, FollowsAnotherVersionOfThePmt) {
   EXPECT_THAT(OnPid(recorded.packets, 0x105), SizeIs(1));
 }
 
+TEST(Recorder, TakesOnlyItsOwnPmtAndSdt) {
+  ts::Stream stream;
+  stream.Section(0, ts::Pat(3, {{1, kPmt}, {2, kPmt}}));
+  stream.Section(kPmt, ts::Pmt(1, kVideo, {{0x02, kVideo, {}}}));
+  stream.Section(kPmt, ts::Pmt(2, 0x111, {{0x1b, 0x111, {}}}));
+  stream.Section(0x11, ts::Sdt(3, 2, {{1, {}, ts::Text("Of another stream")}}, {}, 0x46));
+  stream.Packet(kVideo, ts::Bytes(184, 1));
+  stream.Packet(0x111, ts::Bytes(184, 2));
+  Recorded recorded(1);
+  recorded.Push(PacketsOf(stream));
+  EXPECT_EQ(PidsOf(recorded.packets), (std::set<unsigned>{0, kPmt, kVideo}));
+}
+
+TEST(Recorder, ForgetsTheStreamsWhenThePmtIsElsewhere) {
+  ts::Stream stream = TwoServices();
+  stream.Section(0, ts::Pat(3, {{1, 0x120}}, {1}));
+  stream.Packet(kVideo, ts::Bytes(184, 1));
+  Recorded recorded(1);
+  recorded.Push(PacketsOf(stream));
+  EXPECT_THAT(OnPid(recorded.packets, kVideo), IsEmpty());
+}
+
+TEST(Recorder, FollowsTheServicesClock) {
+  ts::Stream before;
+  before.Section(0, ts::Pat(3, {{1, kPmt}}));
+  before.Section(kPmt, ts::Pmt(1, kVideo, {{0x02, kVideo, {}}, {0x03, 0x102, {}}}));
+  before.Pcr(kVideo, 0);
+  before.Pcr(0x102, 1.5); // another clock
+  before.Pcr(kVideo, 1);
+  ts::Stream after;
+  after.Pcr(kVideo, 3); // from another place
+  after.Pcr(kVideo, 4);
+  Recorded recorded(1);
+  recorded.Push(PacketsOf(before));
+  recorded.recorder.Interrupt();
+  recorded.Push(PacketsOf(after));
+  EXPECT_EQ(recorded.recorder.Duration(), 2s);
+}
+
+TEST(Recorder, AnnouncesAnInterruptionWithTheCounterThatGoesBefore) {
+  ts::Stream stream = TwoServices();
+  stream.Packet(kVideo, ts::Bytes(184, 1));
+  Recorded recorded(1);
+  recorded.Push(PacketsOf(stream));
+  recorded.recorder.Interrupt();
+  recorded.packets.clear();
+  ts::Stream after;
+  after.Skip(kVideo, 9);
+  after.Packet(kVideo, ts::Bytes(184, 2));
+  recorded.Push(PacketsOf(after));
+  ASSERT_THAT(recorded.packets, SizeIs(2));
+  EXPECT_TRUE(broadcast::Packet(recorded.packets[0].data()).IsDiscontinuous());
+  EXPECT_EQ(broadcast::Packet(recorded.packets[0].data()).Counter(), 8);
+  EXPECT_EQ(broadcast::Packet(recorded.packets[1].data()).Counter(), 9);
+}
+
 TEST(Recorder, LeavesOutTablesWithAWrongChecksum) {
   ts::Stream stream = TwoServices();
   ts::Bytes wrong = ts::Eit(0x4e, {2, 3, 1}, {});
