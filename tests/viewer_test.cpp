@@ -23,7 +23,8 @@
 #include "temporary_directory.h"
 #include "viewer_tap.h"
 
-#include <X11/Xlib.h> // after gmock, whose names its macros would replace
+#include <X11/XKBlib.h> // after gmock, whose names its macros would replace
+#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
@@ -126,6 +127,8 @@ protected:
     return line.substr(item, line.find("  ", item) - item);
   }
 
+  static bool IsAboutKey(const std::string &line) { return line.find("  key     ") == line.find("  "); }
+
   // Both streams of the viewer are read as one.
   static std::vector<std::string> Command(const std::vector<std::string> &options) {
     std::vector<std::string> command = {"/bin/sh",    "-c",       "exec \"$0\" \"$@\" 2>&1",
@@ -158,10 +161,14 @@ protected:
 
   // Returns the next line about a key event.
   std::string KeyLine() {
-    const std::string line =
-        FindLine([](const std::string &candidate) { return candidate.find("  key     ") == candidate.find("  "); });
+    const std::string line = FindLine(IsAboutKey);
     EXPECT_NE(line, "") << "the viewer prints no line about a key";
     return line;
+  }
+
+  // Returns the next line about the focus or a key event.
+  std::string LineOfFocusOrKey() {
+    return FindLine([](const std::string &line) { return ItemOf(line) == "focus" || IsAboutKey(line); });
   }
 
   // Returns the next line about what the key overlay shows.
@@ -170,6 +177,14 @@ protected:
   void TapOnce(const std::string &key) {
     display_.Press(lumio::device::kHardwareKeys, key);
     display_.Release(lumio::device::kHardwareKeys, key);
+  }
+
+  // Taps F6 between this program's other requests to the server. A device's keys come when the server reads them.
+  void TapInOrder() {
+    for (const Bool down : {True, False}) {
+      XTestFakeKeyEvent(x_.get(), XKeysymToKeycode(x_.get(), XK_F6), down, CurrentTime);
+    }
+    XSync(x_.get(), False);
   }
 
   std::string TapUntilNotDropped(const std::string &key, const std::function<void()> &tap) {
@@ -191,6 +206,12 @@ protected:
       XTestFakeButtonEvent(x_.get(), 1, down, CurrentTime);
     }
     XSync(x_.get(), False);
+  }
+
+  void SetLayout(const std::string &layout) {
+    const std::string command = "setxkbmap -display " + display_.Name() + " -layout " + layout;
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    x_.reset(XOpenDisplay(display_.Name().c_str())); // which reads the new keymap
   }
 
   void ExpectOrderlyEnd() {
@@ -237,6 +258,11 @@ TEST_F(Viewer, HasAWindowWithTitleAndFocus) {
   StartAndTakeKeyboard();
   ASSERT_GT(FocusedWindow(), static_cast<Window>(PointerRoot));
   EXPECT_EQ("Live TV", Title(FocusedWindow()));
+  XSizeHints hints = {};
+  long given = 0;
+  ASSERT_NE(XGetWMNormalHints(x_.get(), FocusedWindow(), &hints, &given), 0);
+  EXPECT_EQ(hints.min_width, 320); // below that, nothing could be read
+  EXPECT_EQ(hints.min_height, 180);
 }
 
 TEST_F(Viewer, PrintsEachKey) {
@@ -397,12 +423,17 @@ TEST_F(Viewer, TakesKeysOnlyWhileItHasTheFocus) {
   XSetInputFocus(x_.get(), DefaultRootWindow(x_.get()), RevertToNone, CurrentTime);
   XSync(x_.get(), False);
   ExpectLine("elsewhere: no keys come");
-  TapOnce("F6");
+  TapInOrder();
   XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
   XSync(x_.get(), False);
   ExpectLine("here: keys come");
+  XEvent again = {};
+  again.xfocus.type = FocusIn;
+  again.xfocus.window = window;
+  XSendEvent(x_.get(), window, False, NoEventMask, &again);
+  XSync(x_.get(), False);
   TapOnce("F7");
-  EXPECT_THAT(KeyLine(), HasSubstr("  F7  "));
+  EXPECT_THAT(LineOfFocusOrKey(), HasSubstr("  F7  "));
 }
 
 TEST_F(Viewer, SaysWhenAnotherViewerHasTheKeys) {
@@ -503,13 +534,24 @@ TEST_F(Viewer, TakesKeysWhateverHappensToItsWindow) {
   XUnmapWindow(x_.get(), window); // as a window manager makes it an icon
   XSync(x_.get(), False);
   ExpectLine("elsewhere: no keys come");
-  TapOnce("F6");
+  TapInOrder();
   XMapWindow(x_.get(), window);
   XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
   XSync(x_.get(), False);
-  ExpectLine("here: keys come");
+  EXPECT_THAT(FindLine(testing::Matches(testing::ContainsRegex("ready|here: keys come"))), EndsWith("here: keys come"))
+      << "it is ready once";
   TapOnce("F7");
   EXPECT_THAT(KeyLine(), HasSubstr("  F7  "));
+}
+
+TEST_F(Viewer, SaysNothingOfTheFocusWhereItMakesNoDifference) {
+  StartAndTakeKeyboard();
+  const Window window = FocusedWindow();
+  XSetInputFocus(x_.get(), DefaultRootWindow(x_.get()), RevertToNone, CurrentTime);
+  XSetInputFocus(x_.get(), window, RevertToNone, CurrentTime);
+  XSync(x_.get(), False);
+  TapOnce("F5"); // which comes after the changes
+  EXPECT_THAT(LineOfFocusOrKey(), HasSubstr("  F5  "));
 }
 
 TEST_F(Viewer, TakesPlusOnKeyboardsOfSeveralCountries) {
@@ -522,9 +564,7 @@ TEST_F(Viewer, TakesPlusOnKeyboardsOfSeveralCountries) {
   } keyboards[] = {{"us", "equal", true}, {"de", "plus", false}, {"fr", "equal", true}, {"se", "plus", false}};
   for (const auto &[layout, key, is_shifted] : keyboards) {
     SCOPED_TRACE(layout);
-    const std::string command = "setxkbmap -display " + display_.Name() + " -layout " + layout;
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    x_.reset(XOpenDisplay(display_.Name().c_str())); // which reads the new keymap
+    SetLayout(layout);
     const KeyCode shift = XKeysymToKeycode(x_.get(), XK_Shift_L);
     const KeyCode plus = XKeysymToKeycode(x_.get(), XK_plus);
     TapUntilNotDropped(key, [&, is_shifted = is_shifted] {
@@ -689,6 +729,28 @@ TEST_F(Viewer, PressesKeysOfTheKeymapWithTheButtonsOfItsRemoteControl) {
   }
   EXPECT_EQ(FocusedWindow(), window);
   EXPECT_EQ(Keymap(x_.get()), keymap);
+}
+
+// The digits of a French keyboard are typed with Shift. On a keyboard of two languages, the remote control follows the
+// one that is selected.
+TEST_F(Viewer, PressesShiftWhereItsRemoteControlNeedsIt) {
+  Start({"--remote"});
+  ExpectLine("here: keys come");
+  const Window window = FocusedWindow();
+  Tap("F9");
+  const struct {
+    const char *layouts;
+    unsigned selected;
+    const char *key; // its name in the first language
+  } keyboards[] = {{"us", 0, "1"}, {"fr", 0, "ampersand"}, {"us,fr", 1, "1"}, {"fr,us", 1, "ampersand"}};
+  for (const auto &[layouts, selected, key] : keyboards) {
+    SCOPED_TRACE(std::string(layouts) + " " + std::to_string(selected));
+    SetLayout(layouts);
+    XkbLockGroup(x_.get(), XkbUseCoreKbd, selected);
+    XSync(x_.get(), False);
+    EXPECT_THAT(TapUntilNotDropped(key, [&] { Click(window, 0.825, 0.2166); }), HasSubstr("  taken by channel  "));
+    ExpectLine("  screen  channel               1");
+  }
 }
 
 // --- Without a studio ------------------------------------------------------------------------------------------------
