@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "device_names.h"
 #include "display.h"
 #include "program.h"
 #include "temporary_directory.h"
+#include "viewer_tap.h"
 #include "x_observer.h"
 
 #include <X11/Xlib.h> // after gmock, whose names its macros would replace
@@ -91,32 +91,38 @@ protected:
     ExpectLine("ready, all keys of this display come here");
   }
 
+  std::optional<std::string> ReadLine(lumio::Clock::time_point deadline) {
+    const std::optional<std::string> line = viewer_->ReadLine(deadline);
+    printed_ += line.value_or("") + "\n";
+    return line;
+  }
+
   // Returns the next line of the viewer that ends with `end`.
   std::string ExpectLine(const std::string &end) { return ExpectLine(EndsWith(end), end); }
 
   std::string ExpectLine(const testing::Matcher<std::string> &is_wanted, const std::string &what) {
+    const auto deadline = Deadline();
     std::optional<std::string> line;
     do {
-      line = viewer_->ReadLine(Deadline());
-      printed_ += line.value_or("") + "\n";
+      line = ReadLine(deadline);
     } while (line && !is_wanted.Matches(*line));
     EXPECT_TRUE(line) << "the viewer does not print: " << what << "\n" << printed_;
     return line.value_or("");
   }
 
   void Tap(const std::string &key) {
-    display_.Press(lumio::device::kHardwareKeys, key);
-    display_.Release(lumio::device::kHardwareKeys, key);
+    EXPECT_NE(TapUntilNotDropped(display_, key, [this, deadline = Deadline()] { return ReadLine(deadline); }), "")
+        << "the viewer does not get " << key << "\n"
+        << printed_;
   }
 
   void End() {
     Tap("q");
     ExpectLine("closed in order");
-    std::string rest;
-    while (const auto line = viewer_->ReadLine(Deadline())) {
-      rest += *line + "\n";
+    const auto deadline = Deadline();
+    while (ReadLine(deadline)) {
     }
-    EXPECT_EQ(EXIT_SUCCESS, viewer_->Wait(Deadline())) << rest;
+    EXPECT_EQ(EXIT_SUCCESS, viewer_->Wait(deadline)) << printed_;
   }
 
   Window FocusedWindow() {
