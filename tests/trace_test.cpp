@@ -283,6 +283,16 @@ TEST(Trace, LeavesTheProgramItsEnvironmentAndDescriptors) {
   EXPECT_EQ(untraced.ReadLine(Never()), std::nullopt);
 }
 
+TEST(Trace, LeavesTheSignalToAProgramThatHandlesIt) {
+  const Traced handler = RunModules("own-signal-handler");
+  EXPECT_EQ(handler.output, "own handler\nown handler\n");
+  EXPECT_EQ(handler.trace, "");
+  const Traced event = RunModules("own-signal-event");
+  EXPECT_EQ(event.output, "own event\n");
+  EXPECT_EQ(event.trace, "");
+  EXPECT_THAT(RunModules("no-signal-handler").trace, HasSubstr(" STATE "));
+}
+
 TEST(Trace, KeepsTheResultsOfTheExamples) {
   const Traced c = RunTraced({}, {kPrograms + "/trace-c"});
   EXPECT_EQ(c.output, "the handler took the key\n");

@@ -13,6 +13,7 @@
 #include <vconf.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -250,6 +251,28 @@ void Hang() {
   ecore_main_loop_iterate();
 }
 
+void OnOwnSignal(int) { puts("own handler"); }
+
+// Ecore is initialised and shut down once more, which is when the tracer looks at the signal's handler.
+void HandleSignal() {
+  std::signal(SIGUSR1, OnOwnSignal);
+  raise(SIGUSR1);
+  ecore_init();
+  ecore_shutdown();
+  raise(SIGUSR1);
+}
+
+void HandleSignalEvent() {
+  const auto print = [](void *, int, void *) -> Eina_Bool {
+    puts("own event");
+    ecore_main_loop_quit();
+    return ECORE_CALLBACK_DONE;
+  };
+  ecore_event_handler_add(ECORE_EVENT_SIGNAL_USER, print, nullptr);
+  raise(SIGUSR1);
+  ecore_main_loop_begin();
+}
+
 // --- Mistakes --------------------------------------------------------------------------------------------------------
 
 void CloseTwice() {
@@ -434,6 +457,9 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"tell-nobody", TellNobody},
     {"leave", Leave},
     {"announce", AnnounceToBoth},
+    {"own-signal-handler", HandleSignal},
+    {"own-signal-event", HandleSignalEvent},
+    {"no-signal-handler", [] { raise(SIGUSR1); }},
     {"storm", [] { Storm(1000); }},
     {"hang", Hang},
     {"domain-null", [] { lumio_kevent_init(nullptr); }},

@@ -70,7 +70,6 @@ Next<Ecore_Event_Handler *(int, Ecore_Event_Handler_Cb, const void *)> g_event_h
 
 Variable<const int> g_key_down("ECORE_EVENT_KEY_DOWN");
 Variable<const int> g_key_up("ECORE_EVENT_KEY_UP");
-Variable<const int> g_user_signal("ECORE_EVENT_SIGNAL_USER");
 Variable<const int> g_generic("ECORE_X_EVENT_GENERIC");
 
 bool IsOf(Variable<const int> &type, int value) { return type.Get() && *type.Get() == value; }
@@ -277,7 +276,7 @@ namespace lumio::trace {
 
 Ecore_Event_Handler *AddEventHandler(int type, Ecore_Event_Handler_Cb callback, const void *data, const void *caller) {
   if (type == 0 || !IsInLibrary(caller)) { // type 0 belongs to a part of Ecore that is not initialised
-    if (type != 0 && IsOf(g_user_signal, type)) {
+    if (type == ECORE_EVENT_SIGNAL_USER) {
       LeaveSignalToProgram();
     }
     return g_event_handler_add(type, callback, data);
