@@ -17,11 +17,9 @@ namespace {
 // By function, what is wrong, and place.
 std::map<std::pair<std::string, const void *>, int> &g_seen =
     *new std::map<std::pair<std::string, const void *>, int>; // never destroyed: threads outlive the end of main
-int g_count;
 
 bool IsNew(const Mistake &mistake, const void *caller) {
   const Lock lock;
-  ++g_count;
   constexpr size_t kMostPlaces = 1000;
   const std::pair key(std::string(mistake.function) + mistake.argument + mistake.advice, caller);
   if (g_seen.size() >= kMostPlaces && g_seen.count(key) == 0) {
@@ -108,8 +106,6 @@ bool CheckMainLoop(const char *function, const std::string &module, const void *
          caller);
   return false;
 }
-
-int Mistakes() { return g_count; }
 
 std::string Pointer(const void *pointer) {
   char text[24];

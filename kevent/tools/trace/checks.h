@@ -22,9 +22,6 @@ bool CheckEina(const char *function, const void *caller);
 bool CheckEcore(const char *function, const void *caller);
 bool CheckMainLoop(const char *function, const std::string &module, const void *caller);
 
-// Returns the number of mistakes reported so far.
-int Mistakes();
-
 std::string Pointer(const void *pointer);
 std::string Quoted(const char *text);
 

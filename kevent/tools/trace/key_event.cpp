@@ -23,7 +23,6 @@ struct Filter {
 constexpr Filter kFilters[] = {
     {"skip _key_cb", Outcome::kBurst},
     {"do not process the key in aging mode", Outcome::kAging},
-    {"manager is not initialized", Outcome::kNotInitialised},
     {"Event information is NULL", Outcome::kNoEvent},
     {"Invalid event type", Outcome::kNoKey},
     {"key ignored", Outcome::kStale},
@@ -43,7 +42,6 @@ constexpr Words kWords[kOutcomes] = {
     {"stale", "dropped: stale, it waited while the application was not ready"},
     {"stale release", "dropped: release after an ignored press"},
     {"aging", "passed on: factory aging mode"},
-    {"not initialised", "passed on: no domain is open"},
     {"no event", "passed on: the event is null"},
     {"no key", "passed on: not a key event"},
 };
@@ -79,11 +77,8 @@ KeyEvent::KeyEvent(const char *name, bool press, unsigned timestamp)
       RecordKey(name_, press_, device_, stall, posted_ == kNotKnown ? begin_ : posted_, Lateness(timestamp, begin_));
 }
 
-// The library filters a key before it asks the first handler; later messages come from a handler.
+// The library logs these messages for the key itself only: a key that comes while a handler runs has its own listener.
 void KeyEvent::Heard(const char *format, const char *) {
-  if (asking_ || walked_ || filter_ != Outcome::kNobodyAsked) {
-    return;
-  }
   for (const Filter &filter : kFilters) {
     if (strncmp(format, filter.message, strlen(filter.message)) == 0) {
       filter_ = filter.outcome;

@@ -18,11 +18,10 @@ enum class Outcome {
   kStale,
   kStaleRelease,
   kAging,
-  kNotInitialised,
   kNoEvent,
   kNoKey,
 };
-constexpr int kOutcomes = 10;
+constexpr int kOutcomes = 9;
 
 // "burst"
 const char *NameOf(Outcome outcome);
@@ -41,13 +40,11 @@ public:
   KeyEvent(const char *name, bool press, unsigned timestamp);
 
   void Heard(const char *format, const char *message) override;
-  void BeginsToAsk() { asking_ = true; }
   void Answered(const Asked &asked);
   void WalkEnded() { walked_ = true; }
   // Prints what has not been printed, and records the key.
   void End();
 
-  bool WasWalked() const { return walked_; }
   Outcome Result() const;
   // When the X server sent it, on the monotonic clock; kNotKnown for keys that the server did not send.
   Nanoseconds Posted() const { return posted_; }
@@ -76,7 +73,6 @@ private:
   std::vector<Asked> asked_;
   int number_ = 0;                         // in the recording
   Outcome filter_ = Outcome::kNobodyAsked; // what the library's filters decided
-  bool asking_ = false;
   bool walked_ = false;
   bool head_printed_ = false;
 };

@@ -82,11 +82,7 @@ const char *TypeName(lumio_kevent_type type) { return type == LUMIO_KEVENT_PRESS
 class Question {
 public:
   explicit Question(Handler &handler)
-      : handler_(handler), key_(g_key), work_(handler.domain.c_str(), handler.symbol.name.c_str()) {
-    if (key_) {
-      key_->BeginsToAsk();
-    }
-  }
+      : handler_(handler), key_(g_key), work_(handler.domain.c_str(), handler.symbol.name.c_str()) {}
   ~Question() {
     const Nanoseconds took = work_.End();
     {
