@@ -231,7 +231,8 @@ TEST(TestingKitServices, HaveReportedToTheMainLoop) {
 TEST(TestingKitServices, HaveReportedOnTheirThreads) {
   static std::atomic<int> states{0};
   CPvrServiceSubscriber module("module");
-  const auto count = [](pvr_state_e, void *) {
+  const auto count = [](pvr_state_e, void *) { // takes its time: only a wait sees the result
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ++states;
     return true;
   };
