@@ -131,6 +131,17 @@ TEST(Trace, TellsWhatBecameOfEachKey) {
       ElementsAre(StartsWith("press    Stale: "), StartsWith("release  Stale: "), StartsWith("press    Aging: ")));
 }
 
+TEST(Trace, TellsOfEventsOfATypeThatEcoreHasGivenUp) {
+  EXPECT_THAT(Endings(RunModules("old-type").trace), ElementsAre("release  Old: passed on: not a key event"));
+  EXPECT_THAT(RunModules("old-type", {"--json"}).trace, HasSubstr("\"outcome\":\"no key\""));
+}
+
+TEST(Trace, SaysWhenItCannotKnowWhyAKeyWasDropped) {
+  const Traced traced = RunTraced({}, {kPrograms + "/trace-silent"});
+  EXPECT_THAT(Endings(traced.trace), ElementsAre("press    1: taken by nobody", "press    2: taken by nobody",
+                                                 "press    3: dropped: the library did not log why"));
+}
+
 TEST(Trace, NamesTheOutcomeOfEachKeyInJson) {
   std::string outcomes;
   for (const std::string &line : Lines(RunModules("outcomes", {"--json"}).trace)) {
@@ -194,6 +205,58 @@ TEST(Trace, TellsOfStatesBannersAndRecordings) {
                           AllOf(HasSubstr(" pvr      result 0 "), HasSubstr(" recorder "))));
 }
 
+// --- How long it takes -----------------------------------------------------------------------------------------------
+
+// The clock of this program moves only when the program says so.
+Traced RunWithClock(const std::string &scenario, const Words &options = {}) {
+  Words all = {"--stall=100ms"};
+  all.insert(all.end(), options.begin(), options.end());
+  return RunTraced(all, {kPrograms + "/trace-clock", scenario});
+}
+
+TEST(Trace, MeasuresHandlersAndTheTimeBetweenKeys) {
+  const Words lines = Lines(RunWithClock("ask").trace);
+  ASSERT_EQ(lines.size(), 8u) << testing::PrintToString(lines);
+  EXPECT_THAT(lines[0], Not(HasSubstr("+")));
+  EXPECT_THAT(lines[1], HasSubstr("  passed on  12.345 ms  OnKey"));
+  EXPECT_THAT(lines[2], HasSubstr("  took it     3.000 ms  AskTwo()::"));
+  EXPECT_THAT(lines[3], HasSubstr("taken by guide, 15.345 ms in all"));
+  EXPECT_THAT(lines[4], HasSubstr("  +0.215 s  X "));
+  const Words json = Lines(RunWithClock("ask", {"--json"}).trace);
+  ASSERT_EQ(json.size(), 2u) << testing::PrintToString(json);
+  EXPECT_THAT(json[0], HasSubstr(",\"since_ms\":null,\"late_ms\":null,"));
+  EXPECT_THAT(json[1], AllOf(HasSubstr(",\"since_ms\":215.345,\"late_ms\":null,"), HasSubstr("\"took_ms\":12.345,"),
+                             HasSubstr(",\"waited_for\":\"\",\"took_ms\":15.345}")));
+}
+
+TEST(Trace, NamesALambdaAfterItsFunction) {
+  EXPECT_THAT(Lines(RunWithClock("ask").trace)[2], ContainsRegex("  AskTwo\\(\\)::([{]lambda.*#1[}]|[$]_[0-9]+)$"));
+}
+
+TEST(Trace, TellsCallbacksThatKeepTheMainLoopFromOtherSilence) {
+  EXPECT_THAT(RunWithClock("stall", {"--summary"}).trace,
+              AllOf(HasSubstr(" STALL    OnLongKey (menu) kept the main loop for 150.000 ms\n"),
+                    HasSubstr("|        150.000 ms that OnLongKey (menu) kept the main loop, 0 keys waited\n")));
+  EXPECT_THAT(RunWithClock("stall", {"--summary", "--json"}).trace,
+              AllOf(ContainsRegex("[{]\"event\":\"stall\",.*,\"by\":\"OnLongKey \\(menu\\)\",\"took_ms\":150.000[}]\n"),
+                    HasSubstr("\"stall\":\"OnLongKey (menu)\",\"took_ms\":150.000,\"cost\":0}\n")));
+  EXPECT_THAT(RunWithClock("silence").trace,
+              HasSubstr(" STALL    the main loop was silent for 200.000 ms, last seen after OnSignal (tuner)\n"));
+  EXPECT_THAT(RunWithClock("silence", {"--json"}).trace,
+              ContainsRegex("[{]\"event\":\"silence\",.*,\"after\":\"OnSignal \\(tuner\\)\",\"took_ms\":200.000[}]\n"));
+}
+
+TEST(Trace, CountsTheCallbacksThatAreToldAtOnce) {
+  const Traced text = RunModules("announce-to-two", {"--summary"});
+  EXPECT_THAT(text.trace, AllOf(ContainsRegex(" state    1 .*[0-9] ms  2 callbacks\n"),
+                                ContainsRegex("[|]        PVR state callback  recorder +OnPvrState\n"),
+                                ContainsRegex("[|]        state callback +light +OnState\n"),
+                                ContainsRegex("[|]        state callback +lamp +OnOtherState\n")));
+  EXPECT_THAT(RunModules("announce-to-two", {"--summary", "--json"}).trace,
+              AllOf(ContainsRegex("\"event\":\"state\",.*,\"callbacks\":2,"),
+                    HasSubstr("\"PVR state callback\":\"OnPvrState\",\"module\":\"recorder\"}\n")));
+}
+
 TEST(Trace, NamesWhatKeepsTheMainLoop) {
   EXPECT_THAT(RunModules("ask-three", {"--stall=20ms"}).trace,
               HasSubstr(" STALL    OnSlowKey (volume) kept the main loop for "));
@@ -206,7 +269,9 @@ TEST(Trace, TellsOnlyWhatItIsAskedFor) {
   EXPECT_THAT(RunModules("announce", {"--tv", "--keys"}).trace, IsEmpty());
   EXPECT_THAT(RunModules("tell", {"--tv"}).trace, HasSubstr(" signal "));
   EXPECT_THAT(RunModules("tell", {"--only=volume"}).trace, IsEmpty());
-  EXPECT_THAT(RunModules("ask-three", {"--only=volume"}).trace, HasSubstr("taken by volume"));
+  EXPECT_THAT(Lines(RunModules("ask-three", {"--only=volume"}).trace),
+              ElementsAre(HasSubstr(" press    Up "), HasSubstr("| "), HasSubstr("| "), HasSubstr("| "),
+                          HasSubstr("taken by volume")));
   EXPECT_THAT(RunModules("ask-three", {"--only=guide"}).trace, IsEmpty());
 }
 
@@ -229,6 +294,11 @@ TEST(Trace, TellsTheStateAtTheEnd) {
                     HasSubstr("keys           1 taken\n")));
   EXPECT_THAT(RunModules("storm", {"--summary", "--only=nobody"}).trace,
               HasSubstr("0 on their way to the main loop, longest wait "));
+}
+
+TEST(Trace, DoesNotCountDroppedNotificationsAsOnTheirWay) {
+  EXPECT_THAT(RunModules("tell-nobody", {"--summary"}).trace,
+              AllOf(HasSubstr(" STATE "), Not(HasSubstr("on their way"))));
 }
 
 TEST(Trace, TellsWhatModulesLeaveBehind) {
@@ -272,12 +342,30 @@ TEST(Trace, TellsTheStateOnASignalWhileAHandlerHangs) {
 }
 #endif
 
+// The program prints more domains at its end than the output takes at once: the second signal comes while it prints.
+#ifndef __SANITIZE_THREAD__ // as above
+TEST(Trace, PutsTheStateOffWhileItPrints) {
+  const lumio::TemporaryDirectory directory;
+  lumio::Program program(
+      {LUMIO_TRACE, "-o", "/dev/stdout", kNoStalls, "--summary", kPrograms + "/trace-modules", "many-domains"},
+      Environment(directory));
+  EXPECT_THAT(*program.ReadLine(Never()), HasSubstr(" STATE "));
+  program.Signal(SIGUSR1);
+  int states = 1;
+  while (const auto line = program.ReadLine(Never())) {
+    states += line->find(" STATE ") == std::string::npos ? 0 : 1;
+  }
+  EXPECT_EQ(program.Wait(Never()), 0);
+  EXPECT_EQ(states, 2);
+}
+#endif
+
 // --- Programs do not notice ------------------------------------------------------------------------------------------
 
 TEST(Trace, LeavesTheProgramItsEnvironmentAndDescriptors) {
   const lumio::TemporaryDirectory directory;
   lumio::Program untraced({kPrograms + "/trace-modules", "environment"}, Environment(directory));
-  for (const std::string &line : Lines(RunModules("environment").output)) {
+  for (const std::string &line : Lines(RunModules("environment", {"--record=" + directory / "session"}).output)) {
     EXPECT_EQ(untraced.ReadLine(Never()), line);
   }
   EXPECT_EQ(untraced.ReadLine(Never()), std::nullopt);
@@ -399,6 +487,7 @@ void ExpectKeys(const Words &trace, const Words &journal) {
   for (const std::string &line : trace) {
     EXPECT_THAT(line, Not(HasSubstr("\"mistake\"")));
     if (line.rfind("{\"event\":\"key\"", 0) == 0) {
+      EXPECT_THAT(line, ContainsRegex(",\"late_ms\":[0-9]+[.][0-9]{3},\"asked\":"));
       traced.push_back(InWordsOfTheJournal(line));
     }
   }
@@ -478,6 +567,7 @@ TEST(Trace, RecordsASessionThatReplaysToTheSameDecisions) {
   const lumio::TemporaryDirectory directory;
   const Words journal = RecordEvening(directory);
   ExpectKeys(Lines(Contents(directory / "trace")), journal);
+  EXPECT_THAT(Contents(directory / "trace"), ContainsRegex("\"outcome\":\"stale\",.*\"waited_for\":\"[^\"]"));
   for (int round = 0; round < 2; ++round) {
     ExpectSameDecisions(directory);
   }
@@ -520,6 +610,9 @@ constexpr char kSession[] = R"(lumio-record 1
 0.544000 release "3" "HWKeys" 0 0 1000
 0.600000 unplug "HWKeys"
 0.620000 plug "HWKeys"
+0.640000 plug "Third Remote"
+0.660000 press "c" "Third Remote" 0 0 2000
+0.680000 release "c" "Third Remote" 0 0 2000
 0.700000 press "c" "Other Remote" 0 0 2000
 0.800000 release "c" "Other Remote" 0 0 2000
 0.900000 press "q" "Other Remote" 0 0 2000
@@ -705,6 +798,14 @@ TEST(TraceMistakes, AreFreeingWhatTheLibraryFrees) {
               AllOf(HasSubstr(" MISTAKE  free(data = 0x"), HasSubstr("gave it to the library")));
 }
 #endif
+
+TEST(TraceMistakes, AreToldOncePerPlace) {
+  const Words lines = Lines(RunModules("add-often").trace);
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string &line) { return line.find(" MISTAKE ") != std::string::npos; }),
+            3)
+      << testing::PrintToString(lines);
+}
 
 TEST(TraceMistakes, EndTheProgramWhenThatIsAskedFor) {
   EXPECT_EQ(RunModules("add-priority", {"--abort"}).status, -SIGABRT);

@@ -5,6 +5,7 @@
 #include <PvrServiceSubscriber.h>
 #include <TVServiceSubscriber.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <kevent.h>
 #include <lumio-banner-state.h>
 #include <lumio-host/pvr-control.h>
@@ -142,6 +143,13 @@ void AnnounceToBoth() {
   lumio::pvr::Shutdown();
 }
 
+void AnnounceToTwo() {
+  CLumioStateSubscriber("light").RegisterLumioStateChangeCb(OnState, nullptr);
+  CLumioStateSubscriber("lamp").RegisterLumioStateChangeCb(OnOtherState, nullptr);
+  CLumioStateSubscriber::HandleStateChanged(kLive);
+  CPvrServiceSubscriber("recorder").RegisterPvrStateCb(OnPvrState, nullptr);
+}
+
 void Storm(int count) {
   CTVServiceSubscriber tuner("tuner");
   tuner.SetSignalCallback(OnSignal);
@@ -169,6 +177,15 @@ void Outcomes() {
   ecore_main_loop_iterate();
   vconf_set_int("db/FactoryApp/Aging", 1);
   SendAlone(ECORE_EVENT_KEY_DOWN, "Aging", kFirst);
+}
+
+// Sends an event of the type that keys had before Ecore's events were initialised again.
+void SendOldType() {
+  const int old_type = ECORE_EVENT_KEY_DOWN;
+  Handler(Domain());
+  ecore_event_shutdown();
+  ecore_event_init();
+  SendAlone(old_type, "Old", 0);
 }
 
 // Sends one notification of each kind but signals.
@@ -251,6 +268,15 @@ void Hang() {
   ecore_main_loop_iterate();
 }
 
+// Ends without Ecore's shutdown, which would block all signals.
+void OpenManyDomains() {
+  ecore_init();
+  ecore_event_init();
+  for (int i = 0; i < 3000; ++i) {
+    lumio_kevent_init(std::string(100, 'a').c_str());
+  }
+}
+
 void OnOwnSignal(int) { puts("own handler"); }
 
 // Ecore is initialised and shut down once more, which is when the tracer looks at the signal's handler.
@@ -291,6 +317,17 @@ void AddToClosed() {
   lumio_kevent *domain = Domain();
   lumio_kevent_fini(domain);
   Handler(domain);
+}
+
+// At two places; at the second one two mistakes.
+void AddOften() {
+  lumio_kevent *domain = Domain();
+  for (int i = 0; i < 3; ++i) {
+    lumio_kevent_handler_add(domain, LUMIO_KEVENT_PRESS, 7, OnKey, nullptr);
+  }
+  for (int i = 0; i < 3; ++i) {
+    lumio_kevent_handler_add(domain, 2, 7, OnKey, nullptr);
+  }
 }
 
 int g_static_data;
@@ -457,6 +494,8 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"tell-nobody", TellNobody},
     {"leave", Leave},
     {"announce", AnnounceToBoth},
+    {"announce-to-two", AnnounceToTwo},
+    {"old-type", SendOldType},
     {"own-signal-handler", HandleSignal},
     {"own-signal-event", HandleSignalEvent},
     {"no-signal-handler", [] { raise(SIGUSR1); }},
@@ -470,6 +509,7 @@ const std::map<std::string, std::function<void()>> kWithEfl = {
     {"add-to-null", [] { Handler(nullptr); }},
     {"add-null", [] { lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 0, nullptr, nullptr); }},
     {"add-type", [] { lumio_kevent_handler_add(Domain(), 2, 0, OnKey, nullptr); }},
+    {"add-often", AddOften},
     {"add-priority", [] { lumio_kevent_handler_add(Domain(), LUMIO_KEVENT_PRESS, 7, OnKey, nullptr); }},
     {"delete-null", [] { lumio_kevent_handler_del(nullptr); }},
     {"delete-foreign", [] { lumio_kevent_handler_del(reinterpret_cast<lumio_kevent_handler *>(&g_static_data)); }},
@@ -535,6 +575,7 @@ const std::map<std::string, std::function<void()>> kWithoutEfl = {
        ecore_init();
        Domain();
      }},
+    {"many-domains", OpenManyDomains},
     {"tell-after-shutdown",
      [] {
        ecore_init();
@@ -551,6 +592,12 @@ const std::map<std::string, std::function<void()>> kWithoutEfl = {
        }
        // Prints the first free descriptor, and the descriptors of the tracer that a child would see.
        printf("next descriptor %d\n", dup(0));
+       for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+         const int flags = fcntl(descriptor, F_GETFD);
+         if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
+           printf("a child has descriptor %d\n", descriptor);
+         }
+       }
      }},
 };
 
